@@ -1,0 +1,19 @@
+#!/bin/sh
+# Installs what the build needs on Debian 12, when it is missing.
+set -e
+need=""
+command -v cmake >/dev/null 2>&1 || need="$need cmake"
+command -v make >/dev/null 2>&1 || need="$need make"
+command -v x86_64-w64-mingw32-g++-posix >/dev/null 2>&1 || need="$need g++-mingw-w64-x86-64-posix"
+command -v x86_64-w64-mingw32-gcc-posix >/dev/null 2>&1 || need="$need gcc-mingw-w64-x86-64-posix"
+command -v x86_64-w64-mingw32-dlltool >/dev/null 2>&1 || need="$need binutils-mingw-w64-x86-64"
+command -v wine >/dev/null 2>&1 || need="$need wine wine64"
+[ -f /usr/lib/wine/wine64 ] || need="$need wine64"
+[ -f /usr/src/googletest/CMakeLists.txt ] || need="$need googletest"
+if [ -n "$need" ]; then
+  echo "Installing:$need"
+  SUDO=""
+  [ "$(id -u)" = 0 ] || SUDO="sudo"
+  $SUDO apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends $need
+fi

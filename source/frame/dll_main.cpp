@@ -1,0 +1,56 @@
+// The library entry point: the attach and detach sequences.
+#include <stdlib.h>
+#include <string.h>
+#include <windows.h>
+
+#include "crash/callstack_lifecycle.h"
+#include "frame/process_state.h"
+#include "frame/settings_reader.h"
+#include "memory/memory_lifecycle.h"
+
+namespace kv {
+namespace {
+
+void ReadProcessSettings() {
+    char path[260] = "";
+    GetModuleFileNameA(nullptr, path, sizeof path);
+    char name[_MAX_FNAME] = "";
+    _splitpath(path, nullptr, nullptr, name, nullptr);
+    strncpy(ExeName, name, sizeof ExeName - 1);
+    ReadSettingsFor(ExeName, DebugMode, Settings, nullptr);
+}
+
+void Attach(HMODULE module) {
+    ModuleHandle = module;
+    ReadProcessSettings();
+    InitializeCriticalSection(&MemoryLock);
+    InitializeCriticalSection(&DebugLogLock);
+    EnterCriticalSection(&MemoryLock);
+    InitializeMemoryManager();
+    LeaveCriticalSection(&MemoryLock);
+    StartCallStackSystem();
+    StartAllocationRateClock();
+    if (AttachCount++ == 0) InitializeCriticalSection(&DriverLock);
+}
+
+void Detach() {
+    EnterCriticalSection(&MemoryLock);
+    RunDetachMemoryChecks();
+    LeaveCriticalSection(&MemoryLock);
+    DeleteCriticalSection(&DebugLogLock);
+    DeleteCriticalSection(&MemoryLock);
+    StopCallStackSystem();
+    if (AttachCount-- == 1) DeleteCriticalSection(&DriverLock);
+}
+
+}  // namespace
+}  // namespace kv
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
+    switch (reason) {
+        case DLL_PROCESS_ATTACH: kv::Attach(module); break;
+        case DLL_PROCESS_DETACH: kv::Detach(); break;
+        default: break;
+    }
+    return TRUE;
+}

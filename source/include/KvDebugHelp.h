@@ -1,0 +1,6 @@
+// KvDebugHelp.h - everything a host of KvDebugHelp.dll includes.
+#pragma once
+
+#include "KvFrame.h"
+#include "KvLogging.h"
+#include "KvMemory.h"

@@ -1,0 +1,35 @@
+// The child host: a console program that loads KvDebugHelp.dll like any product
+// process and runs one named scenario.
+#include <stdio.h>
+#include <string.h>
+
+#include <map>
+#include <string>
+
+#include "scenario.h"
+
+namespace kvhost {
+
+static std::map<std::string, ScenarioFn>& Scenarios() {
+    static std::map<std::string, ScenarioFn> scenarios;
+    return scenarios;
+}
+
+ScenarioRegistrar::ScenarioRegistrar(const char* name, ScenarioFn fn) { Scenarios()[name] = fn; }
+
+}  // namespace kvhost
+
+int main(int argc, char** argv) {
+    setvbuf(stdout, nullptr, _IONBF, 0);  // output must survive a crash
+    if (argc < 2) {
+        fprintf(stderr, "usage: %s SCENARIO [ARGS...]\nscenarios:\n", argv[0]);
+        for (const auto& s : kvhost::Scenarios()) fprintf(stderr, "  %s\n", s.first.c_str());
+        return 2;
+    }
+    const auto found = kvhost::Scenarios().find(argv[1]);
+    if (found == kvhost::Scenarios().end()) {
+        fprintf(stderr, "unknown scenario %s\n", argv[1]);
+        return 2;
+    }
+    return found->second(argc - 2, argv + 2);
+}

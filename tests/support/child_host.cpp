@@ -1,0 +1,151 @@
+#include "child_host.h"
+
+#include <stdexcept>
+
+#include "temp_dir.h"
+
+namespace kvtest {
+
+std::string SettingsKeyPath(const std::string& hostName) {
+    return "Software\\Korvan\\KvDebugHelp\\" + hostName;
+}
+
+ChildHost::ChildHost(const std::string& name) : name_(name) {
+    const std::string folder = ProgramFolder();
+    exePath_ = folder + "\\" + name + ".exe";
+    if (!CopyFileA((folder + "\\scenario_host.exe").c_str(), exePath_.c_str(), FALSE))
+        throw std::runtime_error("cannot copy scenario_host.exe to " + exePath_);
+    RegDeleteTreeA(HKEY_CURRENT_USER, SettingsKeyPath(name_).c_str());
+}
+
+ChildHost::~ChildHost() {
+    if (process_) {
+        TerminateProcess(process_, 1);
+        Wait(5000);
+    }
+    RegDeleteTreeA(HKEY_CURRENT_USER, SettingsKeyPath(name_).c_str());
+    DeleteFileA(exePath_.c_str());
+}
+
+void ChildHost::SetSetting(const std::string& value, DWORD data) {
+    HKEY key;
+    if (RegCreateKeyExA(HKEY_CURRENT_USER, SettingsKeyPath(name_).c_str(), 0, nullptr, 0, KEY_SET_VALUE,
+                        nullptr, &key, nullptr) != ERROR_SUCCESS)
+        throw std::runtime_error("cannot create the settings key");
+    RegSetValueExA(key, value.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&data), sizeof data);
+    RegCloseKey(key);
+}
+
+void ChildHost::SetEnv(const std::string& name, const std::string& value) { env_[name] = value; }
+
+namespace {
+
+std::string Quote(const std::string& arg) {
+    if (!arg.empty() && arg.find_first_of(" \t\"") == std::string::npos) return arg;
+    std::string out = "\"";
+    size_t backslashes = 0;
+    for (char c : arg) {
+        if (c == '\\') {
+            ++backslashes;
+            continue;
+        }
+        if (c == '"') out.append(backslashes * 2 + 1, '\\');
+        else out.append(backslashes, '\\');
+        backslashes = 0;
+        out += c;
+    }
+    out.append(backslashes * 2, '\\');
+    return out + "\"";
+}
+
+// The parent's environment with the overrides applied, as a CreateProcess block.
+std::string EnvironmentBlock(const std::map<std::string, std::string>& overrides) {
+    std::map<std::string, std::string> vars;
+    char* block = GetEnvironmentStringsA();
+    for (const char* p = block; *p; p += strlen(p) + 1) {
+        const std::string entry = p;
+        const size_t eq = entry.find('=', 1);
+        if (eq != std::string::npos) vars[entry.substr(0, eq)] = entry.substr(eq + 1);
+    }
+    FreeEnvironmentStringsA(block);
+    for (const auto& kv : overrides) vars[kv.first] = kv.second;
+    std::string out;
+    for (const auto& kv : vars) out += kv.first + "=" + kv.second + '\0';
+    return out + '\0';
+}
+
+DWORD WINAPI ReadAll(void* self) {
+    auto* pair = static_cast<std::pair<HANDLE, std::string*>*>(self);
+    char chunk[4096];
+    DWORD got;
+    while (ReadFile(pair->first, chunk, sizeof chunk, &got, nullptr) && got) pair->second->append(chunk, got);
+    delete pair;
+    return 0;
+}
+
+}  // namespace
+
+bool ChildHost::Start(const std::vector<std::string>& args) {
+    std::string commandLine = Quote(exePath_);
+    for (const auto& a : args) commandLine += " " + Quote(a);
+    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+    HANDLE writePipe;
+    if (!CreatePipe(&readPipe_, &writePipe, &inherit, 0)) return false;
+    SetHandleInformation(readPipe_, HANDLE_FLAG_INHERIT, 0);
+    STARTUPINFOA si{};
+    si.cb = sizeof si;
+    si.dwFlags = STARTF_USESTDHANDLES;
+    si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    si.hStdOutput = writePipe;
+    si.hStdError = writePipe;
+    PROCESS_INFORMATION pi{};
+    std::string env = EnvironmentBlock(env_);
+    const BOOL ok = CreateProcessA(exePath_.c_str(), &commandLine[0], nullptr, nullptr, TRUE, 0, &env[0],
+                                   ProgramFolder().c_str(), &si, &pi);
+    CloseHandle(writePipe);
+    if (!ok) {
+        CloseHandle(readPipe_);
+        readPipe_ = nullptr;
+        return false;
+    }
+    CloseHandle(pi.hThread);
+    process_ = pi.hProcess;
+    output_.clear();
+    readerThread_ = CreateThread(nullptr, 0, ReadAll, new std::pair<HANDLE, std::string*>(readPipe_, &output_), 0,
+                                 nullptr);
+    return true;
+}
+
+bool ChildHost::Running() const { return process_ && WaitForSingleObject(process_, 0) == WAIT_TIMEOUT; }
+
+HostResult ChildHost::Wait(DWORD timeoutMs) {
+    HostResult result;
+    if (!process_) {
+        result.exitCode = DWORD(-1);
+        result.output = "host could not be started";
+        return result;
+    }
+    if (WaitForSingleObject(process_, timeoutMs) == WAIT_TIMEOUT) {
+        result.timedOut = true;
+        TerminateProcess(process_, 0xDEAD);
+        WaitForSingleObject(process_, INFINITE);
+    }
+    GetExitCodeProcess(process_, &result.exitCode);
+    CloseHandle(process_);
+    process_ = nullptr;
+    // The pipe ends when every holder of its write end is gone.
+    WaitForSingleObject(readerThread_, 10000);
+    CloseHandle(readerThread_);
+    readerThread_ = nullptr;
+    CloseHandle(readPipe_);
+    readPipe_ = nullptr;
+    result.output = output_;
+    return result;
+}
+
+HostResult ChildHost::Run(const std::vector<std::string>& args, DWORD timeoutMs) {
+    if (!Start(args)) return Wait(0);
+    return Wait(timeoutMs);
+}
+
+}  // namespace kvtest

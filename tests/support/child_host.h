@@ -1,0 +1,61 @@
+// Child host processes: a copy of scenario_host.exe under its own name, so it
+// reads its own per-executable settings key at attach, started with a scenario
+// and its arguments. Attach, detach, crashes and settings are tested this way.
+#pragma once
+
+#include <windows.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kvtest {
+
+struct HostResult {
+    DWORD exitCode = 0;      // the process's exit code (0xC0000005 for an access violation, ...)
+    std::string output;      // stdout and stderr together
+    bool timedOut = false;   // killed after the timeout
+};
+
+class ChildHost {
+public:
+    // name: the host executable's base name, unique per test (it names the
+    // settings key HKEY_CURRENT_USER\Software\Korvan\KvDebugHelp\<name>, which
+    // is cleared here and removed again at destruction).
+    explicit ChildHost(const std::string& name);
+    ~ChildHost();
+    ChildHost(const ChildHost&) = delete;
+    ChildHost& operator=(const ChildHost&) = delete;
+
+    const std::string& name() const { return name_; }
+    const std::string& exePath() const { return exePath_; }
+
+    // A per-executable setting (a DWORD value under the host's key).
+    void SetSetting(const std::string& value, DWORD data);
+    // An extra environment variable for the child (TZ=EST5, ...).
+    void SetEnv(const std::string& name, const std::string& value);
+
+    // Runs: host SCENARIO ARGS..., waits up to timeoutMs, kills it after that.
+    HostResult Run(const std::vector<std::string>& args, DWORD timeoutMs = 60000);
+
+    // Starts without waiting (for a child that hangs on purpose); then Wait.
+    bool Start(const std::vector<std::string>& args);
+    // Waits up to timeoutMs; on timeout the child is killed and timedOut set.
+    HostResult Wait(DWORD timeoutMs);
+    // True while a started child has not ended.
+    bool Running() const;
+
+private:
+    std::string name_;
+    std::string exePath_;
+    std::map<std::string, std::string> env_;
+    HANDLE process_ = nullptr;
+    HANDLE readPipe_ = nullptr;
+    std::string output_;
+    HANDLE readerThread_ = nullptr;
+};
+
+// The settings key path of a host name.
+std::string SettingsKeyPath(const std::string& hostName);
+
+}  // namespace kvtest

@@ -1,0 +1,77 @@
+// kvdiag settings: the per-executable settings a process gets at attach.
+#include <windows.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "KvFrame.h"
+#include "command.h"
+
+namespace {
+
+constexpr int kMaxSettings = 32;
+
+int PrintSettings(const char* exe) {
+    DbgHlpSettingInfo rows[kMaxSettings];
+    const int count = DbgHlpDescribeSettings(exe, rows, kMaxSettings);
+    printf("Settings of %s (HKEY_CURRENT_USER\\Software\\Korvan\\KvDebugHelp\\%s)\n", exe, exe);
+    printf("  %-22s %-12s %s\n", "Setting", "Effective", "Source");
+    for (int i = 0; i < count && i < kMaxSettings; ++i) {
+        const DbgHlpSettingInfo& r = rows[i];
+        char source[64];
+        if (r.fromRegistry)
+            snprintf(source, sizeof source, "registry (%ld)", long(int32_t(r.rawValue)));
+        else
+            snprintf(source, sizeof source, "default");
+        if (!strcmp(r.name, "ReportErrors")) strcat(source, ", has no effect");
+        if (!strncmp(r.name, "Mode16", 6)) strcat(source, ", read only in debug mode 16");
+        printf("  %-22s %-12lld %s\n", r.name, static_cast<long long>(r.value), source);
+    }
+    return 0;
+}
+
+bool IsSettingName(const char* name) {
+    DbgHlpSettingInfo rows[kMaxSettings];
+    const int count = DbgHlpDescribeSettings("", rows, kMaxSettings);
+    for (int i = 0; i < count && i < kMaxSettings; ++i)
+        if (!strcmp(rows[i].name, name)) return true;
+    return false;
+}
+
+int SetSetting(const char* exe, const char* name, const char* text) {
+    if (!IsSettingName(name)) {
+        fprintf(stderr, "kvdiag: '%s' is not a KvDebugHelp setting\n", name);
+        return 2;
+    }
+    char* end = nullptr;
+    const long long value = strtoll(text, &end, 0);
+    if (!*text || *end || value < INT32_MIN || value > UINT32_MAX) {
+        fprintf(stderr, "kvdiag: '%s' is not a 32-bit number\n", text);
+        return 2;
+    }
+    char path[300];
+    snprintf(path, sizeof path, "Software\\Korvan\\KvDebugHelp\\%s", exe);
+    HKEY key;
+    LONG rc = RegCreateKeyExA(HKEY_CURRENT_USER, path, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr);
+    if (rc == ERROR_SUCCESS) {
+        const DWORD data = DWORD(value);
+        rc = RegSetValueExA(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&data), sizeof data);
+        RegCloseKey(key);
+    }
+    if (rc != ERROR_SUCCESS) {
+        fprintf(stderr, "kvdiag: cannot write %s\\%s (error %ld)\n", path, name, rc);
+        return 1;
+    }
+    printf("Set %s = %lld for %s; it applies to processes started from now on.\n\n", name, value, exe);
+    return PrintSettings(exe);
+}
+
+}  // namespace
+
+KVDIAG_COMMAND(settings, "settings EXE [NAME VALUE]",
+               "show (or set) the per-executable settings of EXE") {
+    if (argc == 1) return PrintSettings(argv[0]);
+    if (argc == 3) return SetSetting(argv[0], argv[1], argv[2]);
+    fprintf(stderr, "usage: kvdiag settings EXE [NAME VALUE]\n");
+    return 2;
+}
