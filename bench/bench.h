@@ -1,0 +1,39 @@
+// A small benchmark harness: each benchmark times a subject and its baseline
+// in the same run and reports the ratio, so the figures hold on any machine.
+// Timing uses QueryPerformanceCounter; each side is run in alternating rounds
+// and the fastest round counts, which keeps noise from a busy machine out.
+#pragma once
+
+#include <stdint.h>
+
+#include <functional>
+#include <string>
+
+namespace kvbench {
+
+// Nanoseconds per operation of body(iterations), best of `rounds`.
+double NanosPerOp(const std::function<void(int64_t iterations)>& body, int64_t iterations, int rounds = 5);
+
+// Times subject and baseline in alternating rounds; prints one table row.
+// target: the ratio the subject must stay within (0: report only).
+// Returns the ratio subject / baseline.
+double Compare(const std::string& figure, const std::function<void(int64_t)>& subject,
+               const std::function<void(int64_t)>& baseline, int64_t iterations, double target = 0);
+
+// Prints a row with a free-form value (lines per second, a longest call, ...).
+void Report(const std::string& figure, const std::string& value);
+
+// A private folder for the benchmark's files, removed at exit.
+std::string ScratchFolder();
+
+using BenchFn = void (*)();
+struct BenchRegistrar {
+    BenchRegistrar(const char* name, BenchFn fn);
+};
+
+}  // namespace kvbench
+
+#define KV_BENCH(id)                                                   \
+    static void id##_bench();                                          \
+    static ::kvbench::BenchRegistrar id##_registrar(#id, id##_bench);  \
+    static void id##_bench()
