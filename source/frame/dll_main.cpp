@@ -25,6 +25,7 @@ void Attach(HMODULE module) {
     ReadProcessSettings();
     InitializeCriticalSection(&MemoryLock);
     InitializeCriticalSection(&DebugLogLock);
+    LocksReady = true;
     EnterCriticalSection(&MemoryLock);
     InitializeMemoryManager();
     LeaveCriticalSection(&MemoryLock);
@@ -36,6 +37,7 @@ void Attach(HMODULE module) {
 void Detach() {
     EnterCriticalSection(&MemoryLock);
     RunDetachMemoryChecks();
+    LocksReady = false;
     LeaveCriticalSection(&MemoryLock);
     DeleteCriticalSection(&DebugLogLock);
     DeleteCriticalSection(&MemoryLock);

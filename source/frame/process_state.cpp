@@ -14,6 +14,7 @@ CRITICAL_SECTION MemoryLock;
 CRITICAL_SECTION DebugLogLock;
 CRITICAL_SECTION CallStackLock;
 CRITICAL_SECTION DriverLock;
+volatile bool LocksReady = false;
 
 void ApplyCrashOnError() {
     if (Settings.crashOnError) DebugBreak();

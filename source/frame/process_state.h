@@ -43,6 +43,11 @@ extern CRITICAL_SECTION DebugLogLock;
 extern CRITICAL_SECTION CallStackLock;
 extern CRITICAL_SECTION DriverLock;
 
+// True from the creation of MemoryLock and DebugLogLock at attach until just
+// before detach deletes them: code that may run outside that window (another
+// module's detach, an atexit handler) checks it before taking either lock.
+extern volatile bool LocksReady;
+
 // Executes a breakpoint trap when "CrashOnError" is on.
 void ApplyCrashOnError();
 
