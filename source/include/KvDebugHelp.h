@@ -3,4 +3,5 @@
 
 #include "KvFrame.h"
 #include "KvLogging.h"
+#include "KvConfig.h"
 #include "KvMemory.h"
