@@ -11,8 +11,8 @@ MemoryLayout Layout;
 DbgMemElement HeadSentinel;
 DbgMemElement TailSentinel;
 DbgMemStatistics Stats;
-volatile uint64_t AllocationTotal = 0;
-volatile uint64_t AllocationsOutstanding = 0;
+uint64_t AllocationTotal = 0;
+uint64_t AllocationsOutstanding = 0;
 PageGuardWindow GuardWindow;
 uint32_t PeriodicCheckCounter = 0;
 

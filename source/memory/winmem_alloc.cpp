@@ -1,7 +1,6 @@
 // The allocation core: guarded elements, short (light-mode) elements and the
 // page pool, chosen on every call from the debug mode and "AllocFromPage".
 #include <string.h>
-#include <time.h>
 
 #include "KvCallStack.h"
 #include "KvLogging.h"
@@ -16,6 +15,15 @@ namespace {
 constexpr const char* kDefaultFile = "winmem";
 constexpr int kAllocLine = 893;
 constexpr int kReAllocLine = 1289;
+
+// Seconds since 1970 from the system clock: the runtime's time() also looks
+// up the time zone, which costs microseconds under Wine.
+uint32_t UnixSeconds() {
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    const uint64_t ticks = (uint64_t(now.dwHighDateTime) << 32) | now.dwLowDateTime;
+    return uint32_t((ticks - 116444736000000000ull) / 10000000ull);
+}
 
 void RunPeriodicCheckStep() {
     if (PeriodicCheckCounter >= Settings.heapCheckInterval) {
@@ -110,17 +118,21 @@ __attribute__((always_inline)) inline void* AllocateGuarded(uint32_t n, uint16_t
     return UserData(e);
 }
 
+__attribute__((always_inline)) inline void* AllocatePlainShort(uint32_t n) {
+    AllocationTotal += 1;
+    AllocationsOutstanding += 1;
+    char* block = static_cast<char*>(HeapAlloc(Layout.heap, 0, SIZE_T(n) + kPlainFrameBytes));
+    if (!block) return nullptr;
+    const uint32_t head[2] = {n, kShortMagic};
+    memcpy(block, head, sizeof head);
+    memcpy(block + kShortHeaderBytes + n, &kPlainTrailer, 4);
+    return block + kShortHeaderBytes;
+}
+
 __attribute__((always_inline)) inline void* AllocateShort(uint32_t n, const char* file, int line) {
-    AllocationTotal = AllocationTotal + 1;
-    AllocationsOutstanding = AllocationsOutstanding + 1;
-    if (!Instrumentation.instrumentedTrailers) {
-        char* block = static_cast<char*>(HeapAlloc(Layout.heap, 0, SIZE_T(n) + kPlainFrameBytes));
-        if (!block) return nullptr;
-        const uint32_t head[2] = {n, kShortMagic};
-        memcpy(block, head, sizeof head);
-        memcpy(block + kShortHeaderBytes + n, &kPlainTrailer, 4);
-        return block + kShortHeaderBytes;
-    }
+    if (!Instrumentation.instrumentedTrailers) return AllocatePlainShort(n);
+    AllocationTotal += 1;
+    AllocationsOutstanding += 1;
     if (Instrumentation.locationLookup) {
         const char* actualFile = nullptr;
         const uint32_t actualLine = GetActualAllocationLocation(2, file, uint32_t(line), &actualFile);
@@ -133,7 +145,7 @@ __attribute__((always_inline)) inline void* AllocateShort(uint32_t n, const char
     if (!block) return nullptr;
     const uint32_t head[2] = {n, kShortMagic};
     memcpy(block, head, sizeof head);
-    const InstrumentedTrailer trailer{kInstrumentedTrailer, uint32_t(time(nullptr)), uint32_t(line), file};
+    const InstrumentedTrailer trailer{kInstrumentedTrailer, UnixSeconds(), uint32_t(line), file};
     memcpy(block + kShortHeaderBytes + n, &trailer, sizeof trailer);
     return block + kShortHeaderBytes;
 }
@@ -195,7 +207,15 @@ __attribute__((noinline)) void* ReAllocateCore(void* pointer, uint32_t size, uin
 extern "C" {
 
 void* osMemAlloc(uint32_t size, uint16_t flags) {
-    void* p = kv::AllocateCore(size, flags, kv::kDefaultFile, kv::kAllocLine);
+    using namespace kv;
+    // The common case inline: light mode with the plain frame.
+    if (DebugMode == 0 && !Settings.allocFromPage && !Instrumentation.instrumentedTrailers && int32_t(size) >= 0) {
+        const uint32_t n = size + Settings.padding;
+        void* p = AllocatePlainShort(n);
+        if (p && (flags & 0x01)) memset(p, 0, n);
+        return p;
+    }
+    void* p = AllocateCore(size, flags, kDefaultFile, kAllocLine);
     KV_KEEP_FRAME(p);
 }
 

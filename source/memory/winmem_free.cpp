@@ -114,24 +114,38 @@ void ReportBadPointer(PointerCheck check, const void* pointer) {
 
 }  // namespace kv
 
+namespace kv {
+namespace {
+
+__attribute__((noinline)) void RefuseShortPointer(char* p) {
+    const PointerCheck check = ClassifyPointer(p);
+    ReportBadPointer(check, p);
+    if (check != PointerCheck::NullElement) DumpMemoryAtPointer(p);
+    DumpStackSkipping(3);
+}
+
+__attribute__((noinline)) void FreeOtherModes(void* pointer) {
+    if (GuardedMode()) FreeGuarded(pointer);
+    else FreeToPagePool(pointer);
+}
+
+}  // namespace
+}  // namespace kv
+
 extern "C" void osMemFree(void* pointer) {
     using namespace kv;
     if (!pointer) return;
-    if (GuardedMode()) return FreeGuarded(pointer);
-    if (Settings.allocFromPage) return FreeToPagePool(pointer);
+    if (DebugMode != 0 || Settings.allocFromPage) return FreeOtherModes(pointer);
+    // Light mode inline; anything that is not a live short element goes to the report.
     char* p = static_cast<char*>(pointer);
-    const PointerCheck check = ClassifyPointer(p);
-    if (check == PointerCheck::Valid) {
-        memcpy(p - 4, &kShortFreedMagic, 4);
-        HeapFree(Layout.heap, 0, p - kShortHeaderBytes);
-        AllocationsOutstanding = AllocationsOutstanding - 1;
-        return;
+    if (reinterpret_cast<uintptr_t>(p) != kShortHeaderBytes && ReadU32(p - 4) == kShortMagic) {
+        const uint32_t trailer = ReadU32(p + ReadU32(p - 8));
+        if (trailer == kPlainTrailer || trailer == kInstrumentedTrailer) {
+            memcpy(p - 4, &kShortFreedMagic, 4);
+            HeapFree(Layout.heap, 0, p - kShortHeaderBytes);
+            AllocationsOutstanding -= 1;
+            return;
+        }
     }
-    ReportBadPointer(check, p);
-    if (check == PointerCheck::NullElement) {
-        DbgHlpDumpStack();
-        return;
-    }
-    DumpMemoryAtPointer(p);
-    DbgHlpDumpStack();
+    RefuseShortPointer(p);
 }

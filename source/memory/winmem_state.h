@@ -58,8 +58,8 @@ extern DbgMemElement TailSentinel;
 extern DbgMemStatistics Stats;
 
 // Light-mode counters: plain, unsynchronised on purpose (hot path).
-extern volatile uint64_t AllocationTotal;
-extern volatile uint64_t AllocationsOutstanding;
+extern uint64_t AllocationTotal;
+extern uint64_t AllocationsOutstanding;
 
 // Debug mode 16 window, full 64-bit return addresses.
 struct PageGuardWindow {
