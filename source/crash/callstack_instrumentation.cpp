@@ -206,7 +206,7 @@ void LogInstrumentedAndKvcodeCallStacks(void** frames, uint32_t count) {
     if (!Instrumentation.callStackLogging) return;
     CallStackLockScope lock;
     if (!frames) {
-        count = Capture(2, kMaxFrames, Frames);
+        count = Capture(1, kMaxFrames, Frames);  // frame 0 is the caller
         frames = Frames;
     }
     const char* text = FormatStackText(frames, count);

@@ -65,13 +65,16 @@ void CleanupSymbols() {
     Instrumentation.symbolsReady = false;
 }
 
-bool SourceLineOf(void* address, const char*& file, uint32_t& line) {
-    IMAGEHLP_LINE64 info{};
+static bool LineOf(DWORD64 address, IMAGEHLP_LINE64& info, DWORD& displacement) {
+    info = IMAGEHLP_LINE64{};
     info.SizeOfStruct = sizeof info;
+    return Symbols.lineFromAddr(SymbolProcess, address, &displacement, &info);
+}
+
+bool SourceLineOf(void* address, const char*& file, uint32_t& line) {
+    IMAGEHLP_LINE64 info;
     DWORD displacement = 0;
-    if (!Symbols.lineFromAddr(SymbolProcess, CallSiteOf(address), &displacement, &info) ||
-        !info.FileName)
-        return false;
+    if (!LineOf(CallSiteOf(address), info, displacement) || !info.FileName) return false;
     file = info.FileName;
     line = info.LineNumber;
     return true;
@@ -90,13 +93,12 @@ const char* FormatStackText(void* const* frames, uint32_t count) {
         DWORD64 symbolDisplacement = 0;
         IMAGEHLP_MODULE64 module{};
         module.SizeOfStruct = sizeof module;
-        IMAGEHLP_LINE64 source{};
-        source.SizeOfStruct = sizeof source;
+        IMAGEHLP_LINE64 source;
         DWORD lineDisplacement = 0;
         if (Symbols.fromAddr(SymbolProcess, address, &symbolDisplacement, &Symbol.info) &&
             Symbols.moduleInfo(SymbolProcess, address, &module)) {
             const char* moduleName = BaseName(module.ImageName);
-            if (Symbols.lineFromAddr(SymbolProcess, CallSiteOf(frames[i]), &lineDisplacement, &source))
+            if (LineOf(CallSiteOf(frames[i]), source, lineDisplacement))
                 snprintf(line, sizeof line, "(%s) %s(0x%llx) - %s Line %lu + Offset 0x%0x\n", moduleName,
                          Symbol.info.Name, static_cast<unsigned long long>(Symbol.info.Address), source.FileName,
                          static_cast<unsigned long>(source.LineNumber), unsigned(lineDisplacement));
