@@ -69,6 +69,12 @@ KV_SCENARIO(mem_page_pool) {
     osMemFree(big);
     char* again = static_cast<char*>(osMemReAlloc(nullptr, 64, OSMEM_ZERO));
     printf("again %d\n", again && again[63] == 0);
+    memset(again, 'g', 64);
+    char* grown = static_cast<char*>(osMemReAlloc(again, 65530, OSMEM_ZERO));  // fills a block to its end
+    if (!grown || DbgMemAllocLen(grown) != 65530 || grown[0] != 'g' || grown[63] != 'g' || grown[64] != 0 ||
+        grown[65529] != 0)
+        return 4;
+    osMemFree(grown);
     return 0;
 }
 
