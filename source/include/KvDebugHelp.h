@@ -4,3 +4,4 @@
 #include "KvFrame.h"
 #include "KvLogging.h"
 #include "KvMemory.h"
+#include "KvCallStack.h"
