@@ -5,3 +5,4 @@
 #include "KvLogging.h"
 #include "KvConfig.h"
 #include "KvMemory.h"
+#include "KvCallStack.h"
