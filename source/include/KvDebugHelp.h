@@ -3,5 +3,7 @@
 
 #include "KvFrame.h"
 #include "KvLogging.h"
+#include "KvConfig.h"
 #include "KvMemory.h"
+#include "KvCallStack.h"
 #include "KvCrash.h"
