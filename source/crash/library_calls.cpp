@@ -11,7 +11,7 @@ namespace kv {
 namespace lib {
 namespace {
 
-// The system log and the dump file name are looked up by name in this
+// The system log, the dump file name and the INI value readers are looked up by name in this
 // module's export table until the log writer is part of every build.
 template <typename Fn>
 Fn Resolve(Fn& cache, const char* name) {
@@ -25,9 +25,13 @@ Fn Resolve(Fn& cache, const char* name) {
 
 using SyslogFn = void (*)(const char*, ...);
 using DumpPathFn = int32_t (*)(int32_t, char*, uint32_t);
+using IniIntRangeFn = int32_t (*)(const char*, const char*, const char*, int32_t, int32_t, int32_t);
+using IniBoolFn = int32_t (*)(const char*, const char*, int32_t);
 
 SyslogFn syslogFn;
 DumpPathFn dumpPathFn;
+IniIntRangeFn iniIntRangeFn;
+IniBoolFn iniBoolFn;
 
 }  // namespace
 
@@ -38,10 +42,14 @@ void SyslogText(const char* text) {
 int KorvanIniFilePath(char* buffer, int size) { return GetKorvanIniFilePath(buffer, static_cast<uint32_t>(size)); }
 
 int IniIntRange(const char* iniPath, const char* section, const char* key, int def, int minimum, int maximum) {
-    return IniReadValueAsIntRange(iniPath, section, key, def, minimum, maximum);
+    if (auto fn = Resolve(iniIntRangeFn, "IniReadValueAsIntRange")) return fn(iniPath, section, key, def, minimum, maximum);
+    return def < minimum ? minimum : def > maximum ? maximum : def;
 }
 
-int KorvanIniBool(const char* section, const char* key, int def) { return KorvanIniReadValueAsBool(section, key, def); }
+int KorvanIniBool(const char* section, const char* key, int def) {
+    auto fn = Resolve(iniBoolFn, "KorvanIniReadValueAsBool");
+    return fn ? fn(section, key, def) : def;
+}
 
 int MemoryDumpPath(int folderType, char* buffer, int size) {
     auto fn = Resolve(dumpPathFn, "GetMemoryDumpPath");

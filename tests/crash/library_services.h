@@ -16,7 +16,8 @@ inline FARPROC LibraryExport(const char* name) {
 
 // True when GenerateMiniDump can be tested end to end.
 inline bool CrashChainAvailable() {
-    return LibraryExport("DirectSyslogWrite") && LibraryExport("GetMemoryDumpPath");
+    return LibraryExport("DirectSyslogWrite") && LibraryExport("GetMemoryDumpPath") &&
+           LibraryExport("IniReadValueAsIntRange") && LibraryExport("KorvanIniReadValueAsBool");
 }
 
 // SetKorvanIniFilePath(path) then ValidateKorvanIniFile(); true when valid.

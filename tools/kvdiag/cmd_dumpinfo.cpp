@@ -129,7 +129,7 @@ KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE", "what a minidump holds: exception, thr
     printf("Dump:           %s\n", argv[0]);
     printf("Size:           %llu bytes\n", static_cast<unsigned long long>(dump.size()));
     const auto* header = reinterpret_cast<const MINIDUMP_HEADER*>(dump.base());
-    if (!header || dump.size() < sizeof *header || header->Signature != MINIDUMP_SIGNATURE) {
+    if (!header || dump.size() < sizeof *header || header->Signature != 0x504d444du /* "MDMP" */) {
         printf("Not a minidump%s\n", dump.size() == 0 ? " (empty file)" : "");
         return 1;
     }
