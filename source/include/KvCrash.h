@@ -7,9 +7,28 @@
 #include <dbghelp.h>
 #include <stdint.h>
 
-#include <string>
-
 #include "KvExport.h"
+
+// Constructs and destroys one KvException (0xC0000010, "this is a dummy
+// exception", KvException:125) so that a host can check its debug log, system
+// log and call-stack output. Nothing is thrown; the argument is unused.
+KVDH_C_API void KvExceptionCreateDummyException(uint64_t unused);
+
+// Number of KvException objects alive in this process (every constructor,
+// copy included, counts up; every destructor counts down). A leak check for
+// hosts and the self-check.
+KVDH_C_API long KvExceptionGetLiveCount(void);
+
+// Writes a minidump of the current process, as much memory as the product INI
+// file's [Debug]MiniDumpType says (0 none, 1 light, 2 light, 3 full memory),
+// to the dump file of the product log folder (user.dmp). Call it from the
+// unhandled-exception filter. Outcomes go to the system log only, as lines that
+// begin "## EXCEPTION ## - ". With [Debug]HangProcessIfDumpFailed true a failed
+// dump never returns: the process sleeps so that a debugger can attach.
+KVDH_C_API void GenerateMiniDump(EXCEPTION_POINTERS* exceptionPointers);
+
+#ifdef __cplusplus
+#include <string>
 
 // The exception the product throws for errors that must leave a trace.
 // Constructing one records the raising process, thread, file and line, the
@@ -54,24 +73,6 @@ private:
     uint32_t callStackCount;
     uint64_t callStack[kCallStackSize];
 };
-
-// Constructs and destroys one KvException (0xC0000010, "this is a dummy
-// exception", KvException:125) so that a host can check its debug log, system
-// log and call-stack output. Nothing is thrown; the argument is unused.
-KVDH_C_API void KvExceptionCreateDummyException(uint64_t unused);
-
-// Number of KvException objects alive in this process (every constructor,
-// copy included, counts up; every destructor counts down). A leak check for
-// hosts and the self-check.
-KVDH_C_API long KvExceptionGetLiveCount(void);
-
-// Writes a minidump of the current process, as much memory as the product INI
-// file's [Debug]MiniDumpType says (0 none, 1 light, 2 light, 3 full memory),
-// to the dump file of the product log folder (user.dmp). Call it from the
-// unhandled-exception filter. Outcomes go to the system log only, as lines that
-// begin "## EXCEPTION ## - ". With [Debug]HangProcessIfDumpFailed true a failed
-// dump never returns: the process sleeps so that a debugger can attach.
-KVDH_C_API void GenerateMiniDump(EXCEPTION_POINTERS* exceptionPointers);
 
 // One minidump write. The derived classes decide how much memory goes in (dump
 // type flags) and filter what the minidump service offers (Callback).
@@ -133,3 +134,5 @@ public:
     void GetCallbackInfo(MINIDUMP_CALLBACK_INFORMATION& info, bool& present) override;
     BOOL Callback(const MINIDUMP_CALLBACK_INPUT* input, MINIDUMP_CALLBACK_OUTPUT* output) override;
 };
+
+#endif  // __cplusplus
