@@ -32,6 +32,10 @@ SyslogFn syslogFn;
 DumpPathFn dumpPathFn;
 IniIntRangeFn iniIntRangeFn;
 IniBoolFn iniBoolFn;
+using DebugLogPathFn = int32_t (*)(int32_t, int32_t, char*, uint32_t);
+using SyslogPathFn = int32_t (*)(int32_t, int32_t, char*, uint32_t);
+DebugLogPathFn debugLogPathFn;
+SyslogPathFn syslogPathFn;
 
 }  // namespace
 
@@ -54,6 +58,16 @@ int KorvanIniBool(const char* section, const char* key, int def) {
 int MemoryDumpPath(int folderType, char* buffer, int size) {
     auto fn = Resolve(dumpPathFn, "GetMemoryDumpPath");
     return fn ? fn(folderType, buffer, static_cast<uint32_t>(size)) : -2;
+}
+
+int DebugLogFilePath(int index, int folderType, char* buffer, int size) {
+    auto fn = Resolve(debugLogPathFn, "GetDebugLogFilePath");
+    return fn ? fn(index, folderType, buffer, static_cast<uint32_t>(size)) : -2;
+}
+
+int SyslogFilePath(int folderType, int backup, char* buffer, int size) {
+    auto fn = Resolve(syslogPathFn, "GetSyslogFilePath");
+    return fn ? fn(folderType, backup, buffer, static_cast<uint32_t>(size)) : -2;
 }
 
 void LogSymbolicStack(const uint64_t* frames, uint32_t count) {

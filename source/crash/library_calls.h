@@ -1,4 +1,4 @@
-// Calls from the crash subsystem into the library's logging, configuration
+// Calls from the crash subsystem and the self-check into the library's logging, configuration
 // and call-stack exports. They are resolved by name in this module's export
 // table, so a service that is not built into this library yet simply answers
 // "not available" instead of breaking the link.
@@ -19,6 +19,9 @@ int IniIntRange(const char* iniPath, const char* section, const char* key, int d
 int KorvanIniBool(const char* section, const char* key, int def);
 // GetMemoryDumpPath; -2 when the service is missing.
 int MemoryDumpPath(int folderType, char* buffer, int size);
+// GetDebugLogFilePath and GetSyslogFilePath; -2 when the service is missing.
+int DebugLogFilePath(int index, int folderType, char* buffer, int size);
+int SyslogFilePath(int folderType, int backup, char* buffer, int size);
 // LogInstrumentedAndKvcodeCallStacks.
 void LogSymbolicStack(const uint64_t* frames, uint32_t count);
 // GetStackFrames: frames captured, 0 when capture is not available.

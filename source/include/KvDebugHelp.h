@@ -7,3 +7,4 @@
 #include "KvMemory.h"
 #include "KvCallStack.h"
 #include "KvCrash.h"
+#include "KvSelfCheck.h"
