@@ -6,3 +6,4 @@
 #include "KvConfig.h"
 #include "KvMemory.h"
 #include "KvCallStack.h"
+#include "KvCrash.h"
