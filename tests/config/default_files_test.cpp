@@ -43,34 +43,19 @@ int32_t CreateIniAt(const std::string& path) {
 
 }  // namespace
 
-TEST(DefaultFiles, IniFileInConfigFolderGetsEveryFolder) {
-    TempDir plant("cfgplant");
-    CreateDirectoryA((plant / "Config").c_str(), nullptr);
-    const std::string ini = plant / "Config\\product.ini";
-    ASSERT_EQ(1, CreateIniAt(ini));
-    EXPECT_EQ(IniKeysBelow(plant.path() + "\\"), KeysOf(ini));
-    // The new file is validated: the folders answer at once.
-    char text[300];
-    EXPECT_EQ(int32_t(plant.path().size() + 5), GetKorvanLogFolder(text, sizeof text));
-    EXPECT_EQ(plant / "Logs", text);
-    InvalidateKorvanIniFile();
-}
-
-TEST(DefaultFiles, ConfigFolderNameIgnoresCase) {
-    TempDir plant("cfgcase");
-    CreateDirectoryA((plant / "config").c_str(), nullptr);
-    const std::string ini = plant / "config\\product.ini";
-    ASSERT_EQ(1, CreateIniAt(ini));
-    EXPECT_EQ(IniKeysBelow(plant.path() + "\\"), KeysOf(ini));
-    InvalidateKorvanIniFile();
-}
-
-TEST(DefaultFiles, OtherFolderGetsOnlyTheBinaryFolder) {
-    TempDir plant("cfgother");
-    CreateDirectoryA((plant / "Settings").c_str(), nullptr);
-    const std::string ini = plant / "Settings\\product.ini";
-    EXPECT_EQ(1, CreateIniAt(ini));
-    EXPECT_EQ((Keys{{"BIN", BinFolder()}}), KeysOf(ini));
+TEST(DefaultFiles, IniFileGetsTheFoldersBesideItsConfigFolder) {
+    for (const char* folder : {"Config", "config", "Settings"}) {
+        TempDir plant("cfgplant");
+        CreateDirectoryA((plant / folder).c_str(), nullptr);
+        const std::string ini = plant / (std::string(folder) + "\\product.ini");
+        ASSERT_EQ(1, CreateIniAt(ini)) << folder;  // created, then validated
+        const bool inConfig = _stricmp(folder, "Config") == 0;
+        const Keys expected = inConfig ? IniKeysBelow(plant.path() + "\\") : Keys{{"BIN", BinFolder()}};
+        EXPECT_EQ(expected, KeysOf(ini)) << folder;
+        char text[300];
+        EXPECT_EQ(inConfig ? plant / "Logs" : "-2",
+                  GetKorvanLogFolder(text, sizeof text) > 0 ? std::string(text) : "-2") << folder;
+    }
     InvalidateKorvanIniFile();
 }
 
