@@ -3,4 +3,6 @@
 
 #include "KvFrame.h"
 #include "KvLogging.h"
+#include "KvConfig.h"
 #include "KvMemory.h"
+#include "KvCallStack.h"
