@@ -25,7 +25,7 @@ KVDH_C_API char* GetDateTimeString(char* buffer, uint32_t* length);
 // ---- Application logs and the system log ----------------------------------
 
 // The record behind an application log handle; callers hold only the pointer.
-struct LogFile;
+typedef struct LogFile LogFile;
 
 // Opens (appends to) <log folder>\fileName; archives it past sizeKb kilobytes.
 // keepOpen false: the file is closed and reopened after every write.

@@ -7,9 +7,8 @@
 #include <string.h>
 #include <time.h>
 
-#include <new>
-
 #include "KvLogging.h"
+#include "KvMemory.h"
 #include "logging/app_log.h"
 #include "logging/log_folder.h"
 #include "logging/shared_stream.h"
@@ -58,19 +57,20 @@ extern "C" {
 
 LogFile* OpenLog(const char* fileName, uint32_t sizeKb, bool keepOpen) {
     if (!fileName) return nullptr;
-    LogFile* log = new (std::nothrow) LogFile{};
+    LogFile* log = static_cast<LogFile*>(osMemAlloc(sizeof(LogFile), 1));
     if (!log) return nullptr;
+    memset(log, 0, sizeof *log);
     std::string folder;
     kv::ResolveLogFolder(1, folder);  // a failed lookup leaves the folder empty
     if (snprintf(log->path, sizeof log->path, "%s\\%s", folder.c_str(), fileName) >= int(sizeof log->path)) {
-        delete log;
+        osMemFree(log);
         return nullptr;
     }
     log->maxSize = sizeKb * 1024;
     log->keepOpen = keepOpen;
     log->stream = OpenLiveFile(log->path, false);
     if (!log->stream) {
-        delete log;
+        osMemFree(log);
         return nullptr;
     }
     InitializeCriticalSection(&log->lock);
@@ -104,7 +104,7 @@ void CloseLog(LogFile* log) {
     if (!log) return;
     if (log->stream) fclose(log->stream);
     DeleteCriticalSection(&log->lock);
-    delete log;
+    osMemFree(log);
 }
 
 void SetSyslogSize(LogFile* log, uint32_t sizeKb) { log->maxSize = sizeKb * 1024; }

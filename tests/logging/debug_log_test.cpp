@@ -64,21 +64,6 @@ TEST(DebugLog, OverlongMessagesAreCutInsideTheLine) {
     EXPECT_EQ(std::string(991, 'L'), MessageOf(lines[3]));
 }
 
-TEST(DebugLog, TimestampShowsTheZoneOffset) {
-    const struct {
-        const char* tz;
-        const char* offset;
-    } zones[] = {{"EST5", "\t-05:00"}, {"IST-5:30", "\t+05:30"}, {"UTC0", "\t+00:00"}};
-    for (const auto& zone : zones) {
-        ChildHost host("log_zone");
-        host.SetEnv("TZ", zone.tz);
-        const auto r = host.Run({"log_stamp"});
-        ASSERT_EQ(0u, r.exitCode) << r.output;
-        EXPECT_NE(std::string::npos, r.output.find(std::string(zone.offset) + "|length=30|own=1")) << zone.tz << r.output;
-        EXPECT_NE(std::string::npos, r.output.find(std::string(zone.offset) + "|\n")) << zone.tz << r.output;
-    }
-}
-
 TEST(DebugLog, LogErrorsOffWritesNoFileAtAll) {
     ProductInstall install;
     ChildHost host("log_silent");

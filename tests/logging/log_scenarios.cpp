@@ -95,8 +95,16 @@ KV_SCENARIO(log_script) {
     return 0;
 }
 
-// Prints the timestamp (the time zone comes from TZ).
+// Prints the timestamp (the time zone comes from TZ), or writes it to the file
+// named by the first argument.
 KV_SCENARIO(log_stamp) {
+    if (argc >= 1) {
+        FILE* out = fopen(argv[0], "w");
+        if (!out) return 3;
+        fputs(GetDateTimeString(nullptr, nullptr), out);
+        fclose(out);
+        return 0;
+    }
     uint32_t length = 99;
     char buffer[32];
     const char* used = GetDateTimeString(buffer, &length);
