@@ -18,7 +18,7 @@
 
 namespace {
 
-const char kMessage[] = "Alarm server: tag PLANT1.PUMP3.PRESSURE changed state to HIGH, value 7.25 bar.";
+const char kMessage[] = "Alarm server: tag PLANT1.PUMP3.PRESSURE changed state to HIGH, value 17.2 bar(g)";
 static_assert(sizeof kMessage - 1 == 80, "a typical 80-byte message");
 
 constexpr char kPeerVariable[] = "KV_LOG_BENCH_PEER";
