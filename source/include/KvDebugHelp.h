@@ -6,3 +6,5 @@
 #include "KvConfig.h"
 #include "KvMemory.h"
 #include "KvCallStack.h"
+#include "KvCrash.h"
+#include "KvSelfCheck.h"
