@@ -4,3 +4,5 @@
 #include "KvFrame.h"
 #include "KvLogging.h"
 #include "KvMemory.h"
+#include "KvUtil.h"
+#include "KvCrashMail.h"
