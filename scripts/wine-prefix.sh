@@ -6,10 +6,10 @@ build="${1:-build}"
 export WINEPREFIX="$(cd "$build" && pwd)/wineprefix"
 export WINEDEBUG=-all
 unset DISPLAY WAYLAND_DISPLAY
-if [ ! -f "$WINEPREFIX/system.reg" ]; then
+mkdir -p "$WINEPREFIX"
+# A persistent server first; one that is already running serves just as well.
+wineserver -p 120 2>/dev/null || true
+if [ ! -f "$WINEPREFIX/system.reg" ] || [ ! -d "$WINEPREFIX/drive_c/windows/system32" ]; then
   echo "Creating the Wine prefix $WINEPREFIX"
   wineboot -i >/dev/null 2>&1 || true
-  wineserver -w
 fi
-# An already running server answers with an error; it serves just as well.
-wineserver -p 120 2>/dev/null || true

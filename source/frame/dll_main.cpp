@@ -1,4 +1,5 @@
 // The library entry point: the attach and detach sequences.
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <windows.h>
@@ -16,7 +17,7 @@ void ReadProcessSettings() {
     GetModuleFileNameA(nullptr, path, sizeof path);
     char name[_MAX_FNAME] = "";
     _splitpath(path, nullptr, nullptr, name, nullptr);
-    strncpy(ExeName, name, sizeof ExeName - 1);
+    snprintf(ExeName, sizeof ExeName, "%s", name);
     ReadSettingsFor(ExeName, DebugMode, Settings, nullptr);
 }
 

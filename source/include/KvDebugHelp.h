@@ -3,6 +3,11 @@
 
 #include "KvFrame.h"
 #include "KvLogging.h"
+#include "KvConfig.h"
 #include "KvMemory.h"
+<<<<<<< HEAD
 #include "KvUtil.h"
 #include "KvCrashMail.h"
+=======
+#include "KvCallStack.h"
+>>>>>>> main

@@ -1,0 +1,106 @@
+// The product INI file's location: setting, validating and reporting it.
+#include <stdlib.h>
+#include <string.h>
+
+#include "KvConfig.h"
+#include "config/buffer_result.h"
+#include "config/ini_location.h"
+#include "config/root_key.h"
+
+namespace kv {
+
+std::mutex IniFileLock;
+IniFileLocation IniLocation;
+
+IniSnapshot SnapshotIniFile() {
+    IniSnapshot snapshot;
+    std::lock_guard<std::mutex> lock(IniFileLock);
+    memcpy(snapshot.path, IniLocation.path, sizeof snapshot.path);
+    snapshot.valid = IniLocation.valid;
+    return snapshot;
+}
+
+int32_t ValidateIniFile(bool readOnly) {
+    int32_t result = 0;
+    DWORD error = 0;
+    {
+        std::lock_guard<std::mutex> lock(IniFileLock);
+        if (!IniLocation.path[0]) {
+            char found[kIniPathBytes + 1] = "";
+            uint32_t size = kIniPathBytes;
+            if (RegistryReadValueAsString(HKEY_LOCAL_MACHINE, RootRegistryKeyPath(), "DefaultINIPath", found, &size) !=
+                RegAccessSuccess) {
+                SetLastError(ERROR_FILE_NOT_FOUND);
+                return 0;
+            }
+            memcpy(IniLocation.path, found, size + 1);
+        }
+        // A failed check leaves an earlier success standing.
+        if (CheckIniFile(IniLocation.path, readOnly, IniLocation.tolerateMissing)) {
+            IniLocation.valid = true;
+            result = 1;
+        }
+        error = GetLastError();
+    }
+    SetLastError(error);  // as the check left it, whatever unlocking did
+    return result;
+}
+
+}  // namespace kv
+
+int32_t SetKorvanIniFilePath(const char* path) { return SetKorvanIniFilePathEx(path, 0); }
+
+int32_t SetKorvanIniFilePathEx(const char* path, int32_t mode) {
+    if (!path) return 0;
+    char absolute[kv::kIniPathBytes];
+    if (!_fullpath(absolute, path, sizeof absolute)) return 0;  // too long: refused, not cut
+    bool tolerateMissing;
+    {
+        std::lock_guard<std::mutex> lock(kv::IniFileLock);
+        kv::IniFileLocation& location = kv::IniLocation;
+        if (strcmp(absolute, location.path) != 0) {
+            location.valid = false;
+            memcpy(location.path, absolute, strlen(absolute) + 1);
+        }
+        tolerateMissing = location.tolerateMissing;
+    }
+    // Setting never validates: the caller validates afterwards.
+    return kv::CheckIniFile(absolute, mode == 1, tolerateMissing) ? 1 : 0;
+}
+
+int32_t ValidateKorvanIniFile(void) { return kv::ValidateIniFile(false); }
+int32_t ValidateKorvanIniFileEx(int32_t mode) { return kv::ValidateIniFile(mode == 1); }
+
+void InvalidateKorvanIniFile(void) {
+    std::lock_guard<std::mutex> lock(kv::IniFileLock);
+    kv::IniLocation.valid = false;
+}
+
+void TolerateMissingIniFile(void) {
+    std::lock_guard<std::mutex> lock(kv::IniFileLock);
+    kv::IniLocation.tolerateMissing = true;
+}
+
+int32_t GetKorvanIniFilePath(char* buffer, uint32_t size) {
+    kv::ClearBuffer(buffer, size);
+    const kv::IniSnapshot ini = kv::SnapshotIniFile();
+    const int32_t copied = kv::CopyOut(ini.path, strlen(ini.path), buffer, size);
+    if (copied < 0) return copied;
+    return ini.valid ? copied : kv::kNotValidated;
+}
+
+int32_t GetKorvanIniFilePathAsConfigured(char* buffer, uint32_t size) {
+    kv::ClearBuffer(buffer, size);
+    const kv::IniSnapshot ini = kv::SnapshotIniFile();
+    return kv::CopyOut(ini.path, strlen(ini.path), buffer, size);
+}
+
+int32_t GetKorvanIniFileName(char* buffer, uint32_t size) {
+    kv::ClearBuffer(buffer, size);
+    const kv::IniSnapshot ini = kv::SnapshotIniFile();
+    if (!ini.valid) return kv::kNotAvailable;
+    char name[_MAX_FNAME] = "", extension[_MAX_EXT] = "", fileName[kv::kIniPathBytes] = "";
+    _splitpath(ini.path, nullptr, nullptr, name, extension);
+    _makepath(fileName, nullptr, nullptr, name, extension);
+    return kv::CopyOut(fileName, strlen(fileName), buffer, size);
+}

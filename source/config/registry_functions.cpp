@@ -1,0 +1,29 @@
+// The three one-shot registry exports, each on a RegKey of its own.
+#include <string.h>
+
+#include "KvConfig.h"
+
+int32_t RegistryReadValueAsDword(HKEY root, const char* subKey, const char* name, uint32_t* value) {
+    if (!subKey || !name || !value) return RegAccessFailed;
+    RegKey key(subKey, root, true);
+    return key.ReadValueAsDword(name, *value);
+}
+
+int32_t RegistryWriteValueAsDword(HKEY root, const char* subKey, const char* name, uint32_t value) {
+    if (!subKey || !name) return RegAccessFailed;
+    RegKey key(subKey, root, false);
+    return key.WriteValueAsDword(name, value);
+}
+
+int32_t RegistryReadValueAsString(HKEY root, const char* subKey, const char* name, char* buffer, uint32_t* size) {
+    if (buffer && size) memset(buffer, 0, *size);
+    if (!subKey || !name || !buffer || !size) return RegAccessFailed;
+    RegKey key(subKey, root, true);
+    std::string text;
+    const RegAccessResult rc = key.ReadValueAsString(name, text);
+    if (rc != RegAccessSuccess) return rc;
+    if (*size < text.size() + 1) return RegAccessFailed;
+    memcpy(buffer, text.c_str(), text.size() + 1);
+    *size = uint32_t(text.size());
+    return RegAccessSuccess;
+}

@@ -1,0 +1,223 @@
+// Allocation instrumentation: the switches, the real source location of an
+// allocation (cached per stack hash), the allocation watcher and the
+// symbolic stack with the script engine's own stack.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <unordered_map>
+
+#include "KvCallStack.h"
+#include "KvLogging.h"
+#include "crash/callstack_state.h"
+#include "crash/callstack_symbols.h"
+#include "frame/process_state.h"
+
+namespace kv {
+namespace {
+
+constexpr int kMaxFrames = 40;
+constexpr int kMaxSkipFragments = 19;
+constexpr size_t kFragmentRoom = 32;
+constexpr int kPoolEntries = 1000;
+constexpr size_t kNameRoom = 32;
+constexpr size_t kWatchRoom = 31;
+
+class CallStackLockScope {
+public:
+    CallStackLockScope() { EnterCriticalSection(&CallStackLock); }
+    ~CallStackLockScope() { LeaveCriticalSection(&CallStackLock); }
+    CallStackLockScope(const CallStackLockScope&) = delete;
+    CallStackLockScope& operator=(const CallStackLockScope&) = delete;
+};
+
+// Split in place: a later call with an empty list sees only the first fragment.
+char DefaultSkipList[] = "vc\\include;source\\include;kor\\commonlibrary;api\\common;\\kvanmobj;\\winmem";
+char SkipFragments[kMaxSkipFragments][kFragmentRoom];
+int SkipFragmentCount = 0;
+
+void* Frames[kMaxFrames];
+
+struct Location {
+    const char* file;
+    uint32_t line;
+};
+std::unordered_map<ULONG, Location> LocationCache;
+
+// Interned file names live until the process ends: trailers point at them.
+char NamePool[kPoolEntries][kNameRoom];
+int NamePoolUsed = 0;  // entry 0 is never used
+char LastName[kNameRoom];
+const char* LastNameResult = nullptr;
+
+struct Watcher {
+    char file[kWatchRoom] = "";
+    uint32_t line = 0;
+    int limit = 0;
+    int triggers = 0;
+    bool armed = false;
+} Watch;
+
+KvcodeStackDumpFn KvcodeStackDump = nullptr;
+
+void KeepTail(char* out, size_t room, const char* text) {
+    const size_t length = strlen(text);
+    strcpy(out, length < room ? text : text + length - (room - 1));
+}
+
+void SplitSkipList(char* list) {
+    SkipFragmentCount = 0;
+    char* piece = list;
+    while (piece && SkipFragmentCount < kMaxSkipFragments) {
+        char* end = strchr(piece, ';');
+        if (end) *end = 0;
+        if (*piece) KeepTail(SkipFragments[SkipFragmentCount++], kFragmentRoom, piece);
+        piece = end ? end + 1 : nullptr;
+    }
+}
+
+bool InSkipList(const char* file) {
+    for (int i = 0; i < SkipFragmentCount; ++i)
+        if (strstr(file, SkipFragments[i])) return true;
+    return false;
+}
+
+const char* InternName(const char* name) {
+    if (LastNameResult && memcmp(name, LastName, kNameRoom) == 0) return LastNameResult;
+    const char* result = nullptr;
+    for (int i = 1; i <= NamePoolUsed; ++i)
+        if (strcmp(NamePool[i], name) == 0) result = NamePool[i];
+    if (!result) {
+        if (NamePoolUsed >= kPoolEntries - 1) return nullptr;
+        result = strcpy(NamePool[++NamePoolUsed], name);
+    }
+    memcpy(LastName, name, kNameRoom);
+    LastNameResult = result;
+    return result;
+}
+
+// The first frame with line information outside the skip list.
+bool FindLocation(uint16_t count, Location& found) {
+    for (uint16_t i = 0; i < count; ++i) {
+        const char* file;
+        uint32_t line;
+        if (!SourceLineOf(Frames[i], file, line)) continue;
+        if (InSkipList(file)) continue;
+        // The pool form: the last 31 characters, and a leading "*" that marks
+        // a name that may have been cut.
+        char name[kNameRoom] = {};
+        KeepTail(name, kNameRoom, file);
+        if (strlen(name) > 1) name[0] = '*';
+        const char* interned = InternName(name);
+        if (!interned || line == 0) return false;
+        found = Location{interned, line};
+        return true;
+    }
+    return false;
+}
+
+void CheckWatcher(const char* file, uint32_t line, uint16_t frameCount) {
+    if (!Watch.armed || line != Watch.line || !file || !strstr(file, Watch.file)) return;
+    DbgLogWrite("Memory Alloc StackTrace Trigger on %s:%d\n", Watch.file, int(Watch.line));
+    LogInstrumentedAndKvcodeCallStacks(Frames, frameCount);
+    if (++Watch.triggers >= Watch.limit) Watch.armed = false;
+}
+
+}  // namespace
+}  // namespace kv
+
+extern "C" {
+
+int IsInstrumentationEnabled(void) {
+    return kv::Instrumentation.callStackLogging || kv::Instrumentation.locationLookup;
+}
+
+void EnableCallStackAndAllocationInstrumentation(int callStacks, int allocationMode, char* skipList,
+                                                 int reportAtUnload) {
+    using namespace kv;
+    CallStackLockScope lock;
+    const bool lookupMode = (allocationMode & ~4) == 2;
+    const bool active = callStacks || lookupMode;
+    if (active) {
+        SplitSkipList(skipList && *skipList ? skipList : DefaultSkipList);
+        InitializeSymbols();
+    }
+    const bool ready = Instrumentation.symbolsReady;
+    Instrumentation.callStackLogging = active && ready && callStacks;
+    Instrumentation.locationLookup = ready && lookupMode;
+    Instrumentation.reportAtUnload = reportAtUnload != 0;
+    Instrumentation.instrumentedTrailers = allocationMode != 0;
+    Instrumentation.plainListing = (allocationMode & 4) != 0;
+}
+
+int SetAllocationWatcher(const char* spec) {
+    using namespace kv;
+    char text[256] = "";
+    if (spec) snprintf(text, sizeof text, "%s", spec);
+    char* line = strchr(text, ':');
+    if (line) *line++ = 0;
+    char* limit = line ? strchr(line, ':') : nullptr;
+    if (limit) *limit++ = 0;
+    CallStackLockScope lock;
+    Watch.line = line ? uint32_t(atoi(line)) : 0;
+    Watch.limit = limit ? atoi(limit) : 0;
+    Watch.triggers = 0;
+    Watch.armed = Watch.limit != 0;
+    const size_t length = strlen(text);
+    return strcpy_s(Watch.file, sizeof Watch.file, length < kWatchRoom ? text : text + length - (kWatchRoom - 1));
+}
+
+void RegisterKvcodeStackDump(KvcodeStackDumpFn callback) { kv::KvcodeStackDump = callback; }
+
+uint32_t GetActualAllocationLocation(uint32_t skip, const char* file, uint32_t line, const char** outFile) {
+    using namespace kv;
+    static const char kEmpty[] = "";
+    if (!Instrumentation.locationLookup) {
+        if (outFile) *outFile = kEmpty;
+        return 0;
+    }
+    CallStackLockScope lock;
+    ULONG hash = 0;
+    const uint16_t count = Capture(skip + 1, kMaxFrames, Frames, &hash);
+    Location found{nullptr, 0};
+    const auto cached = LocationCache.find(hash);
+    if (cached != LocationCache.end()) {
+        found = cached->second;
+    } else if (FindLocation(count, found)) {
+        LocationCache.emplace(hash, found);
+    }
+    const char* resultFile = found.file;
+    if (!found.file) {
+        if (!Watch.armed) {
+            if (outFile) *outFile = kEmpty;
+            return 0;
+        }
+        resultFile = file;
+        CheckWatcher(file, line, count);
+    } else {
+        CheckWatcher(found.file, found.line, count);
+    }
+    if (outFile) *outFile = resultFile ? resultFile : kEmpty;
+    return found.line;
+}
+
+void LogInstrumentedAndKvcodeCallStacks(void** frames, uint32_t count) {
+    using namespace kv;
+    if (!Instrumentation.callStackLogging) return;
+    CallStackLockScope lock;
+    if (!frames) {
+        count = Capture(1, kMaxFrames, Frames);  // frame 0 is the caller
+        frames = Frames;
+    }
+    const char* text = FormatStackText(frames, count);
+    DbgFileWrite("%s\n", text);
+    if (KvcodeStackDump && (strstr(text, "(Client.dll) CodeSlice") || strstr(text, "(Client.dll) PageCodeExec"))) {
+        char kvcode[500] = "";
+        KvcodeStackDump(kvcode, sizeof kvcode);
+        kvcode[sizeof kvcode - 1] = 0;
+        DbgFileWrite("=> Kvcode detected, kvcode trace:\n");
+        DbgFileWrite("%s\n\n", kvcode);
+    }
+}
+
+}  // extern "C"

@@ -1,0 +1,138 @@
+// The memory report: header, allocation-rate line and the table of the
+// light-mode allocations found by walking the process heap.
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+
+#include "KvLogging.h"
+#include "crash/callstack_state.h"
+#include "memory/heap_report.h"
+#include "memory/winmem_state.h"
+
+namespace kv {
+namespace {
+
+constexpr uint32_t kMaxRecords = 10000;
+
+struct ReportRecord {
+    const void* data;
+    uint32_t size;
+    uint32_t trailer;
+    const char* file;
+    uint32_t line;
+    uint32_t time;
+};
+
+// Static so that nothing is allocated while the heap is locked.
+ReportRecord Records[kMaxRecords];
+uint32_t RecordCount = 0;
+
+uint64_t RateTotal = 0;
+clock_t RateClock = 0;
+
+uint32_t ComputeRate() {
+    const uint64_t total = AllocationTotal;
+    const clock_t now = clock();
+    float seconds = float(now - RateClock) / 1000.0f;
+    if (seconds < 0.1f) seconds = 0.1f;
+    const uint32_t rate = uint32_t(float(total - RateTotal) / seconds);
+    RateTotal = total;
+    RateClock = now;
+    return rate;
+}
+
+void CollectRecords(uint32_t fromTime, uint32_t toTime) {
+    RecordCount = 0;
+    PROCESS_HEAP_ENTRY entry{};
+    while (HeapWalk(Layout.heap, &entry)) {
+        if (!(entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) || entry.cbData < 9) continue;
+        const char* block = static_cast<const char*>(entry.lpData);
+        if (ReadU32(block + 4) != kShortMagic) continue;
+        const uint32_t size = ReadU32(block);
+        // A size word that does not fit the block is an element overwritten at its start.
+        const uint32_t trailer =
+            SIZE_T(size) + kPlainFrameBytes <= entry.cbData ? ReadU32(block + kShortHeaderBytes + size) : 0;
+        InstrumentedTrailer t{};
+        if (trailer == kPlainTrailer) {
+            if (!Instrumentation.plainListing) continue;
+        } else if (trailer == kInstrumentedTrailer) {
+            if (!Instrumentation.instrumentedTrailers || RecordCount >= kMaxRecords) continue;
+            memcpy(&t, block + kShortHeaderBytes + size, sizeof t);
+            if (t.time < fromTime || t.time > toTime) continue;
+        }
+        if (RecordCount >= kMaxRecords) continue;
+        Records[RecordCount++] = ReportRecord{block + kShortHeaderBytes, size, trailer, t.file, t.line, t.time};
+    }
+}
+
+void WriteRecords() {
+    const DWORD pid = GetCurrentProcessId();
+    uint32_t byteTotal = 0;
+    DbgFileWrite("Type, Timestamp, Bytes, PID, Pointer, Source, Content\n");
+    for (uint32_t i = 0; i < RecordCount; ++i) {
+        const ReportRecord& r = Records[i];
+        byteTotal += r.size;
+        if (r.trailer == kInstrumentedTrailer) {
+            char when[32] = "time_error";
+            struct tm local;
+            __time32_t t = __time32_t(r.time);
+            if (_localtime32_s(&local, &t) == 0) strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S", &local);
+            DbgFileWrite("Buffer, %s, %05d, %05d, 0x%p, %s:%d, %s\n", when, int(r.size), int(pid), r.data,
+                         r.file ? r.file : "", int(r.line), "");
+        } else if (r.trailer == kPlainTrailer) {
+            DbgFileWrite("Buffer, 000000000, %05d, %05d, 0x%p, , , %s\n", int(r.size), int(pid), r.data, "");
+        } else {
+            DbgFileWrite("Overwrite, 000000000, %05d, %05d, 0x%p, , %s\n", int(r.size), int(pid), r.data, "");
+        }
+    }
+    if (RecordCount == kMaxRecords) DbgFileWrite("... (maximum buffer report count was reached)\n");
+    DbgLogWrite("Total memory buffers reported %d, net byte total %d\n", int(RecordCount), int(byteTotal));
+}
+
+void WriteHeapTable(uint32_t fromTime, uint32_t toTime) {
+    DbgFileWrite("Walking hHeap %#p for PID %d...\n", Layout.heap, int(GetCurrentProcessId()));
+    if (!HeapLock(Layout.heap)) {
+        DbgFileWrite("Failed to lock hHeap with LastError %d.\n", int(GetLastError()));
+        return;
+    }
+    CollectRecords(fromTime, toTime);
+    if (!HeapUnlock(Layout.heap)) DbgFileWrite("Failed to unlock hHeap with LastError %d.\n", int(GetLastError()));
+    EnterCriticalSection(&MemoryLock);
+    WriteRecords();
+    LeaveCriticalSection(&MemoryLock);
+}
+
+}  // namespace
+
+void StartRateClock() {
+    RateTotal = AllocationTotal;
+    RateClock = clock();
+}
+
+void WriteMemoryReport(uint32_t fromTime, uint32_t toTime, bool rateOnly) {
+    const DWORD pid = GetCurrentProcessId();
+    if (!rateOnly) DbgLogWrite("Memory Report: %s PID %u - CmdLine %s\n", ExeName, unsigned(pid), CommandLine);
+    const uint32_t rate = ComputeRate();
+    DbgLogWrite("For PID %d, current memory allocation count %lld, rate since last report %u/s\n", int(pid),
+                static_cast<long long>(AllocationsOutstanding), rate);
+    if (rateOnly) return;
+    WriteHeapTable(fromTime, toTime);
+    DbgFileWrite("\n");
+}
+
+}  // namespace kv
+
+extern "C" {
+
+void DbgMemHeapReport(uint32_t fromTime, uint32_t toTime, int rateOnly) {
+    kv::WriteMemoryReport(fromTime, toTime, rateOnly != 0);
+}
+
+uint64_t ReturnMemoryBufferCounts(uint64_t* outstanding, uint32_t* rate) {
+    const uint32_t r = kv::ComputeRate();
+    if (outstanding) *outstanding = kv::AllocationsOutstanding;
+    if (rate) *rate = r;
+    return kv::AllocationTotal;
+}
+
+}  // extern "C"

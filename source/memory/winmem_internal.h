@@ -1,0 +1,21 @@
+// Entry points shared between the allocator's files.
+#pragma once
+
+#include <stdint.h>
+
+namespace kv {
+
+void* AllocateCore(uint32_t size, uint16_t flags, const char* file, int line);
+void* ReAllocateCore(void* pointer, uint32_t size, uint16_t flags, const char* file, int line);
+
+// Page pool (debug mode 0 with "AllocFromPage"): n usable bytes, or null.
+void* AllocateFromPagePool(uint32_t n);
+void FreeToPagePool(void* pointer);
+
+// Classifies a pointer for the free, the validity check and the checked
+// copies, writing the message of a bad one (not the dumps).
+enum class PointerCheck { Valid, NullElement, NotAllocator, DoubleFree };
+PointerCheck ClassifyPointer(const void* pointer);
+void ReportBadPointer(PointerCheck check, const void* pointer);
+
+}  // namespace kv

@@ -1,0 +1,83 @@
+// Pointer and length queries, page-protected and shared blocks, and the raw
+// stack capture and dump every error report uses.
+#include <string.h>
+
+#include "KvLogging.h"
+#include "crash/callstack_state.h"
+#include "memory/winmem_internal.h"
+#include "memory/winmem_report.h"
+#include "memory/winmem_state.h"
+
+extern "C" {
+
+int DbgIsValidPtr(void* pointer) {
+    using namespace kv;
+    if (!pointer) {
+        DbgLogWrite("NULL memory pointer\n");
+        DumpStackSkipping(2);
+        return 0;
+    }
+    const PointerCheck check = ClassifyPointer(pointer);
+    if (check == PointerCheck::Valid) return 1;
+    ReportBadPointer(check, pointer);
+    if (check != PointerCheck::NullElement) DumpMemoryAtPointer(pointer);
+    DumpStackSkipping(2);
+    return 0;
+}
+
+uint32_t DbgMemAllocLen(void* pointer) {
+    using namespace kv;
+    if (!pointer) return 0;
+    if (GuardedMode()) return ElementOf(pointer)->size;
+    return ReadU32(static_cast<char*>(pointer) - kShortHeaderBytes);
+}
+
+void* osMemAllocProtect(int size, uint16_t flags) {
+    using namespace kv;
+    uint32_t n = uint32_t(size);
+    if (Settings.forceVirtualAlign) n = (n + 3) & ~3u;
+    const SIZE_T page = Layout.pageSize;
+    const SIZE_T length = (n / page + 2) * page;
+    char* region = static_cast<char*>(VirtualAlloc(nullptr, length, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+    if (!region) return nullptr;
+    DWORD old;
+    VirtualProtect(region + length - page, page, PAGE_NOACCESS, &old);
+    char* p = region + length - page - n;
+    if (flags & 0x01) memset(p, 0, n);
+    return p;
+}
+
+// Page-protected regions live until the process ends.
+void osMemFreeProtect(void) {}
+
+void* MemAllocShare(uint16_t size) {
+    HANDLE mapping = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, DWORD(size) + 8, nullptr);
+    if (!mapping) return nullptr;
+    char* view = static_cast<char*>(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0));
+    if (!view) return nullptr;
+    memcpy(view, &mapping, sizeof mapping);
+    return view + 8;
+}
+
+void MemFreeShare(void* pointer) {
+    if (!pointer) return;
+    HANDLE mapping;
+    memcpy(&mapping, static_cast<char*>(pointer) - 8, sizeof mapping);
+    UnmapViewOfFile(pointer);
+    CloseHandle(mapping);
+}
+
+void DbgHlpDumpStack(void) { kv::DumpStackSkipping(2); }
+
+uint16_t DbgHlpGetStack(void** frames, uint32_t count) {
+    if (!frames) return 0;
+    return kv::Capture(1, count, frames);  // frame 0 is the caller
+}
+
+void DbgHlpSetPageGuardWindow(uint64_t low, uint64_t high, uint32_t depth) {
+    kv::GuardWindow.low = low;
+    kv::GuardWindow.high = high;
+    kv::GuardWindow.depth = depth > 32 ? 32 : depth;
+}
+
+}  // extern "C"

@@ -1,0 +1,101 @@
+// Stack dumps, hex dumps, the element report and the single-element check.
+#include <ctype.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "KvLogging.h"
+#include "crash/callstack_state.h"
+#include "memory/winmem_report.h"
+#include "memory/winmem_state.h"
+
+namespace kv {
+
+void DumpStackSkipping(unsigned long skip) {
+    void* frames[40];
+    const uint16_t n = Capture(skip, 40, frames);
+    char line[4 * 24 + 2];
+    for (uint16_t i = 0; i < n; i += 4) {
+        int used = 0;
+        for (uint16_t j = i; j < n && j < i + 4; ++j)
+            used += snprintf(line + used, sizeof line - used, "0x%p ", frames[j]);
+        snprintf(line + used, sizeof line - used, "\n");
+        DbgLogWrite("%s", line);
+    }
+}
+
+uint32_t FormatHexLine(const unsigned char* bytes, uint32_t count, char* line) {
+    static const char kHex[] = "0123456789ABCDEF";
+    char* out = line;
+    for (uint32_t i = 0; i < 16; ++i) {
+        if (i < count) {
+            *out++ = kHex[bytes[i] >> 4];
+            *out++ = kHex[bytes[i] & 15];
+        } else {
+            *out++ = ' ';
+            *out++ = ' ';
+        }
+        *out++ = ' ';
+    }
+    memcpy(out, "      ", 6);
+    out += 6;
+    for (uint32_t i = 0; i < 16; ++i) *out++ = i < count ? (isalnum(bytes[i]) ? char(bytes[i]) : '.') : ' ';
+    *out++ = '\n';
+    *out = 0;
+    return count <= 16 ? 0 : count - 16;
+}
+
+void DumpMemoryAtPointer(const void* pointer) {
+    DbgLogWrite("Stack trace:\n");
+    DumpStackSkipping(2);
+    const unsigned char* bytes = static_cast<const unsigned char*>(pointer);
+    char line[80];
+    for (int i = 0; i < 2; ++i) {
+        if (!pointer) {
+            DbgLogWrite("Cannot access memory at %p\n", pointer);
+            continue;
+        }
+        FormatHexLine(bytes + 16 * i, 16, line);
+        DbgLogWrite("%s", line);
+    }
+}
+
+void ReportElement(DbgMemElement* e) {
+    DbgLogWrite("Memory Element - ");
+    switch (e ? e->magic : 0) {
+        case kElementMagic:
+            DbgLogWrite("Size: %lu\tFree: %d\n", static_cast<unsigned long>(e->size), int(e->flags & kFlagFreed));
+            DbgLogWrite("Allocation stack trace:\n");
+            dbgMemDumpStackTrace(e, 1, DbgLogWrite);
+            dbgMemDumpMemory(e, DbgLogWrite);
+            break;
+        case kHeadMagic: DbgLogWrite("Head of Debug Heap\n"); break;
+        case kTailMagic:
+        case kInstrumentedTrailer: DbgLogWrite("Tail of Debug Heap\n"); break;
+        default: DbgLogWrite("Invalid or Unknown Memory\n"); break;
+    }
+}
+
+bool CheckElement(DbgMemElement* e) {
+    if (e->magic != kElementMagic) {
+        DbgLogWrite("Memory error - invalid debug memory header - %s %s\n", ExeName, IdString);
+        ApplyCrashOnError();
+        return false;
+    }
+    const unsigned char* lead = LeadGuard(e);
+    const unsigned char* trail = TrailGuard(e);
+    for (uint32_t i = 0; i < Layout.guardBytes; ++i) {
+        if (trail[i] == kGuardByte && lead[i] == kGuardByte) continue;
+        DbgLogWrite("Memory error - overwrite memory - %s %s\n", ExeName, IdString);
+        DbgLogWrite("Previous memory element\n");
+        ReportElement(e->prev);
+        DbgLogWrite("Memory element in error\n");
+        ReportElement(e);
+        DbgLogWrite("Next memory element\n");
+        ReportElement(e->next);
+        ApplyCrashOnError();
+        return false;
+    }
+    return true;
+}
+
+}  // namespace kv

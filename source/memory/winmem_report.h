@@ -1,0 +1,28 @@
+// Messages of the debug memory manager: stack dumps, hex dumps and the
+// element report, all written to the debug log.
+#pragma once
+
+#include "KvMemory.h"
+
+namespace kv {
+
+// Captures up to 40 frames (skipping skip) and writes them four to a line.
+void DumpStackSkipping(unsigned long skip);
+
+// "Stack trace:", a stack dump and two hex lines of the bytes at pointer.
+void DumpMemoryAtPointer(const void* pointer);
+
+// One hex line of up to 16 bytes into line (at least 80 bytes); returns the
+// count still to print afterwards.
+uint32_t FormatHexLine(const unsigned char* bytes, uint32_t count, char* line);
+
+// "Memory Element - " and what the element is.
+void ReportElement(DbgMemElement* element);
+
+// Checks one element's header and guards; reports and returns false on damage.
+bool CheckElement(DbgMemElement* element);
+
+// The "Memory error - ... - %s %s\n" line with ExeName and IdString.
+void ReportMemoryError(const char* what);
+
+}  // namespace kv

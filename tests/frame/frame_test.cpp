@@ -1,0 +1,100 @@
+// The frame's run-time setters, the settings report and the drivers' lock, in
+// this test process (whose own settings key does not exist).
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "KvDebugHelp.h"
+#include "guarded_buffer.h"
+
+namespace {
+
+long long CurrentSetting(const std::string& name) {
+    DbgHlpSettingInfo rows[32];
+    const int n = DbgHlpDescribeSettings(nullptr, rows, 32);
+    for (int i = 0; i < n; ++i)
+        if (name == rows[i].name) return rows[i].value;
+    ADD_FAILURE() << "no setting " << name;
+    return -1;
+}
+
+// Restores the debug-log settings a test changes.
+struct DebugLogSettingsGuard {
+    long long size = CurrentSetting("DebugLogSize");
+    uint16_t history = DbgHlpGetCountOfDebugLogHistoryFiles();
+    ~DebugLogSettingsGuard() { DbgHlpSetDebugLogInis(int32_t(size / 1024), int16_t(history)); }
+};
+
+}  // namespace
+
+TEST(FrameSetters, DebugLogInisClampAndIgnoreNonPositive) {
+    DebugLogSettingsGuard restore;
+    DbgHlpSetDebugLogInis(64, 3);
+    EXPECT_EQ(65536, CurrentSetting("DebugLogSize"));
+    EXPECT_EQ(3, DbgHlpGetCountOfDebugLogHistoryFiles());
+
+    DbgHlpSetDebugLogInis(0, -1);  // neither changes anything
+    EXPECT_EQ(65536, CurrentSetting("DebugLogSize"));
+    EXPECT_EQ(3, DbgHlpGetCountOfDebugLogHistoryFiles());
+    DbgHlpSetDebugLogInis(-5, 0);  // a zero count is a valid count
+    EXPECT_EQ(65536, CurrentSetting("DebugLogSize"));
+    EXPECT_EQ(0, DbgHlpGetCountOfDebugLogHistoryFiles());
+
+    DbgHlpSetDebugLogInis(99999, 12);
+    EXPECT_EQ(10485760, CurrentSetting("DebugLogSize"));
+    EXPECT_EQ(10, DbgHlpGetCountOfDebugLogHistoryFiles());
+}
+
+TEST(FrameSetters, DebugModeAndInfo) {
+    EXPECT_EQ(0xFFFFu, DbgHlpSetDebugMode(0xFFFF));  // zero-extended, never sign-extended
+    DbgHlpInfo info{};
+    DbgHlpGetInfo(&info);
+    EXPECT_EQ(0xFFFF, info.debugMode);
+    EXPECT_EQ(5, info.heapCheckRate);  // the default of a process without a settings key
+    EXPECT_EQ(0u, DbgHlpSetDebugMode(0));
+    DbgHlpGetInfo(nullptr);  // ignored
+    EXPECT_EQ(12345u, DbgReturnValue(12345u));
+}
+
+TEST(FrameSetters, MemSafeCopyTruncationSwitch) {
+    DbgHlpSetMemSafeCopyTrunc(7);
+    EXPECT_EQ(1, CurrentSetting("TruncateMemSafeCopy"));
+    DbgHlpSetMemSafeCopyTrunc(0);
+    EXPECT_EQ(0, CurrentSetting("TruncateMemSafeCopy"));
+}
+
+TEST(SettingsReport, FillsNoMoreRowsThanItsCapacity) {
+    DbgHlpSettingInfo all[32];
+    const int count = DbgHlpDescribeSettings("kvtest_no_such_program", all, 32);
+    ASSERT_EQ(17, count);
+    EXPECT_STREQ("ReportErrors", all[0].name);
+    EXPECT_STREQ("Mode16StackDepth", all[16].name);
+
+    kvtest::GuardedBuffer three(3 * sizeof(DbgHlpSettingInfo));
+    EXPECT_EQ(count, DbgHlpDescribeSettings("kvtest_no_such_program",
+                                            reinterpret_cast<DbgHlpSettingInfo*>(three.data()), 3));
+    EXPECT_EQ(count, DbgHlpDescribeSettings("kvtest_no_such_program", nullptr, 0));
+    EXPECT_EQ(-1, DbgHlpDescribeSettings("kvtest_no_such_program", nullptr, 4));
+}
+
+TEST(DriverLock, SerialisesCallersAcrossThreads) {
+    // A read-modify-write with a yield in the middle loses updates unless the
+    // section really excludes the other threads.
+    volatile int counter = 0;
+    auto work = [&counter] {
+        for (int i = 0; i < 200; ++i) {
+            EXPECT_EQ(0, EnterCritical());
+            const int seen = counter;
+            SwitchToThread();
+            counter = seen + 1;
+            ExitCritical();
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) threads.emplace_back(work);
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(800, counter);
+}
