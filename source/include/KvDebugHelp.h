@@ -5,9 +5,6 @@
 #include "KvLogging.h"
 #include "KvConfig.h"
 #include "KvMemory.h"
-<<<<<<< HEAD
+#include "KvCallStack.h"
 #include "KvUtil.h"
 #include "KvCrashMail.h"
-=======
-#include "KvCallStack.h"
->>>>>>> main
