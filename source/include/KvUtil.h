@@ -3,6 +3,19 @@
 #pragma once
 
 #include <windows.h>
+
+#include "KvExport.h"
+
+// 1 when the tool's key below the product root key has a non-empty command.
+KVDH_C_API int ToolIsRegistered(const char* toolName);
+// Starts a registered tool with its macros expanded; a Win32 error code (0: started).
+KVDH_C_API int StartRegisteredTool(const char* toolName);
+// Starts a program through the shell; with parameters null the command is
+// split into program and parameters. 1 when a process was started.
+KVDH_C_API int ExecuteCommand(const char* command, const char* parameters, const char* directory,
+                              unsigned long timeout);
+
+#ifdef __cplusplus
 #include <wtypes.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -11,8 +24,6 @@
 #include <new>
 #include <string>
 #include <vector>
-
-#include "KvExport.h"
 
 // Attribute classes of SetFileAttrib / GetFileAttrib. Only the exact words
 // 0x21, 0x22 and 0x20 are recognised; everything else is FA_OTHER.
@@ -135,12 +146,4 @@ public:
     static const std::list<KvWString>* Tokenize(const KvWString& text, const KvWString& delimiters);
     static void FreeTokenList(const std::list<KvWString>* list);
 };
-
-// 1 when the tool's key below the product root key has a non-empty command.
-KVDH_C_API int ToolIsRegistered(const char* toolName);
-// Starts a registered tool with its macros expanded; a Win32 error code (0: started).
-KVDH_C_API int StartRegisteredTool(const char* toolName);
-// Starts a program through the shell; with parameters null the command is
-// split into program and parameters. 1 when a process was started.
-KVDH_C_API int ExecuteCommand(const char* command, const char* parameters, const char* directory,
-                              unsigned long timeout);
+#endif  // __cplusplus

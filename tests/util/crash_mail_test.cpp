@@ -12,6 +12,7 @@
 
 #include "child_host.h"
 #include "temp_dir.h"
+#include "tool_fixture.h"
 
 using kvtest::ChildHost;
 using kvtest::TempDir;
@@ -30,17 +31,6 @@ std::vector<Message> ReadMessages(const std::string& record) {
         messages.back()[line.substr(0, eq)] = line.substr(eq + 1);
     }
     return messages;
-}
-
-std::vector<std::string> Results(const std::string& output) {
-    std::vector<std::string> results;
-    std::istringstream in(output);
-    std::string line;
-    while (std::getline(in, line)) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.rfind("result=", 0) == 0) results.push_back(line.substr(7));
-    }
-    return results;
 }
 
 // Makes one program load the stand-in MAPI32.DLL beside it instead of Wine's
@@ -91,7 +81,7 @@ TEST(CrashMail, ComposesRecipientSubjectAndAttachment) {
                                   "", "no recipient", "",                       //
                                   "ops@plant.example", "folder only", "C:\\dumps\\"});
     ASSERT_EQ(0u, r.exitCode) << r.output;
-    EXPECT_EQ(std::vector<std::string>({"0", "0", "0", "0"}), Results(r.output)) << r.output;
+    EXPECT_EQ(std::vector<std::string>({"0", "0", "0", "0"}), utiltest::Results(r.output)) << r.output;
     const auto messages = ReadMessages(mail.record);
     ASSERT_EQ(4u, messages.size()) << kvtest::ReadFileText(mail.record);
 
@@ -140,7 +130,7 @@ TEST(CrashMail, ComposesRecipientSubjectAndAttachment) {
 TEST(CrashMail, NullRecipientSendsNothing) {
     MailHost mail("util_mail_null");
     const auto r = mail.host.Run({"util_crash_mail", "<null>", "note", "<null>"});
-    EXPECT_EQ(std::vector<std::string>({"-1"}), Results(r.output)) << r.output;
+    EXPECT_EQ(std::vector<std::string>({"-1"}), utiltest::Results(r.output)) << r.output;
     EXPECT_FALSE(kvtest::FileExists(mail.record));  // MAPI32.DLL never loaded
 }
 
@@ -148,7 +138,7 @@ TEST(CrashMail, ProfileSwitchOffAnswersTwoWithoutLoadingMapi) {
     MailHost mail("util_mail_off");
     MapiSwitchOff off;
     const auto r = mail.host.Run({"util_crash_mail", "ops@plant.example", "note", "<null>"});
-    EXPECT_EQ(std::vector<std::string>({"2"}), Results(r.output)) << r.output;
+    EXPECT_EQ(std::vector<std::string>({"2"}), utiltest::Results(r.output)) << r.output;
     EXPECT_FALSE(kvtest::FileExists(mail.record));
 }
 
@@ -157,7 +147,7 @@ TEST(CrashMail, SendMailPassesFieldsAndMapiErrorsThrough) {
     mail.host.SetEnv("KV_MAPI_RESULT", "1");  // MAPI_USER_ABORT
     const auto r = mail.host.Run({"util_send_mail", "Support", "SMTP:support@plant.example", "Subject line",
                                   "<null>", "trace.log", "D:\\Logs\\trace.log"});
-    EXPECT_EQ(std::vector<std::string>({"1"}), Results(r.output)) << r.output;
+    EXPECT_EQ(std::vector<std::string>({"1"}), utiltest::Results(r.output)) << r.output;
     const auto messages = ReadMessages(mail.record);
     ASSERT_EQ(1u, messages.size());
     const Message& m = messages[0];

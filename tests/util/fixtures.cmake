@@ -10,3 +10,14 @@ target_compile_definitions(kv_mapi32_recorder PRIVATE WIN32_LEAN_AND_MEAN)
 if(TARGET test_util)
   add_dependencies(test_util util_tool_recorder kv_mapi32_recorder)
 endif()
+
+# Shared helpers of the registered-tool tests.
+if(TARGET test_util)
+  target_sources(test_util PRIVATE ${CMAKE_CURRENT_LIST_DIR}/tool_fixture.cpp)
+endif()
+
+# The command split is checked directly against the regular expression it replaces.
+if(TARGET test_util)
+  target_sources(test_util PRIVATE ${PROJECT_SOURCE_DIR}/source/util/command_split.cpp)
+  target_include_directories(test_util PRIVATE ${PROJECT_SOURCE_DIR}/source)
+endif()

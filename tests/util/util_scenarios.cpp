@@ -32,3 +32,15 @@ KV_SCENARIO(util_send_mail) {
                                           Arg(argv[5])));
     return 0;
 }
+
+// Arguments: product INI path, then tool names. Validates the INI file and
+// starts each tool, printing "result=N" per tool.
+KV_SCENARIO(util_start_tools) {
+    if (argc < 1) return 2;
+    if (!SetKorvanIniFilePath(argv[0]) || !ValidateKorvanIniFile()) {
+        printf("the product INI file does not validate\n");
+        return 3;
+    }
+    for (int i = 1; i < argc; ++i) printf("result=%d\n", StartRegisteredTool(argv[i]));
+    return 0;
+}
