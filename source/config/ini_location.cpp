@@ -22,25 +22,24 @@ IniSnapshot SnapshotIniFile() {
 
 int32_t ValidateIniFile(bool readOnly) {
     int32_t result = 0;
-    DWORD error = 0;
+    DWORD error = ERROR_FILE_NOT_FOUND;
     {
         std::lock_guard<std::mutex> lock(IniFileLock);
-        if (!IniLocation.path[0]) {
+        bool located = IniLocation.path[0] != '\0';
+        if (!located) {
+            // Taken as it stands in the registry: not made absolute.
             char found[kIniPathBytes + 1] = "";
             uint32_t size = kIniPathBytes;
-            if (RegistryReadValueAsString(HKEY_LOCAL_MACHINE, RootRegistryKeyPath(), "DefaultINIPath", found, &size) !=
-                RegAccessSuccess) {
-                SetLastError(ERROR_FILE_NOT_FOUND);
-                return 0;
-            }
-            memcpy(IniLocation.path, found, size + 1);
+            located = RegistryReadValueAsString(HKEY_LOCAL_MACHINE, RootRegistryKeyPath(), "DefaultINIPath", found,
+                                                &size) == RegAccessSuccess;
+            if (located) memcpy(IniLocation.path, found, size + 1);
         }
         // A failed check leaves an earlier success standing.
-        if (CheckIniFile(IniLocation.path, readOnly, IniLocation.tolerateMissing)) {
+        if (located && CheckIniFile(IniLocation.path, readOnly, IniLocation.tolerateMissing)) {
             IniLocation.valid = true;
             result = 1;
         }
-        error = GetLastError();
+        if (located) error = GetLastError();
     }
     SetLastError(error);  // as the check left it, whatever unlocking did
     return result;

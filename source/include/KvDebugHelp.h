@@ -6,5 +6,7 @@
 #include "KvConfig.h"
 #include "KvMemory.h"
 #include "KvCallStack.h"
+#include "KvCrash.h"
+#include "KvSelfCheck.h"
 #include "KvUtil.h"
 #include "KvCrashMail.h"

@@ -23,7 +23,7 @@ void PrintFilled(const char* step, int32_t (*fill)(char*, uint32_t)) {
 }  // namespace
 
 // Steps: set=PATH, setro=PATH, validate, validate_ro, invalidate, tolerate,
-// folder=CODE, inipath, configured, name, profile, version.
+// folder=CODE, inipath, configured, name, profile, createini.
 KV_SCENARIO(config_steps) {
     for (int i = 0; i < argc; ++i) {
         const std::string step = argv[i];
@@ -54,6 +54,8 @@ KV_SCENARIO(config_steps) {
             PrintFilled("name", GetKorvanIniFileName);
         } else if (step == "profile") {
             PrintFilled("profile", GetKorvanProfilePath);
+        } else if (step == "createini") {
+            printf("createini %d\n", CreateDefaultIniFile());
         } else {
             printf("unknown step %s\n", step.c_str());
             return 2;
