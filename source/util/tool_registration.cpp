@@ -6,7 +6,7 @@
 #include <unordered_map>
 
 #include "KvConfig.h"
-#include "util/tool_registration.h"
+#include "tool_registration.h"
 
 namespace kv {
 
