@@ -8,3 +8,5 @@
 #include "KvCallStack.h"
 #include "KvCrash.h"
 #include "KvSelfCheck.h"
+#include "KvUtil.h"
+#include "KvCrashMail.h"

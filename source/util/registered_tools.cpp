@@ -1,0 +1,84 @@
+// ToolIsRegistered, StartRegisteredTool and ExecuteCommand: helper tools of
+// the product started by name, and any command line started through the shell.
+#include <windows.h>
+#include <shellapi.h>
+
+#include <new>
+#include <string>
+
+#include "KvUtil.h"
+#include "util/command_split.h"
+#include "util/tool_registration.h"
+
+namespace {
+
+// Longer than any command line Windows accepts.
+constexpr size_t kMaxCommandLine = 32767;
+
+struct HandleHolder {
+    HANDLE h;
+    ~HandleHolder() {
+        if (h) CloseHandle(h);
+    }
+};
+
+}  // namespace
+
+extern "C" int ToolIsRegistered(const char* toolName) {
+    try {
+        return kv::ReadToolValue(toolName, "").empty() ? 0 : 1;
+    } catch (...) {
+        return 0;
+    }
+}
+
+extern "C" int StartRegisteredTool(const char* toolName) {
+    try {
+        const std::string command = kv::ReadToolValue(toolName, "");
+        if (command.empty()) return ERROR_FILE_NOT_FOUND;
+        const std::string expanded = kv::ExpandToolMacros(command);
+        // The working folder is not checked: a missing one fails the start.
+        const std::string folder = kv::ReadToolValue(toolName, "WorkingDirectory");
+        if (ExecuteCommand(expanded.c_str(), nullptr, folder.empty() ? nullptr : folder.c_str(), 0)) return 0;
+        return int(GetLastError());
+    } catch (const std::bad_alloc&) {
+        return ERROR_OUTOFMEMORY;
+    } catch (...) {
+        return ERROR_FILE_NOT_FOUND;
+    }
+}
+
+extern "C" int ExecuteCommand(const char* command, const char* parameters, const char* directory,
+                              unsigned long timeout) {
+    try {
+        if (!command || !*command || strlen(command) > kMaxCommandLine) return 0;
+        std::string program = command;
+        std::string arguments;
+        if (parameters) {
+            arguments = parameters;
+        } else {
+            // A quoted program keeps its quotes; the greedy ".*" reaches to the
+            // last quote that is still followed by white space.
+            std::string first, rest;
+            if (kv::SplitCommandLine(command, first, rest)) {
+                program = first;
+                arguments = rest;
+            }
+        }
+        static_assert(sizeof(SHELLEXECUTEINFOA) == 112, "the shell's 64-bit structure");
+        SHELLEXECUTEINFOA info{};
+        info.cbSize = sizeof info;
+        info.fMask = SEE_MASK_NOCLOSEPROCESS;
+        info.lpVerb = "open";
+        info.lpFile = program.c_str();
+        info.lpParameters = arguments.c_str();
+        info.lpDirectory = directory;
+        info.nShow = SW_SHOWNORMAL;
+        if (!ShellExecuteExA(&info) || !info.hProcess) return 0;
+        HandleHolder process{info.hProcess};
+        if (timeout) WaitForSingleObject(info.hProcess, timeout);  // the outcome is not examined
+        return 1;
+    } catch (...) {
+        return 0;
+    }
+}

@@ -1,0 +1,107 @@
+// StringCountInFile: overlapping matches, case folding, relative names, and
+// files of several 64 KB blocks where the carry of a block's tail decides
+// which matches near a block edge are seen.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <string>
+
+#include "KvUtil.h"
+#include "temp_dir.h"
+
+using kvtest::TempDir;
+
+namespace {
+
+constexpr size_t kBlock = 65536;
+
+// Every start position of text in data, overlapping ones too.
+int PlainCount(const std::string& data, const std::string& text) {
+    int count = 0;
+    for (size_t p = data.find(text); p != std::string::npos; p = data.find(text, p + 1)) ++count;
+    return count;
+}
+
+void Put(std::string& data, size_t at, const std::string& text) { data.replace(at, text.size(), text); }
+
+// 4 blocks of dots with "abc" placed around the block edges. With L = 3 the
+// reads are: block 1 = file [0, 65536); carry of its last 3 bytes, then
+// 65533 new bytes, so block 2 holds file [65533, 131069) but scans only the
+// starts up to 131063; its carry is the 3 bytes at 131063, while the next read
+// begins at 131069, so file [131066, 131069) is never seen; block 3 likewise
+// scans up to 196596, carries 196596..196598 and skips [196599, 196602).
+std::string EdgeFile() {
+    std::string data(4 * kBlock, '.');
+    Put(data, 1000, "abc");    // A: inside block 1
+    Put(data, 65535, "abc");   // B: across the first edge, found through the carry
+    Put(data, 131064, "abc");  // C: in block 2's unscanned tail, its "c" is skipped: lost
+    Put(data, 196597, "ab");   // D: carried "ab" meets the "c" read next: counted,
+    Put(data, 196602, "c");    //    though the file holds no "abc" there
+    Put(data, 196599, "abc");  // E: in the bytes block 3 skips: lost
+    return data;
+}
+
+std::string Upper(std::string s) {
+    std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return char(std::toupper(c)); });
+    return s;
+}
+
+}  // namespace
+
+TEST(StringCountInFile, SmallFiles) {
+    CDirFunctions dir;
+    TempDir tmp("util_count");
+    kvtest::WriteFileText(tmp / "aaaa.txt", "aaaa");
+    EXPECT_EQ(3, dir.StringCountInFile((tmp / "aaaa.txt").c_str(), "aa", 1, 0));  // overlapping
+    EXPECT_EQ(0, dir.StringCountInFile((tmp / "aaaa.txt").c_str(), "aaaaa", 1, 0));
+    kvtest::WriteFileText(tmp / "mixed.txt", "Alarm ALARM alarm aLaRm");
+    EXPECT_EQ(1, dir.StringCountInFile((tmp / "mixed.txt").c_str(), "alarm", 1, 0));
+    EXPECT_EQ(4, dir.StringCountInFile((tmp / "mixed.txt").c_str(), "alarm", 0, 0));
+    kvtest::WriteFileText(tmp / "empty.txt", "");
+    EXPECT_EQ(0, dir.StringCountInFile((tmp / "empty.txt").c_str(), "a", 1, 0));
+    EXPECT_EQ(0, dir.StringCountInFile((tmp / "mixed.txt").c_str(), "", 1, 0));
+    EXPECT_EQ(-1, dir.StringCountInFile((tmp / "missing.txt").c_str(), "a", 1, 0));
+    EXPECT_EQ(-1, dir.StringCountInFile(nullptr, "a", 1, 0));
+    EXPECT_EQ(-1, dir.StringCountInFile((tmp / "mixed.txt").c_str(), nullptr, 1, 0));
+}
+
+TEST(StringCountInFile, RelativeNamesStartAtTheProgramFolder) {
+    CDirFunctions dir;
+    const std::string name = "util_count_relative.txt";
+    const std::string path = kvtest::ProgramFolder() + "\\" + name;
+    kvtest::WriteFileText(path, "xyx xyx");
+    EXPECT_EQ(2, dir.StringCountInFile(name.c_str(), "xyx", 1, 1));
+    DeleteFileA(path.c_str());
+    EXPECT_EQ(-1, dir.StringCountInFile(name.c_str(), "xyx", 1, 1));
+}
+
+TEST(StringCountInFile, CarryAcrossBlocksFollowsTheReadCounts) {
+    CDirFunctions dir;
+    TempDir tmp("util_count_edge");
+    const std::string data = EdgeFile();
+    kvtest::WriteFileText(tmp / "edge.txt", data);
+    kvtest::WriteFileText(tmp / "upper.txt", Upper(data));
+
+    const int plain = PlainCount(data, "abc");
+    ASSERT_EQ(4, plain);  // A, B, C, E
+    // Intended: C and E are lost and D is gained, because the carry offset
+    // counts only the latest read (see EdgeFile).
+    EXPECT_EQ(plain - 2 + 1, dir.StringCountInFile((tmp / "edge.txt").c_str(), "abc", 1, 0));
+    EXPECT_EQ(plain - 2 + 1, dir.StringCountInFile((tmp / "upper.txt").c_str(), "abc", 0, 0));
+    EXPECT_EQ(0, dir.StringCountInFile((tmp / "upper.txt").c_str(), "abc", 1, 0));
+}
+
+TEST(StringCountInFile, MatchAtTheLastPositionEndsTheBlockWithoutCarry) {
+    CDirFunctions dir;
+    TempDir tmp("util_count_last");
+    // Block 1's last start position (65533) matches: no carry, so block 2 is
+    // a fresh read of file [65536, 131072) and the match is not seen twice.
+    // Block 2 then carries its tail, which finds the match across 131072.
+    std::string data(2 * kBlock + 1000, '.');
+    Put(data, 65533, "abc");
+    Put(data, 131070, "abc");
+    kvtest::WriteFileText(tmp / "last.txt", data);
+    ASSERT_EQ(2, PlainCount(data, "abc"));
+    EXPECT_EQ(2, dir.StringCountInFile((tmp / "last.txt").c_str(), "abc", 1, 0));
+}
