@@ -1,0 +1,13 @@
+# The timestamp's UTC offset, with the zone given to the scenario host through
+# TZ: west of UTC, east of UTC with half an hour, and UTC itself.
+foreach(zone "EST5=-05:00" "IST-5:30=+05:30" "UTC0=+00:00")
+  string(REPLACE "=" ";" parts "${zone}")
+  list(GET parts 0 tz)
+  list(GET parts 1 offset)
+  string(REPLACE ":" "" name "${tz}")
+  add_test(NAME logging_zone_${name} COMMAND scenario_host log_stamp
+           WORKING_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+  string(REPLACE "+" "[+]" pattern "${offset}")
+  set_tests_properties(logging_zone_${name} PROPERTIES ENVIRONMENT "TZ=${tz}"
+    PASS_REGULAR_EXPRESSION "stamp=[0-9]+-[0-9][0-9]-[0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9][.][0-9][0-9][0-9]\t${pattern}[|]length=30[|]own=1.*shared=[^|]*\t${pattern}[|]")
+endforeach()
