@@ -4,6 +4,7 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <io.h>
 
 #include "KvLogging.h"
 #include "frame/process_state.h"
@@ -16,6 +17,7 @@ namespace kv {
 namespace {
 
 FILE* logStream;  // guarded by DebugLogLock
+HANDLE logHandle;  // the stream's handle, for the size check
 // Serialises the writes of all processes sharing the file: appends from
 // several processes are not atomic everywhere (Wine places them by a size
 // check followed by a positioned write).
@@ -41,8 +43,17 @@ bool LiveLogPath(char (&path)[MAX_PATH]) {
 
 FILE* OpenLiveLog(const char* path) {
     FILE* stream = OpenSharedStream(path, StreamMode::AppendBinary);
-    if (stream) setvbuf(stream, logStreamBuffer, _IOFBF, sizeof logStreamBuffer);
+    if (!stream) return nullptr;
+    setvbuf(stream, logStreamBuffer, _IOFBF, sizeof logStreamBuffer);
+    logHandle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
     return stream;
+}
+
+// The size of the file the stream writes to (which may have been rolled into
+// a history file by another process meanwhile).
+long long StreamFileSize() {
+    LARGE_INTEGER size;
+    return GetFileSizeEx(logHandle, &size) ? size.QuadPart : -1;
 }
 
 }  // namespace
@@ -71,7 +82,7 @@ void AppendToDebugLog(const char* data, size_t length) {
         if (fwrite(data, 1, length, logStream) != length || fflush(logStream) != 0) {
             fclose(logStream);
             logStream = nullptr;
-        } else if (_ftelli64(logStream) >= static_cast<long long>(Settings.debugLogSize)) {
+        } else if (StreamFileSize() >= static_cast<long long>(Settings.debugLogSize)) {
             // Closed under the lock, so no other thread can write to a closed stream.
             fclose(logStream);
             logStream = nullptr;

@@ -19,7 +19,9 @@ FILE* OpenSharedStream(const char* path, StreamMode mode, bool denyWrite) {
                               nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return nullptr;
     const bool text = mode == StreamMode::AppendText;
-    const int fd = _open_osfhandle(reinterpret_cast<intptr_t>(file), _O_APPEND | (text ? _O_TEXT : 0));
+    // The binary stream leaves appending to the handle alone; the runtime's own
+    // append flag would add a seek to the end before every write.
+    const int fd = _open_osfhandle(reinterpret_cast<intptr_t>(file), text ? _O_APPEND | _O_TEXT : 0);
     if (fd == -1) {
         CloseHandle(file);
         return nullptr;

@@ -7,8 +7,8 @@
 namespace kv {
 
 enum class StreamMode {
-    AppendBinary,  // append-only handle: every write lands at the end, whole
-    AppendText,    // the same, with the runtime's LF -> CR LF translation
+    AppendBinary,  // every write lands at the end, whole; ftell does not follow it
+    AppendText,    // the runtime's append mode, LF -> CR LF translation and ftell
 };
 
 // Opens (creating) path for appending through a non-inheritable handle that

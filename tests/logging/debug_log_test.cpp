@@ -52,16 +52,18 @@ TEST(DebugLog, PercentSignsInMessagesAreNeverReadAsConversions) {
 TEST(DebugLog, OverlongMessagesAreCutInsideTheLine) {
     ProductInstall install;
     ChildHost host("log_overlong");
-    const auto r = RunScript(host, install, {"long=5000", "line=next", "long=991", "long=992"});
+    const auto r = RunScript(host, install, {"long=5000", "line=next", "long=991", "long=992", "widelong"});
     ASSERT_EQ(0u, r.exitCode) << r.output;
     const std::string text = ReadFileText(install.logDir() + "\\debug.log");
     const auto lines = ReadLines(install.logDir() + "\\debug.log");
-    ASSERT_EQ(4u, lines.size()) << text.size();
+    ASSERT_EQ(5u, lines.size()) << text.size();
     // 1024 bytes: stamp (30), blank, message, newline, terminator.
     EXPECT_EQ(std::string(991, 'L'), MessageOf(lines[0]));
     EXPECT_EQ("next", MessageOf(lines[1]));
     EXPECT_EQ(std::string(991, 'L'), MessageOf(lines[2]));
     EXPECT_EQ(std::string(991, 'L'), MessageOf(lines[3]));
+    // A wide message that overflows its buffer is dropped; the line remains.
+    EXPECT_EQ(31u, lines[4].size());
 }
 
 TEST(DebugLog, LogErrorsOffWritesNoFileAtAll) {

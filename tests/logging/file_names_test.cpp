@@ -124,3 +124,19 @@ TEST(Timestamp, HasTheDocumentedShapeInEitherBuffer) {
     EXPECT_EQ(30u, strlen(shared));
     EXPECT_EQ(shared, GetDateTimeString(nullptr, &length));
 }
+
+TEST(BadInput, NullPointersAreIgnored) {
+    DbgLogWrite(nullptr);
+    DbgLogWriteW(nullptr);
+    DbgFileWrite(nullptr);
+    DirectSyslogWrite(nullptr);
+    DirectSyslogWriteW(nullptr);
+    DirectSyslogWriteEx(true, nullptr);
+    WriteLog(nullptr, "%s", "nothing");
+    CloseLog(nullptr);
+    SetApplicationSyslog(nullptr);
+    EXPECT_EQ(nullptr, OpenLog(nullptr, 1, true));
+    // Without a validated INI file the folder is empty: the path starts at the
+    // drive's root, where an over-long name cannot be opened either.
+    EXPECT_EQ(nullptr, OpenLog(std::string(300, 'n').c_str(), 1, true));
+}

@@ -61,7 +61,17 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
         CloseHandle(heldFile);
         heldFile = INVALID_HANDLE_VALUE;
     } else if (name == "delete") printf("deleted=%d\n", DeleteFileA(value.c_str()) != 0);
-    else if (name == "sys") DirectSyslogWrite("%s", value.c_str());
+    else if (name == "probe") {  // can another program read, and write, the file now?
+        for (DWORD access : {GENERIC_READ, DWORD(GENERIC_WRITE)}) {
+            HANDLE h = CreateFileA(value.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                   nullptr, OPEN_EXISTING, 0, nullptr);
+            printf("%s=%d ", access == GENERIC_READ ? "read" : "write", h != INVALID_HANDLE_VALUE);
+            if (h != INVALID_HANDLE_VALUE) CloseHandle(h);
+        }
+        printf("\n");
+    } else if (name == "widelong") {  // a wide message longer than its buffer
+        DbgLogWriteW(L"%ls", std::wstring(3000, L'W').c_str());
+    } else if (name == "sys") DirectSyslogWrite("%s", value.c_str());
     else if (name == "sysw") DirectSyslogWriteW(L"%ls", std::wstring(value.begin(), value.end()).c_str());
     else if (name == "sysoff") DirectSyslogWriteEx(false, "%s", value.c_str());
     else if (name == "open" || name == "openshut") {  // open=NAME:KB

@@ -90,3 +90,30 @@ TEST(AppLog, BadHandlesAndUnopenableFilesAreIgnored) {
     ASSERT_EQ(0u, r.exitCode) << r.output;
     EXPECT_NE(std::string::npos, r.output.find("opened=0"));
 }
+
+TEST(AppLog, TimeStampedArchivesWhenTheProductAsksForThem) {
+    ProductInstall install;
+    install.SetValue("Debug", "SysLogArchive", "1");
+    ChildHost host("log_appstamp");
+    const auto r = logtest::RunScript(host, install, {"open=alarm.log:1", "write=" + std::string(1100, 'a'), "close"});
+    ASSERT_EQ(0u, r.exitCode) << r.output;
+    const auto archives = kvtest::ListFolder(install.logDir(), "alarm_*");
+    ASSERT_EQ(1u, archives.size());
+    // alarm_YYMMDD_HHMMSS .log: the time pattern ends in a blank.
+    EXPECT_TRUE(std::regex_match(archives[0], std::regex(R"(alarm_\d{6}_\d{6} \.log)"))) << archives[0];
+    EXPECT_FALSE(kvtest::FileExists(install.logDir() + "\\alarm.bak"));
+}
+
+TEST(AppLog, AReopenedLogIsReadableButWriteLockedWhileAKeptOneIsShared) {
+    ProductInstall install;
+    ChildHost host("log_appshare");
+    const std::string shut = install.logDir() + "\\shut.log", kept = install.logDir() + "\\kept.log";
+    const auto r = logtest::RunScript(host, install,
+                                      {"openshut=shut.log:100", "write=one", "probe=" + shut, "close", "open=kept.log:100",
+                                       "write=two", "probe=" + kept, "close"});
+    ASSERT_EQ(0u, r.exitCode) << r.output;
+    const size_t reopened = r.output.find("read=1 write=0 ");
+    EXPECT_NE(std::string::npos, reopened) << r.output;
+    EXPECT_NE(std::string::npos, r.output.find("read=1 write=1 ", reopened)) << r.output;
+    EXPECT_EQ(std::vector<std::string>{"one"}, ReadLines(shut));
+}
