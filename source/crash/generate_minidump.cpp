@@ -3,14 +3,15 @@
 
 #include <stdio.h>
 
-#include "crash/library_calls.h"
+#include "KvConfig.h"
+#include "KvLogging.h"
 
 namespace {
 
 const int kPathSize = 260;
 const int kLogFolder = 1;
 
-void Report(const char* text) { kv::lib::SyslogText(text); }
+void Report(const char* text) { DirectSyslogWrite("%s", text); }
 
 }  // namespace
 
@@ -18,10 +19,10 @@ extern "C" void GenerateMiniDump(EXCEPTION_POINTERS* exceptionPointers) {
     char dumpPath[kPathSize] = {};
     char iniPath[kPathSize] = {};
     int mode = 3;
-    if (kv::lib::KorvanIniFilePath(iniPath, kPathSize) > 0)
-        mode = kv::lib::IniIntRange(iniPath, "Debug", "MiniDumpType", 3, 0, 3);
-    const bool hang = kv::lib::KorvanIniBool("Debug", "HangProcessIfDumpFailed", 0) != 0;
-    kv::lib::MemoryDumpPath(kLogFolder, dumpPath, kPathSize);
+    if (GetKorvanIniFilePath(iniPath, kPathSize) > 0)
+        mode = IniReadValueAsIntRange(iniPath, "Debug", "MiniDumpType", 3, 0, 3);
+    const bool hang = KorvanIniReadValueAsBool("Debug", "HangProcessIfDumpFailed", 0) != 0;
+    GetMemoryDumpPath(kLogFolder, dumpPath, kPathSize);
 
     if (mode == 0) {
         Report("## EXCEPTION ## - Minidump creation was skipped due to [Debug]MiniDumpType setting.");
@@ -48,10 +49,8 @@ extern "C" void GenerateMiniDump(EXCEPTION_POINTERS* exceptionPointers) {
     }
     if (result == S_OK) return;
 
-    char line[1024];
-    snprintf(line, sizeof line, "## EXCEPTION ## - Minidump could not be created at \"%s\". DumpType=0x%x, HRESULT=0x%x",
-             dumpPath, static_cast<unsigned>(mode), static_cast<unsigned>(result));
-    Report(line);
+    DirectSyslogWrite("## EXCEPTION ## - Minidump could not be created at \"%s\". DumpType=0x%x, HRESULT=0x%x", dumpPath,
+                      static_cast<unsigned>(mode), static_cast<unsigned>(result));
     if (hang) {
         for (;;) Sleep(10000);  // keep the crashed process for a debugger
     }

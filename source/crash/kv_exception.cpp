@@ -5,9 +5,9 @@
 
 #include <unordered_map>
 
+#include "KvCallStack.h"
 #include "KvLogging.h"
 #include "KvMemory.h"
-#include "crash/library_calls.h"
 
 namespace {
 
@@ -63,7 +63,7 @@ KvException::KvException(long hResult_, const std::string& description_, const K
       callStack{} {
     if (previous_) previous = new KvException(*previous_);
     InterlockedIncrement(&liveCount);
-    callStackCount = kv::lib::CaptureFrames(callStack, kCallStackSize, 2);
+    callStackCount = GetStackFrames(reinterpret_cast<void**>(callStack), kCallStackSize, 2);
     writeToLogFile();
 }
 
@@ -122,11 +122,9 @@ void KvException::writeToLogFile() {
                 static_cast<int>(processId), static_cast<unsigned>(threadId), description.c_str(),
                 static_cast<unsigned>(hResult), fileName.c_str(), lineNumber);
     DbgFileWrite("\n");
-    kv::lib::LogSymbolicStack(callStack, callStackCount);
-    char notice[1024];
-    snprintf(notice, sizeof notice, "An error has been detected. \"%s\", error code: 0x%08x", description.c_str(),
-             static_cast<unsigned>(hResult));
-    kv::lib::SyslogText(notice);
+    LogInstrumentedAndKvcodeCallStacks(reinterpret_cast<void**>(callStack), callStackCount);
+    DirectSyslogWrite("An error has been detected. \"%s\", error code: 0x%08x", description.c_str(),
+                      static_cast<unsigned>(hResult));
 }
 
 extern "C" void KvExceptionCreateDummyException(uint64_t) {

@@ -10,7 +10,6 @@
 #include "KvCrash.h"
 #include "KvLogging.h"
 #include "KvSelfCheck.h"
-#include "crash/library_calls.h"
 #include "frame/process_state.h"
 #include "memory/winmem_report.h"
 #include "memory/winmem_state.h"
@@ -78,12 +77,12 @@ CheckResult LogFileWritable(int length, const char* path) {
 
 CheckResult DebugLogWritable() {
     char path[kPathSize] = "";
-    return LogFileWritable(kv::lib::DebugLogFilePath(-1, 1, path, kPathSize), path);
+    return LogFileWritable(GetDebugLogFilePath(-1, 1, path, kPathSize), path);
 }
 
 CheckResult SyslogWritable() {
     char path[kPathSize] = "";
-    return LogFileWritable(kv::lib::SyslogFilePath(1, 0, path, kPathSize), path);
+    return LogFileWritable(GetSyslogFilePath(1, 0, path, kPathSize), path);
 }
 
 // A guarded element built in private storage (never linked into the heap

@@ -8,7 +8,6 @@
 
 #include "child_host.h"
 #include "dump_file.h"
-#include "library_services.h"
 #include "product_install.h"
 #include "temp_dir.h"
 
@@ -25,9 +24,6 @@ const char kModeTwo[] =
 
 class GenerateMiniDumpTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        if (!kvtest::CrashChainAvailable()) GTEST_SKIP() << "product INI and system log services not in this build";
-    }
     std::string DumpPath() const { return install.logDir() + "\\user.dmp"; }
     std::vector<std::string> Syslog() const { return kvtest::ReadLines(install.logDir() + "\\syslog.dat"); }
     // Syslog lines (without their timestamp) that start "## EXCEPTION ##".

@@ -49,6 +49,16 @@ TEST(DebugLog, PercentSignsInMessagesAreNeverReadAsConversions) {
     EXPECT_EQ("w=7 9% %s %n", MessageOf(lines[2]));
 }
 
+TEST(DebugLog, LogHandlesStayOutOfChildProcesses) {
+    ProductInstall install;
+    ChildHost host("log_inherit");
+    const auto r = RunScript(host, install, {"line=opens the log", "open=app.log:10", "handles=debug.log", "handles=app.log"});
+    ASSERT_EQ(0u, r.exitCode) << r.output;
+    const size_t first = r.output.find("found=1 inheritable=0");
+    ASSERT_NE(std::string::npos, first) << r.output;
+    EXPECT_NE(std::string::npos, r.output.find("found=1 inheritable=0", first + 1)) << r.output;
+}
+
 TEST(DebugLog, OverlongMessagesAreCutInsideTheLine) {
     ProductInstall install;
     ChildHost host("log_overlong");

@@ -30,16 +30,12 @@ TEST_F(ComponentName, NamesCarryTheComponentBeforeTheExtension) {
     EXPECT_EQ("debug.001", names.GetDebugLogFileName(1));
     EXPECT_EQ("debug.012", names.GetDebugLogFileName(12));
     EXPECT_EQ("debug.1000", names.GetDebugLogFileName(1000));
-    EXPECT_EQ("DBLog", names.GetDBLogDirName());
-    EXPECT_EQ("kernel.dat", names.GetKernelDataFileName());
 
     SetComponentName("Alarm");
     EXPECT_EQ("debug.Alarm.log", names.GetDebugLogFileName(-1));
     EXPECT_EQ("debug.Alarm.003", names.GetDebugLogFileName(3));
     EXPECT_EQ("syslog.Alarm.dat", names.GetSyslogFileName(false));
     EXPECT_EQ("Params.Alarm.bak", names.GetParamsFileName(true));
-    EXPECT_EQ("reloadlog.Alarm.dat", names.GetReloadFileName(false));
-    EXPECT_EQ("tracelog.Alarm.bak", names.GetTracelogFileName(true));
     EXPECT_EQ("user.Alarm.dmp", names.GetMemoryDumpFileName());
     EXPECT_EQ("DBLog.Alarm", names.GetDBLogDirName());
 
@@ -49,26 +45,15 @@ TEST_F(ComponentName, NamesCarryTheComponentBeforeTheExtension) {
     EXPECT_EQ("debug.log", names.GetDebugLogFileName(0));
 }
 
-TEST_F(ComponentName, SelfAssignmentKeepsTheName) {
-    FileNameGenerator::SetComponentName("Self");
-    FileNameGenerator::SetComponentName(FileNameGenerator::theComponentName);
-    EXPECT_EQ("user.Self.dmp", FileNameGenerator().GetMemoryDumpFileName());
-}
-
 TEST_F(ComponentName, FolderTypesOtherThanLogsGiveBareNames) {
     char buffer[260];
     EXPECT_EQ(10, GetSyslogFilePath(0, 0, buffer, sizeof buffer));
     EXPECT_STREQ("syslog.dat", buffer);
     EXPECT_EQ("syslog.bak", Path(GetSyslogFilePath, 5, 7));
-    EXPECT_EQ("Params.dat", Path(GetParamsFilePath, 0, 0));
-    EXPECT_EQ("reloadlog.bak", Path(GetReloadFilePath, 0, 1));
-    EXPECT_EQ("tracelog.dat", Path(GetTraceLogPath, 0, 0));
     EXPECT_EQ(9, GetDebugLogFilePath(0, 0, buffer, sizeof buffer));
     EXPECT_STREQ("debug.log", buffer);
     EXPECT_EQ(9, GetDebugLogFilePath(12, 0, buffer, sizeof buffer));
     EXPECT_STREQ("debug.012", buffer);
-    EXPECT_EQ(8, GetMemoryDumpPath(0, buffer, sizeof buffer));
-    EXPECT_EQ(10, GetKernelDatPath(0, buffer, sizeof buffer));
     EXPECT_EQ(0, GetDebugLogDirPath(0, buffer, sizeof buffer));
     EXPECT_STREQ("", buffer);
 
@@ -108,21 +93,6 @@ TEST_F(ComponentName, WithoutAValidatedIniFileTheLogFolderIsUnavailable) {
     // The DBLog folder never fails on the folder: the bare name comes back.
     EXPECT_EQ(5, GetAlarmServerDBLogDirPath(1, buffer.data(), 260));
     EXPECT_STREQ("DBLog", buffer.data());
-}
-
-TEST(Timestamp, HasTheDocumentedShapeInEitherBuffer) {
-    char buffer[32];
-    uint32_t length = 0;
-    EXPECT_EQ(buffer, GetDateTimeString(buffer, &length));
-    ASSERT_EQ(strlen(buffer), length);
-    EXPECT_EQ(30u, length);
-    EXPECT_EQ('\t', buffer[23]);
-    EXPECT_TRUE(buffer[24] == '+' || buffer[24] == '-');
-    EXPECT_EQ('.', buffer[19]);
-    const char* shared = GetDateTimeString(nullptr, nullptr);
-    ASSERT_NE(nullptr, shared);
-    EXPECT_EQ(30u, strlen(shared));
-    EXPECT_EQ(shared, GetDateTimeString(nullptr, &length));
 }
 
 TEST(BadInput, NullPointersAreIgnored) {

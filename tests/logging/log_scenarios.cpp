@@ -69,6 +69,19 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
             if (h != INVALID_HANDLE_VALUE) CloseHandle(h);
         }
         printf("\n");
+    } else if (name == "handles") {  // the process's handles to files named like value: inheritable?
+        int found = 0, inheritable = 0;
+        for (uintptr_t value4 = 4; value4 < 65536; value4 += 4) {
+            HANDLE h = reinterpret_cast<HANDLE>(value4);
+            DWORD flags;
+            char path[MAX_PATH];
+            if (!GetHandleInformation(h, &flags) || GetFileType(h) != FILE_TYPE_DISK ||
+                !GetFinalPathNameByHandleA(h, path, sizeof path, 0) || !strstr(path, value.c_str()))
+                continue;
+            ++found;
+            if (flags & HANDLE_FLAG_INHERIT) ++inheritable;
+        }
+        printf("found=%d inheritable=%d\n", found, inheritable);
     } else if (name == "widelong") {  // a wide message longer than its buffer
         DbgLogWriteW(L"%ls", std::wstring(3000, L'W').c_str());
     } else if (name == "sys") DirectSyslogWrite("%s", value.c_str());

@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "../crash/library_services.h"
 #include "KvDebugHelp.h"
 #include "child_host.h"
 #include "product_install.h"
@@ -113,11 +112,9 @@ TEST(SelfCheck, ProductChecksNeedTheIniFileAndLeaveNothingBehind) {
     EXPECT_TRUE(HasLine(lines, "PASS  folder RUN writable - ")) << all;
     EXPECT_TRUE(HasLine(lines, "PASS  guarded overrun detected - ")) << all;
     EXPECT_TRUE(HasLine(lines, "PASS  light dump written and read back - ")) << all;
-    if (kvtest::LibraryExport("GetDebugLogFilePath")) {
-        EXPECT_EQ(0, failed) << all;
-        EXPECT_TRUE(HasLine(lines, "PASS  debug log writable - " + install.logDir() + "\\debug.log")) << all;
-        EXPECT_TRUE(HasLine(lines, "PASS  system log writable - " + install.logDir() + "\\syslog.dat")) << all;
-    }
+    EXPECT_EQ(0, failed) << all;
+    EXPECT_TRUE(HasLine(lines, "PASS  debug log writable - " + install.logDir() + "\\debug.log")) << all;
+    EXPECT_TRUE(HasLine(lines, "PASS  system log writable - " + install.logDir() + "\\syslog.dat")) << all;
 
     DbgHlpInfo after{};
     DbgHlpGetInfo(&after);

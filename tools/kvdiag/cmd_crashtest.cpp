@@ -45,15 +45,15 @@ bool WrittenSince(const char* path, const FILETIME& since) {
     return GetFileAttributesExA(path, GetFileExInfoStandard, &data) && CompareFileTime(&data.ftLastWriteTime, &since) >= 0;
 }
 
-// The system-log text written after offset, each line indented.
-void PrintSyslogFrom(const std::string& path, uint64_t offset) {
+// The text written to a log after offset, each line indented.
+void PrintNewLines(const char* title, const std::string& path, uint64_t offset) {
     FILE* file = fopen(path.c_str(), "rb");
     if (!file) {
-        printf("System log: %s not found\n", path.c_str());
+        printf("%s: %s not found\n", title, path.c_str());
         return;
     }
     _fseeki64(file, static_cast<long long>(offset), SEEK_SET);
-    printf("System log (%s), new lines:\n", path.c_str());
+    printf("%s (%s), new lines:\n", title, path.c_str());
     char line[1100];
     bool any = false;
     while (fgets(line, sizeof line, file)) {
@@ -119,23 +119,53 @@ DWORD RunChild(const char* ini) {
     return code;
 }
 
+// Throws a KvException caused by another, catches it and shows what the
+// library logged for the pair.
+int ThrowChainedException() {
+    char debugLog[MAX_PATH] = "";
+    GetDebugLogFilePath(-1, 1, debugLog, sizeof debugLog);
+    char syslogPath[MAX_PATH] = "";
+    GetSyslogFilePath(1, 0, syslogPath, sizeof syslogPath);
+    const uint64_t debugBefore = FileSize(debugLog);
+    const uint64_t syslogBefore = FileSize(syslogPath);
+    try {
+        try {
+            throw KvException(0x80070002, "recipe file missing", nullptr, "recipe_loader.cpp", 41);
+        } catch (const KvException& cause) {
+            throw KvException(0x80004005, "batch start failed", &cause, "batch_starter.cpp", 120);
+        }
+    } catch (const KvException& caught) {
+        printf("Caught KvException 0x%08lx \"%s\" (%s:%d)\n", static_cast<unsigned long>(caught.getHResult()),
+               caught.getDescription().c_str(), caught.getFileName().c_str(), caught.getLineNumber());
+        for (const KvException* cause = caught.getLastException(); cause; cause = cause->getLastException())
+            printf("  caused by 0x%08lx \"%s\" (%s:%d)\n", static_cast<unsigned long>(cause->getHResult()),
+                   cause->getDescription().c_str(), cause->getFileName().c_str(), cause->getLineNumber());
+    }
+    printf("KvException objects still alive: %ld\n", KvExceptionGetLiveCount());
+    PrintNewLines("Debug log", debugLog, debugBefore);
+    PrintNewLines("System log", syslogPath, syslogBefore);
+    return KvExceptionGetLiveCount() == 0 ? 0 : 1;
+}
+
 }  // namespace
 
-KVDIAG_COMMAND(crashtest, "crashtest [light|heavy] [--ini PATH]",
-               "crash a child on purpose; report its minidump and system-log lines") {
+KVDIAG_COMMAND(crashtest, "crashtest [light|heavy|exception] [--ini PATH]",
+               "crash a child on purpose and report its minidump and system-log lines; "
+               "exception: throw a chained KvException and show its log lines") {
     const char* ini = kvdiag::TakeIniOption(argc, argv);
     if (argc == 1 && !strcmp(argv[0], kChildFlag)) return CrashChild(ini);
-    const char* type = nullptr;
-    if (argc == 1 && !strcmp(argv[0], "light")) type = "1";
-    else if (argc == 1 && !strcmp(argv[0], "heavy")) type = "3";
-    else if (argc != 0) {
-        fprintf(stderr, "usage: kvdiag crashtest [light|heavy] [--ini PATH]\n");
-        return 2;
-    }
     const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
     if (!status.valid) {
         fprintf(stderr, "No usable product INI file: %s\n", status.reason.c_str());
         return 1;
+    }
+    if (argc == 1 && !strcmp(argv[0], "exception")) return ThrowChainedException();
+    const char* type = nullptr;
+    if (argc == 1 && !strcmp(argv[0], "light")) type = "1";
+    else if (argc == 1 && !strcmp(argv[0], "heavy")) type = "3";
+    else if (argc != 0) {
+        fprintf(stderr, "usage: kvdiag crashtest [light|heavy|exception] [--ini PATH]\n");
+        return 2;
     }
     char dumpPath[MAX_PATH] = "";
     GetMemoryDumpPath(1, dumpPath, sizeof dumpPath);
@@ -173,6 +203,6 @@ KVDIAG_COMMAND(crashtest, "crashtest [light|heavy] [--ini PATH]",
         printf("%s\n", dump.Stream<MINIDUMP_MEMORY64_LIST>(Memory64ListStream) ? ", full memory" : "");
         printf("      (kvdiag dumpinfo \"%s\" shows the rest)\n", dumpPath);
     }
-    PrintSyslogFrom(syslogPath, syslogBefore);
+    PrintNewLines("System log", syslogPath, syslogBefore);
     return good ? 0 : 1;
 }
