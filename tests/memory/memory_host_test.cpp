@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "child_host.h"
+#include "product_install.h"
+#include "temp_dir.h"
 
 using kvtest::ChildHost;
 
@@ -49,9 +51,14 @@ TEST(MemoryHost, PagePoolAllocatesFreesAndReuses) {
 TEST(MemoryHost, GuardedStressOnFourThreads) {
     ChildHost host("mem_guarded_stress");
     for (const char* mode : {"1", "36"}) {  // plain guarded; full check on every call and periodic checks
-        const auto r = host.Run({"mem_guarded_stress", mode}, 300000);
+        kvtest::ProductInstall install;
+        const auto r = host.Run({"mem_guarded_stress", mode, install.iniPath()}, 300000);
         EXPECT_EQ(0u, r.exitCode) << r.output;
         EXPECT_NE(std::string::npos, r.output.find("end elements=0 bytes=0 total=0 guarded=0")) << r.output;
+        // No false report: nothing at all reaches the debug log.
+        const std::string log = kvtest::ReadFileText(install.logDir() + "\\debug.log");
+        EXPECT_EQ(std::string::npos, log.find("Memory error")) << log.substr(0, 2000);
+        EXPECT_EQ(std::string::npos, log.find("Pointer")) << log.substr(0, 2000);
     }
 }
 

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "KvConfig.h"
 #include "KvDebugHelp.h"
 #include "scenario.h"
 
@@ -80,8 +81,10 @@ KV_SCENARIO(mem_page_pool) {
 
 // Four threads in guarded mode allocate blocks of random sizes and free them
 // at random later, often on another thread than the one that allocated them.
+// Arguments: the debug mode, then the product INI file (reports reach its log).
 KV_SCENARIO(mem_guarded_stress) {
     DbgHlpSetDebugMode(argc > 0 ? uint16_t(atoi(argv[0])) : 1);
+    if (argc > 1 && (SetKorvanIniFilePath(argv[1]), ValidateKorvanIniFile() != 1)) return 90;
     constexpr int kThreads = 4, kRounds = 20000, kSlots = 256;
     std::vector<std::atomic<char*>> shared(kSlots);
     for (auto& s : shared) s = nullptr;
