@@ -25,7 +25,7 @@ TEST(BufferRules, ExactLengthFailsAndOneMoreByteSucceeds) {
         const char* name;
         std::function<int32_t(char*, uint32_t)> fill;
         std::string text;     // may hold NULs (lists)
-        uint32_t needed;      // the smallest size that succeeds
+        size_t needed;        // the smallest size that succeeds
         int32_t fitResult, shortResult;
         bool clearsAll;       // a failure zeroes the whole buffer, not just its first byte
     };
@@ -53,9 +53,9 @@ TEST(BufferRules, ExactLengthFailsAndOneMoreByteSucceeds) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         GuardedBuffer fits(c.needed), tooShort(c.needed - 1), none(0);
-        EXPECT_EQ(c.fitResult, c.fill(fits.data(), c.needed));
+        EXPECT_EQ(c.fitResult, c.fill(fits.data(), uint32_t(c.needed)));
         EXPECT_EQ(c.text + '\0', std::string(fits.data(), c.text.size() + 1));
-        EXPECT_EQ(c.shortResult, c.fill(tooShort.data(), c.needed - 1));
+        EXPECT_EQ(c.shortResult, c.fill(tooShort.data(), uint32_t(c.needed - 1)));
         EXPECT_TRUE(c.clearsAll ? tooShort.AllZero() : tooShort.data()[0] == '\0');
         EXPECT_EQ(c.shortResult, c.fill(none.data(), 0));
         EXPECT_EQ(c.shortResult, c.fill(nullptr, 0));

@@ -48,7 +48,10 @@ KV_SCENARIO(config_steps) {
                 printf("%s %d %s\n", getter.step, result, text);
                 found = 1;
             }
-            if (!found) return printf("unknown step %s\n", step.c_str()), 2;
+            if (!found) {
+                printf("unknown step %s\n", step.c_str());
+                return 2;
+            }
         }
     }
     return 0;

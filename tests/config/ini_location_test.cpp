@@ -56,6 +56,7 @@ TEST(IniLocation, BadPathsChangeNothingAndRelativeOnesAreMadeAbsolute) {
     EXPECT_EQ(int32_t(ini.size()), IniPathResult(&text));
     EXPECT_EQ(ini, text);
 
+    InvalidateKorvanIniFile();
     char previous[MAX_PATH];
     GetCurrentDirectoryA(MAX_PATH, previous);
     ASSERT_TRUE(SetCurrentDirectoryA(install.Path("Config").c_str()));

@@ -13,12 +13,11 @@ TEST(Registry, MachineValuesLiveInThe32BitView) {
     TestKey key(HKEY_LOCAL_MACHINE, "cfg_view");
     ASSERT_EQ(0, RegistryWriteValueAsDword(HKEY_LOCAL_MACHINE, key.path().c_str(), "Answer", 42));
     for (REGSAM view : {KEY_WOW64_32KEY, KEY_WOW64_64KEY}) {
-        DWORD size = sizeof(DWORD);
-        const LONG found = RegGetValueA(HKEY_LOCAL_MACHINE, key.path().c_str(), "Answer",
-                                        RRF_RT_REG_DWORD | (view == KEY_WOW64_32KEY ? RRF_SUBKEY_WOW6432KEY
-                                                                                    : RRF_SUBKEY_WOW6464KEY),
-                                        nullptr, nullptr, &size);
-        EXPECT_EQ(view == KEY_WOW64_32KEY, found == ERROR_SUCCESS) << view;
+        HKEY opened = nullptr;
+        RegOpenKeyExA(HKEY_LOCAL_MACHINE, key.path().c_str(), 0, KEY_READ | view, &opened);
+        const bool found = opened && !RegQueryValueExA(opened, "Answer", nullptr, nullptr, nullptr, nullptr);
+        if (opened) RegCloseKey(opened);
+        EXPECT_EQ(view == KEY_WOW64_32KEY, found) << view;
     }
     uint32_t read = 0;
     EXPECT_EQ(0, RegistryReadValueAsDword(HKEY_LOCAL_MACHINE, key.path().c_str(), "Answer", &read));
