@@ -7,6 +7,7 @@
 #include <dbghelp.h>
 #include <stdint.h>
 
+#include "KvCallStack.h"
 #include "KvExport.h"
 
 // Constructs and destroys one KvException (0xC0000010, "this is a dummy

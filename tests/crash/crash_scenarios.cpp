@@ -4,7 +4,6 @@
 #include <stdio.h>
 
 #include "KvDebugHelp.h"
-#include "library_services.h"
 #include "scenario.h"
 
 namespace {
@@ -18,7 +17,8 @@ LONG WINAPI DumpingFilter(EXCEPTION_POINTERS* pointers) {
 
 // Validates the product INI file named by the first argument.
 bool UseProductIni(int argc, char** argv) {
-    if (argc < 1 || !kvtest::UseProductIniFile(argv[0])) {
+    if (argc >= 1) SetKorvanIniFilePath(argv[0]);
+    if (argc < 1 || ValidateKorvanIniFile() != 1) {
         printf("product INI not validated\n");
         return false;
     }

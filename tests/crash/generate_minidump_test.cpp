@@ -7,12 +7,12 @@
 #include <vector>
 
 #include "child_host.h"
-#include "dump_file.h"
+#include "../../tools/kvdiag/dump_reader.h"
 #include "product_install.h"
 #include "temp_dir.h"
 
 using kvtest::ChildHost;
-using kvtest::DumpFile;
+using DumpFile = kvdiag::MappedDump;
 using kvtest::ProductInstall;
 
 namespace {
@@ -49,14 +49,15 @@ protected:
 
 }  // namespace
 
-TEST_F(GenerateMiniDumpTest, HeavyByDefaultLightOnRequest) {
+// Mode 2 falls back to the light dump in a 64-bit process.
+TEST_F(GenerateMiniDumpTest, HeavyByDefaultLightForModeTwo) {
     auto result = Crash("crash_dump_heavy");
     ASSERT_EQ(0xC0000005u, result.exitCode) << result.output;
     EXPECT_NE(std::string::npos, result.output.find("filter: dump returned"));
     uint64_t heavySize = 0;
     {
-        DumpFile dump(DumpPath());
-        ASSERT_TRUE(dump.valid()) << "no heavy dump at " << DumpPath();
+        DumpFile dump(DumpPath().c_str());
+        ASSERT_NE(nullptr, dump.base()) << "no heavy dump at " << DumpPath();
         const auto* exception = dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream);
         ASSERT_NE(nullptr, exception);
         EXPECT_EQ(0xC0000005u, exception->ExceptionRecord.ExceptionCode);
@@ -69,11 +70,12 @@ TEST_F(GenerateMiniDumpTest, HeavyByDefaultLightOnRequest) {
     }
     EXPECT_TRUE(ExceptionLines().empty()) << "a good dump reports nothing";
 
-    install.SetValue("Debug", "MiniDumpType", "1");
+    install.SetValue("Debug", "MiniDumpType", "2");
     result = Crash("crash_dump_light");
+    EXPECT_EQ(std::vector<std::string>{kModeTwo}, ExceptionLines());
     ASSERT_EQ(0xC0000005u, result.exitCode) << result.output;
-    DumpFile dump(DumpPath());
-    ASSERT_TRUE(dump.valid());
+    DumpFile dump(DumpPath().c_str());
+    ASSERT_NE(nullptr, dump.base());
     const auto* exception = dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream);
     ASSERT_NE(nullptr, exception);
     EXPECT_EQ(0xC0000005u, exception->ExceptionRecord.ExceptionCode);
@@ -90,17 +92,6 @@ TEST_F(GenerateMiniDumpTest, ModeZeroOnlyLogsEvenWhenAskedToHang) {
     EXPECT_FALSE(result.timedOut);
     EXPECT_FALSE(kvtest::FileExists(DumpPath()));
     EXPECT_EQ(std::vector<std::string>{kSkipped}, ExceptionLines());
-}
-
-TEST_F(GenerateMiniDumpTest, ModeTwoFallsBackToLight) {
-    install.SetValue("Debug", "MiniDumpType", "2");
-    const auto result = Crash("crash_dump_mode2");
-    EXPECT_EQ(0xC0000005u, result.exitCode) << result.output;
-    EXPECT_EQ(std::vector<std::string>{kModeTwo}, ExceptionLines());
-    DumpFile dump(DumpPath());
-    ASSERT_TRUE(dump.valid());
-    EXPECT_NE(nullptr, dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream));
-    EXPECT_EQ(nullptr, dump.Stream<MINIDUMP_MEMORY64_LIST>(Memory64ListStream)) << "light, not full memory";
 }
 
 TEST_F(GenerateMiniDumpTest, BlockedDumpPathReportsModeAndAccessDenied) {

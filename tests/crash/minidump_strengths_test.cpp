@@ -1,17 +1,12 @@
-// The dump strengths: flags, callback filters fed with hand-made callback
+// The dump strengths: callback filters fed with hand-made callback inputs,
 // inputs, and the write operation's own checks and result.
 #include <gtest/gtest.h>
 
 #include "KvDebugHelp.h"
-#include "dump_file.h"
+#include "../../tools/kvdiag/dump_reader.h"
 #include "temp_dir.h"
 
 namespace {
-
-struct CallbackCase {
-    ULONG type;
-    ULONG flagsIn;
-};
 
 // Runs a filter with a fresh input/output pair; returns its answer and the
 // flags it left.
@@ -26,15 +21,6 @@ BOOL Filter(MiniDump& dump, ULONG type, ULONG& flags) {
 }
 
 }  // namespace
-
-TEST(MiniDumpStrengths, DumpTypeFlags) {
-    LightMiniDump light(nullptr, nullptr);
-    MediumMiniDump medium(nullptr, nullptr);
-    HeavyMiniDump heavy(nullptr, nullptr);
-    EXPECT_EQ(0x50, light.GetDumpType());
-    EXPECT_EQ(0x325, medium.GetDumpType());
-    EXPECT_EQ(0x126, heavy.GetDumpType());
-}
 
 TEST(MiniDumpStrengths, LightFilterDropsModulesNoMemoryRefersTo) {
     LightMiniDump light(nullptr, nullptr);
@@ -55,6 +41,10 @@ TEST(MiniDumpStrengths, LightFilterDropsModulesNoMemoryRefersTo) {
         flags = 0;
         EXPECT_FALSE(Filter(light, type, flags)) << type;
     }
+    MINIDUMP_CALLBACK_INPUT input{};
+    MINIDUMP_CALLBACK_OUTPUT output{};
+    EXPECT_FALSE(light.Callback(nullptr, &output));
+    EXPECT_FALSE(light.Callback(&input, nullptr));
 }
 
 TEST(MiniDumpStrengths, MediumFilterDropsDataSegmentsAndRefusesModulesWithout) {
@@ -73,20 +63,8 @@ TEST(MiniDumpStrengths, MediumFilterDropsDataSegmentsAndRefusesModulesWithout) {
     }
     flags = 0;
     EXPECT_FALSE(Filter(medium, MemoryCallback, flags));
-}
-
-TEST(MiniDumpStrengths, FiltersRefuseNullArguments) {
-    LightMiniDump light(nullptr, nullptr);
-    MediumMiniDump medium(nullptr, nullptr);
-    MINIDUMP_CALLBACK_INPUT input{};
     MINIDUMP_CALLBACK_OUTPUT output{};
-    for (MiniDump* dump : std::initializer_list<MiniDump*>{&light, &medium}) {
-        EXPECT_FALSE(dump->Callback(nullptr, &output));
-        EXPECT_FALSE(dump->Callback(&input, nullptr));
-    }
-    HeavyMiniDump heavy(nullptr, nullptr);
-    EXPECT_TRUE(heavy.Callback(nullptr, nullptr));
-    EXPECT_TRUE(heavy.Callback(&input, &output));
+    EXPECT_FALSE(medium.Callback(nullptr, &output));
 }
 
 TEST(MiniDumpStrengths, CallbackInfoForwardsToTheObjectExceptForHeavy) {
@@ -111,12 +89,7 @@ TEST(MiniDumpStrengths, CallbackInfoForwardsToTheObjectExceptForHeavy) {
     EXPECT_EQ(nullptr, info.CallbackRoutine);
     EXPECT_EQ(nullptr, info.CallbackParam);
 
-    MINIDUMP_USER_STREAM_INFORMATION streams{};
-    streams.UserStreamCount = 7;
-    present = true;
-    heavy.GetUserStreamInfo(streams, present);
-    EXPECT_FALSE(present);
-    EXPECT_EQ(0u, streams.UserStreamCount);
+    EXPECT_TRUE(heavy.Callback(nullptr, nullptr)) << "no filter: everything is kept";
 }
 
 TEST(MiniDumpWrite, RefusesMissingFileBeforeMissingException) {
@@ -129,10 +102,6 @@ TEST(MiniDumpWrite, RefusesMissingFileBeforeMissingException) {
     HANDLE file = CreateFileA((dir / "null.dmp").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
     ASSERT_NE(INVALID_HANDLE_VALUE, file);
     EXPECT_EQ(static_cast<HRESULT>(0x80070057), LightMiniDump(file, nullptr).WriteDump());
-    // The object owned the handle: the file can be opened exclusively again.
-    HANDLE again = CreateFileA((dir / "null.dmp").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    EXPECT_NE(INVALID_HANDLE_VALUE, again);
-    CloseHandle(again);
 }
 
 TEST(MiniDumpWrite, LightDumpOfThisProcessReadsBack) {
@@ -149,8 +118,8 @@ TEST(MiniDumpWrite, LightDumpOfThisProcessReadsBack) {
     ASSERT_NE(INVALID_HANDLE_VALUE, file);
     ASSERT_EQ(S_OK, LightMiniDump(file, &pointers).WriteDump());
 
-    kvtest::DumpFile dump(path);
-    ASSERT_TRUE(dump.valid());
+    kvdiag::MappedDump dump(path.c_str());
+    ASSERT_NE(nullptr, dump.base());
     const auto* exception = dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream);
     ASSERT_NE(nullptr, exception);
     EXPECT_EQ(GetCurrentThreadId(), exception->ThreadId);

@@ -48,7 +48,7 @@ TEST(SelfCheck, StartupChecksPass) {
     EXPECT_EQ("4 checks: 4 passed, 0 failed, 0 skipped", lines.back());
 }
 
-TEST(SelfCheck, HostChecksNotesAndErrorCodes) {
+TEST(SelfCheck, HostChecksNotesPathsAndErrorCodes) {
     RunKvDebugHelpTests();
     EXPECT_EQ(0, SetLog_ErrorCodes(1));
     EXPECT_EQ(1, log_test("host ok", 1, "fine"));
@@ -58,6 +58,12 @@ TEST(SelfCheck, HostChecksNotesAndErrorCodes) {
     EXPECT_EQ(1, call_test("host callback ok", PassingCheck));
     EXPECT_EQ(0, call_test("host null", nullptr));
     Log("shift %d of %s", 2, "night");
+    char cwd[MAX_PATH] = "";
+    GetCurrentDirectoryA(sizeof cwd, cwd);
+    EXPECT_EQ(static_cast<int>(strlen(cwd)), PrintCurrentPath());
+    const std::string full = std::string(cwd) + (cwd[strlen(cwd) - 1] == '\\' ? "" : "\\") + "station.ini";
+    EXPECT_EQ(static_cast<int>(full.size()), PrintCurrentPathWithName("station.ini"));
+    EXPECT_EQ(-2, PrintCurrentPathWithName(""));
     auto lines = Summary();
     EXPECT_TRUE(HasLine(lines, "PASS  host ok - fine"));
     EXPECT_TRUE(HasLine(lines, "FAIL  host bad - refused (Win32 error 5)"));
@@ -65,6 +71,8 @@ TEST(SelfCheck, HostChecksNotesAndErrorCodes) {
     EXPECT_TRUE(HasLine(lines, "PASS  host callback ok"));
     EXPECT_TRUE(HasLine(lines, "FAIL  host null - no check function"));
     EXPECT_TRUE(HasLine(lines, "NOTE  shift 2 of night"));
+    EXPECT_TRUE(HasLine(lines, std::string("NOTE  current path: ") + cwd));
+    EXPECT_TRUE(HasLine(lines, "NOTE  station.ini: " + full));
     EXPECT_EQ("9 checks: 6 passed, 3 failed, 0 skipped", lines.back());
     EXPECT_EQ(3, PrintUnitTestSummary());
 
@@ -74,20 +82,6 @@ TEST(SelfCheck, HostChecksNotesAndErrorCodes) {
     for (const auto& line : lines) EXPECT_EQ(std::string::npos, line.find("Win32 error")) << line;
 
     EXPECT_EQ(0, RunKvDebugHelpTests()) << "a new run starts a new record";
-}
-
-TEST(SelfCheck, CurrentPathNotes) {
-    RunKvDebugHelpTests();
-    char cwd[MAX_PATH] = "";
-    GetCurrentDirectoryA(sizeof cwd, cwd);
-    EXPECT_EQ(static_cast<int>(strlen(cwd)), PrintCurrentPath());
-    const std::string full = std::string(cwd) + (cwd[strlen(cwd) - 1] == '\\' ? "" : "\\") + "station.ini";
-    EXPECT_EQ(static_cast<int>(full.size()), PrintCurrentPathWithName("station.ini"));
-    EXPECT_EQ(-2, PrintCurrentPathWithName(nullptr));
-    EXPECT_EQ(-2, PrintCurrentPathWithName(""));
-    const auto lines = Summary();
-    EXPECT_TRUE(HasLine(lines, std::string("NOTE  current path: ") + cwd));
-    EXPECT_TRUE(HasLine(lines, "NOTE  station.ini: " + full));
 }
 
 // Runs last in this program: it validates a product INI file for the process.
