@@ -14,6 +14,7 @@
 #include "memory/winmem_report.h"
 #include "memory/winmem_state.h"
 #include "selfcheck/check_record.h"
+#include "selfcheck/scoped_handle.h"
 #include "selfcheck/startup_checks.h"
 
 namespace kv {
@@ -29,18 +30,6 @@ struct FolderCode {
 const FolderCode kFolders[] = {{0, "CONFIG"}, {1, "LOGS"},    {2, "drivers' logs"}, {3, "BIN"},
                                {6, "DATA"},   {7, "USER"},    {8, "STARTER"},       {9, "LASTDATABASEPATH"},
                                {10, "LOGS (type 10)"}, {11, "RUN"}};
-
-// A file handle that is closed when it goes out of scope.
-struct FileHandle {
-    HANDLE handle;
-    explicit FileHandle(HANDLE h) : handle(h) {}
-    ~FileHandle() {
-        if (handle != INVALID_HANDLE_VALUE) CloseHandle(handle);
-    }
-    FileHandle(const FileHandle&) = delete;
-    FileHandle& operator=(const FileHandle&) = delete;
-    bool ok() const { return handle != INVALID_HANDLE_VALUE; }
-};
 
 CheckResult IniValidated() {
     char path[kPathSize] = "";
@@ -69,7 +58,7 @@ CheckResult FolderWritable(int code) {
 // Opened for appending as the writers do, without writing anything.
 CheckResult LogFileWritable(int length, const char* path) {
     if (length <= 0) return Fail("the log path is not available");
-    FileHandle file(CreateFileA(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+    ScopedHandle file(CreateFileA(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                 OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.ok()) return Fail(std::string("cannot open ") + path + " for appending", GetLastError());
     return Pass(path);
@@ -135,9 +124,9 @@ CheckResult LightDumpReadsBack() {
         result = Fail(reason, GetLastError());
     } else {
         result = Fail("the dump has no exception stream for this thread");
-        FileHandle file(CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-        HANDLE mapping = file.ok() ? CreateFileMappingA(file.handle, nullptr, PAGE_READONLY, 0, 0, nullptr) : nullptr;
-        void* base = mapping ? MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0) : nullptr;
+        ScopedHandle file(CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+        ScopedHandle mapping(file.ok() ? CreateFileMappingA(file.get(), nullptr, PAGE_READONLY, 0, 0, nullptr) : nullptr);
+        void* base = mapping.ok() ? MapViewOfFile(mapping.get(), FILE_MAP_READ, 0, 0, 0) : nullptr;
         PMINIDUMP_DIRECTORY dir = nullptr;
         void* stream = nullptr;
         ULONG size = 0;
@@ -148,7 +137,6 @@ CheckResult LightDumpReadsBack() {
                 result = Pass(std::string("written to and read back from ") + folder);
         }
         if (base) UnmapViewOfFile(base);
-        if (mapping) CloseHandle(mapping);
     }
     DeleteFileA(path);
     return result;

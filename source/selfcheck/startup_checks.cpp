@@ -10,6 +10,7 @@
 #include "KvSelfCheck.h"
 #include "frame/process_state.h"
 #include "selfcheck/check_record.h"
+#include "selfcheck/scoped_handle.h"
 #include "selfcheck/startup_checks.h"
 
 namespace kv {
@@ -51,25 +52,20 @@ CheckResult StackCapture() {
 // A private symbol session on its own process handle, so that the library's
 // own symbol handler and its options are left alone.
 CheckResult SymbolsResolve() {
-    HANDLE session = nullptr;
-    if (!DuplicateHandle(GetCurrentProcess(), GetCurrentProcess(), GetCurrentProcess(), &session, 0, FALSE,
+    ScopedHandle session;
+    if (!DuplicateHandle(GetCurrentProcess(), GetCurrentProcess(), GetCurrentProcess(), session.out(), 0, FALSE,
                          DUPLICATE_SAME_ACCESS))
         return Fail("no process handle for a symbol session", GetLastError());
-    if (!SymInitialize(session, nullptr, TRUE)) {
-        const DWORD error = GetLastError();
-        CloseHandle(session);
-        return Fail("SymInitialize failed", error);
-    }
+    if (!SymInitialize(session.get(), nullptr, TRUE)) return Fail("SymInitialize failed", GetLastError());
     alignas(SYMBOL_INFO) char storage[sizeof(SYMBOL_INFO) + 256] = {};
     auto* symbol = reinterpret_cast<SYMBOL_INFO*>(storage);
     symbol->SizeOfStruct = sizeof(SYMBOL_INFO);
     symbol->MaxNameLen = 255;
     DWORD64 displacement = 0;
     const DWORD64 address = reinterpret_cast<DWORD64>(&RunKvDebugHelpTests);
-    const BOOL found = SymFromAddr(session, address, &displacement, symbol);
+    const BOOL found = SymFromAddr(session.get(), address, &displacement, symbol);
     const DWORD error = GetLastError();
-    SymCleanup(session);
-    CloseHandle(session);
+    SymCleanup(session.get());
     if (!found) return Fail("no symbol for RunKvDebugHelpTests", error);
     if (std::string(symbol->Name).find("RunKvDebugHelpTests") == std::string::npos)
         return Fail(std::string("RunKvDebugHelpTests resolved as ") + symbol->Name);

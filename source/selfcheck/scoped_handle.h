@@ -1,0 +1,28 @@
+// A kernel handle closed when it goes out of scope (null and
+// INVALID_HANDLE_VALUE are both "none").
+#pragma once
+
+#include <windows.h>
+
+namespace kv {
+namespace selfcheck {
+
+class ScopedHandle {
+public:
+    explicit ScopedHandle(HANDLE handle = nullptr) : handle_(handle) {}
+    ~ScopedHandle() {
+        if (ok()) CloseHandle(handle_);
+    }
+    ScopedHandle(const ScopedHandle&) = delete;
+    ScopedHandle& operator=(const ScopedHandle&) = delete;
+
+    bool ok() const { return handle_ && handle_ != INVALID_HANDLE_VALUE; }
+    HANDLE get() const { return handle_; }
+    HANDLE* out() { return &handle_; }
+
+private:
+    HANDLE handle_;
+};
+
+}  // namespace selfcheck
+}  // namespace kv
