@@ -13,3 +13,11 @@ if [ ! -f "$WINEPREFIX/system.reg" ] || [ ! -d "$WINEPREFIX/drive_c/windows/syst
   echo "Creating the Wine prefix $WINEPREFIX"
   wineboot -i >/dev/null 2>&1 || true
 fi
+# No post-mortem debugger in this prefix: Wine would start winedbg for every
+# crash a test provokes on purpose (seconds each); an unstartable debugger makes
+# the crashing process end at once with its exception code, as on a machine
+# without one.
+aedebug='HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug'
+if ! wine reg query "$aedebug" /v Debugger 2>/dev/null | grep -q kv_no_debugger; then
+  wine reg add "$aedebug" /v Debugger /t REG_SZ /d 'kv_no_debugger.exe %ld %ld' /f >/dev/null 2>&1 || true
+fi

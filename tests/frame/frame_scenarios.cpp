@@ -3,6 +3,8 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <string>
+
 #include "KvDebugHelp.h"
 #include "scenario.h"
 
@@ -35,5 +37,27 @@ KV_SCENARIO(crash_but_catch) {
 KV_SCENARIO(display_error) {
     DbgHlpDisplayError();
     printf("no trap\n");
+    return 0;
+}
+
+// Sets the identity and command-line texts, then makes the library print them:
+// a memory error report carries IdString, the memory report CommandLine.
+// Arguments: INI path, length of the identity text.
+KV_SCENARIO(identity_in_reports) {
+    if (argc < 2) return 2;
+    SetKorvanIniFilePath(argv[0]);
+    if (!ValidateKorvanIniFile()) return 3;
+    std::string id(size_t(atoi(argv[1])), 'i');
+    id.back() = 'Z';  // the last character shows whether the text was cut
+    DbgHlpSetIdStr(id.c_str());
+    DbgHlpSetIdStr(nullptr);  // ignored
+    const int first = DbgHlpSetCmdLine("ab");
+    const int second = DbgHlpSetCmdLine("cd");
+    printf("cmdline %d %d\n", first, second);
+    DbgHlpSetDebugMode(1);
+    char notFromTheAllocator[64] = {};
+    osMemFree(notFromTheAllocator + 32);
+    DbgHlpSetDebugMode(0);
+    DbgMemHeapReport(0, 0xFFFFFFFFu, 0);
     return 0;
 }
