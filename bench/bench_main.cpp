@@ -50,11 +50,11 @@ double NanosPerOp(const std::function<void(int64_t)>& body, int64_t iterations, 
 
 double Compare(const std::string& figure, const std::function<void(int64_t)>& subject,
                const std::function<void(int64_t)>& baseline, int64_t iterations, double target,
-               double* subjectNanos) {
+               double* subjectNanos, int rounds) {
     subject(iterations / 10 + 1);  // warm caches, files and lazy set-up
     baseline(iterations / 10 + 1);
     double s = 1e300, b = 1e300;
-    for (int r = 0; r < 7; ++r) {
+    for (int r = 0; r < rounds; ++r) {
         s = std::min(s, NanosPerOp(subject, iterations, 1));
         b = std::min(b, NanosPerOp(baseline, iterations, 1));
     }
