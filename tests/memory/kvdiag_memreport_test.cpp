@@ -7,43 +7,13 @@
 #include <string>
 
 #include "child_host.h"
+#include "kvdiag_runner.h"
 #include "product_install.h"
 #include "temp_dir.h"
 
 namespace {
 
-struct ToolResult {
-    DWORD exitCode = 0;
-    std::string output;
-};
-
-// Runs kvdiag.exe with the arguments; stdout and stderr together.
-ToolResult RunKvdiag(const std::string& arguments) {
-    ToolResult result;
-    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
-    HANDLE readEnd, writeEnd;
-    if (!CreatePipe(&readEnd, &writeEnd, &inherit, 0)) return result;
-    SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
-    STARTUPINFOA startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = startup.hStdError = writeEnd;
-    PROCESS_INFORMATION process{};
-    std::string commandLine = "\"" + kvtest::ProgramFolder() + "\\kvdiag.exe\" " + arguments;
-    const BOOL started =
-        CreateProcessA(nullptr, &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
-    CloseHandle(writeEnd);
-    char chunk[4096];
-    DWORD got;
-    while (started && ReadFile(readEnd, chunk, sizeof chunk, &got, nullptr) && got) result.output.append(chunk, got);
-    CloseHandle(readEnd);
-    if (!started) return result;
-    WaitForSingleObject(process.hProcess, 60000);
-    GetExitCodeProcess(process.hProcess, &result.exitCode);
-    CloseHandle(process.hProcess);
-    CloseHandle(process.hThread);
-    return result;
-}
+using kvtest::RunKvdiag;
 
 size_t Find(const std::string& text, const std::string& what) { return text.find(what); }
 
@@ -72,7 +42,7 @@ TEST(KvdiagMemReport, SummarisesTheLastReportBySiteWithOverwritesFirst) {
         "2026-11-21 09:00:00 +01:00 Total memory buffers reported 5, net byte total 1156\r\n"
         "\r\n"
         "2026-11-21 09:00:01 +01:00 later lines\r\n");
-    const ToolResult r = RunKvdiag("memreport \"" + log + "\"");
+    const kvtest::HostResult r = RunKvdiag("memreport \"" + log + "\"");
     ASSERT_EQ(0u, r.exitCode) << r.output;
     const std::string& out = r.output;
     EXPECT_NE(std::string::npos, Find(out, "Memory Report: pump.exe PID 42 - CmdLine pump.exe /run")) << out;
@@ -100,7 +70,7 @@ TEST(KvdiagMemReport, SummarisesTheLastReportBySiteWithOverwritesFirst) {
 TEST(KvdiagMemReport, LogsWithoutAReportAndMissingLogsFail) {
     kvtest::TempDir dir("memreport");
     kvtest::WriteFileText(dir / "debug.log", "2026-11-21 09:00:00 +01:00 Memory Report: cut.exe PID 1 - CmdLine cut\r\n");
-    ToolResult r = RunKvdiag("memreport \"" + (dir / "debug.log") + "\"");
+    kvtest::HostResult r = RunKvdiag("memreport \"" + (dir / "debug.log") + "\"");
     EXPECT_EQ(1u, r.exitCode) << r.output;
     EXPECT_NE(std::string::npos, Find(r.output, "No memory report in ")) << r.output;
     r = RunKvdiag("memreport \"" + (dir / "absent.log") + "\"");
@@ -126,7 +96,7 @@ TEST(KvdiagMemReport, ReadsTheLiveLogTheLibraryWrote) {
     ASSERT_EQ(0u, child.exitCode) << child.output;
     int sites[2] = {0, 0};
     ASSERT_EQ(2, sscanf(child.output.c_str(), "site %d site %d", &sites[0], &sites[1])) << child.output;
-    const ToolResult r = RunKvdiag("memreport --ini \"" + install.iniPath() + "\"");
+    const kvtest::HostResult r = RunKvdiag("memreport --ini \"" + install.iniPath() + "\"");
     ASSERT_EQ(0u, r.exitCode) << r.output;
     EXPECT_NE(std::string::npos, Find(r.output, "Memory Report: mem_kvdiag_report PID ")) << r.output;
     EXPECT_NE(std::string::npos, Find(r.output, "Overwritten blocks: 0")) << r.output;
