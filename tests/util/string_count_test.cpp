@@ -49,31 +49,39 @@ std::string Upper(std::string s) {
 
 }  // namespace
 
-TEST(StringCountInFile, SmallFiles) {
+TEST(StringCountInFile, OverlapsCaseAndBadInput) {
     CDirFunctions dir;
     TempDir tmp("util_count");
-    kvtest::WriteFileText(tmp / "aaaa.txt", "aaaa");
-    EXPECT_EQ(3, dir.StringCountInFile((tmp / "aaaa.txt").c_str(), "aa", 1, 0));  // overlapping
-    EXPECT_EQ(0, dir.StringCountInFile((tmp / "aaaa.txt").c_str(), "aaaaa", 1, 0));
-    kvtest::WriteFileText(tmp / "mixed.txt", "Alarm ALARM alarm aLaRm");
-    EXPECT_EQ(1, dir.StringCountInFile((tmp / "mixed.txt").c_str(), "alarm", 1, 0));
-    EXPECT_EQ(4, dir.StringCountInFile((tmp / "mixed.txt").c_str(), "alarm", 0, 0));
-    kvtest::WriteFileText(tmp / "empty.txt", "");
-    EXPECT_EQ(0, dir.StringCountInFile((tmp / "empty.txt").c_str(), "a", 1, 0));
-    EXPECT_EQ(0, dir.StringCountInFile((tmp / "mixed.txt").c_str(), "", 1, 0));
-    EXPECT_EQ(-1, dir.StringCountInFile((tmp / "missing.txt").c_str(), "a", 1, 0));
-    EXPECT_EQ(-1, dir.StringCountInFile(nullptr, "a", 1, 0));
-    EXPECT_EQ(-1, dir.StringCountInFile((tmp / "mixed.txt").c_str(), nullptr, 1, 0));
+    const std::string aaaa = tmp / "aaaa.txt", mixed = tmp / "mixed.txt", empty = tmp / "empty.txt";
+    const std::string missing = tmp / "missing.txt";
+    kvtest::WriteFileText(aaaa, "aaaa");
+    kvtest::WriteFileText(mixed, "Alarm ALARM alarm aLaRm");
+    kvtest::WriteFileText(empty, "");
+    const struct { const char* label; const char* file; const char* text; int caseSensitive, expected; } cases[] = {
+        {"overlapping", aaaa.c_str(), "aa", 1, 3},
+        {"longer than the file", aaaa.c_str(), "aaaaa", 1, 0},
+        {"case-sensitive", mixed.c_str(), "alarm", 1, 1},
+        {"case-folded", mixed.c_str(), "alarm", 0, 4},
+        {"empty file", empty.c_str(), "a", 1, 0},
+        {"empty text", mixed.c_str(), "", 1, 0},
+        {"missing file", missing.c_str(), "a", 1, -1},
+        {"null file", nullptr, "a", 1, -1},
+        {"null text", mixed.c_str(), nullptr, 1, -1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.label);
+        EXPECT_EQ(c.expected, dir.StringCountInFile(c.file, c.text, c.caseSensitive, 0));
+    }
 }
 
 TEST(StringCountInFile, RelativeNamesStartAtTheProgramFolder) {
     CDirFunctions dir;
     const std::string name = "util_count_relative.txt";
-    const std::string path = kvtest::ProgramFolder() + "\\" + name;
-    kvtest::WriteFileText(path, "xyx xyx");
+    kvtest::WriteFileText(kvtest::ProgramFolder() + "\\" + name, "xyx xyx");
     EXPECT_EQ(2, dir.StringCountInFile(name.c_str(), "xyx", 1, 1));
-    DeleteFileA(path.c_str());
+    EXPECT_EQ(1, dir.KillFileName(name.c_str(), 1));  // relative the same way
     EXPECT_EQ(-1, dir.StringCountInFile(name.c_str(), "xyx", 1, 1));
+    EXPECT_EQ(0, dir.KillFileName(name.c_str(), 1));
 }
 
 TEST(StringCountInFile, CarryAcrossBlocksFollowsTheReadCounts) {
