@@ -116,3 +116,36 @@ TEST(ExecuteCommand, ZeroTimeoutReturnsWhileTheProgramRuns) {
     SetEvent(hold.handle);
     EXPECT_TRUE(finished.Wait(20000));
 }
+
+TEST(Kvdiag, ToolsRunAndMailEndToEnd) {
+    kvtest::ProductInstall install;
+    install.SetValue("KVEDIT", "LASTDATABASE", "Plant1");
+    kvtest::TempDir work("util_kvdiag");
+    const std::string record = work / "record.txt", mailRecord = work / "mail.txt";
+    ToolKey tool("util_tool_kvdiag", QuotedRecorder() + " " + record + " -p %p%", work.path());
+    const auto kvdiag = [&](const std::string& arguments, std::string& output) {
+        FILE* pipe = _popen(("\"\"" + kvtest::ProgramFolder() + "\\kvdiag.exe\" " + arguments + " 2>&1\"").c_str(), "r");
+        char chunk[4096];
+        for (output.clear(); pipe && fgets(chunk, sizeof chunk, pipe);) output += chunk;
+        return pipe ? _pclose(pipe) : -1;
+    };
+    std::string out;
+    EXPECT_EQ(0, kvdiag("tools --ini " + install.iniPath(), out));
+    EXPECT_NE(std::string::npos, out.find("util_tool_kvdiag")) << out;
+    EXPECT_NE(std::string::npos, out.find(record + " -p Plant1")) << out;
+    NamedEvent finished("kvtest_tool_finished");
+    EXPECT_EQ(0, kvdiag("run util_tool_kvdiag --ini " + install.iniPath(), out)) << out;
+    ASSERT_TRUE(finished.Wait(20000)) << out;
+    EXPECT_EQ(record + " -p Plant1", Parameters(RecordFile(record)["cmdline"]));
+    EXPECT_EQ(1, kvdiag("run util_tool_missing --ini " + install.iniPath(), out)) << out;
+
+    NativeMapiFor native("kvdiag.exe");
+    SetEnvironmentVariableA("KV_MAPI_RECORD", mailRecord.c_str());
+    EXPECT_EQ(0, kvdiag("mail ops@plant.example " + record + " \"Pump 3 stopped\"", out)) << out;
+    SetEnvironmentVariableA("KV_MAPI_RECORD", nullptr);
+    const auto mails = Records(kvtest::ReadFileText(mailRecord), "call");
+    ASSERT_EQ(1u, mails.size()) << out;
+    EXPECT_EQ("1 ops@plant.example <SMTP:ops@plant.example>", mails[0].at("to"));
+    EXPECT_EQ("-1 record.txt <" + record + ">", mails[0].at("file"));
+    EXPECT_EQ("Pump 3 stopped", mails[0].at("note"));
+}
