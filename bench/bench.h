@@ -16,9 +16,12 @@ double NanosPerOp(const std::function<void(int64_t iterations)>& body, int64_t i
 
 // Times subject and baseline in alternating rounds; prints one table row.
 // target: the ratio the subject must stay within (0: report only).
-// Returns the ratio subject / baseline.
+// Returns the ratio subject / baseline; subjectNanos, when given, receives the
+// subject's best time per operation. rounds: alternating rounds per side (more
+// for figures close to their target, so a busy moment cannot decide them).
 double Compare(const std::string& figure, const std::function<void(int64_t)>& subject,
-               const std::function<void(int64_t)>& baseline, int64_t iterations, double target = 0);
+               const std::function<void(int64_t)>& baseline, int64_t iterations, double target = 0,
+               double* subjectNanos = nullptr, int rounds = 7);
 
 // Prints a row with a free-form value (lines per second, a longest call, ...).
 void Report(const std::string& figure, const std::string& value);

@@ -49,15 +49,17 @@ double NanosPerOp(const std::function<void(int64_t)>& body, int64_t iterations, 
 }
 
 double Compare(const std::string& figure, const std::function<void(int64_t)>& subject,
-               const std::function<void(int64_t)>& baseline, int64_t iterations, double target) {
+               const std::function<void(int64_t)>& baseline, int64_t iterations, double target,
+               double* subjectNanos, int rounds) {
     subject(iterations / 10 + 1);  // warm caches, files and lazy set-up
     baseline(iterations / 10 + 1);
     double s = 1e300, b = 1e300;
-    for (int r = 0; r < 7; ++r) {
+    for (int r = 0; r < rounds; ++r) {
         s = std::min(s, NanosPerOp(subject, iterations, 1));
         b = std::min(b, NanosPerOp(baseline, iterations, 1));
     }
     const double ratio = s / b;
+    if (subjectNanos) *subjectNanos = s;
     char verdict[48] = "";
     if (target > 0) snprintf(verdict, sizeof verdict, "%s (target <= %.2f)", ratio <= target ? "ok" : "OVER", target);
     printf("| %-58s | %9.1f ns | %9.1f ns | %6.2f | %s\n", figure.c_str(), s, b, ratio, verdict);

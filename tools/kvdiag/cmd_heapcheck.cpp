@@ -1,10 +1,14 @@
 // kvdiag heapcheck: shows the guarded allocator catching a one-byte overrun,
-// and the report it leaves in the debug log of the product installation.
+// then (in a child process, since the checks run when the library unloads) a
+// leaked guarded block and an instrumented memory report, and the reports
+// they leave in the debug log of the product installation.
+#include <windows.h>
 #include <stdio.h>
 #include <string.h>
 
 #include <string>
 
+#include "KvCallStack.h"
 #include "KvConfig.h"
 #include "KvDebugHelp.h"
 #include "command.h"
@@ -31,15 +35,51 @@ void PrintLogFrom(const std::string& path, long offset) {
     fclose(f);
 }
 
+// The child: leaves light-mode blocks from three sites (one overrun past its
+// end marker) and one guarded block, then ends; at unload the library checks
+// for leaks (debug mode 2) and writes the memory report.
+int LeakAndExit() {
+    if (ValidateKorvanIniFile() != 1) return 1;
+    EnableCallStackAndAllocationInstrumentation(0, 1, const_cast<char*>(""), 1);
+    for (int i = 0; i < 3; ++i) osMemAllocDbg(64, OSMEM_ZERO, "pump_table.cpp", 120);
+    osMemAllocDbg(200, OSMEM_ZERO, "recipe_cache.cpp", 77);
+    char* name = static_cast<char*>(osMemAllocDbg(12, OSMEM_ZERO, "tag_names.cpp", 48));
+    if (name) memcpy(name, "FLOW-METER-7", 13);  // one byte too many: the end marker is hit
+    DbgHlpSetDebugMode(DBGHLP_MODE_LEAK_CHECK_AT_UNLOAD);
+    char* leaked = static_cast<char*>(osMemAlloc(40, OSMEM_ZERO));
+    if (leaked) strcpy(leaked, "never freed");
+    return 0;
+}
+
+bool RunLeakChild() {
+    char self[MAX_PATH];
+    if (!GetModuleFileNameA(nullptr, self, sizeof self)) return false;
+    std::string commandLine = "\"" + std::string(self) + "\" heapcheck --leak";
+    STARTUPINFOA startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process{};
+    if (!CreateProcessA(nullptr, &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process))
+        return false;
+    WaitForSingleObject(process.hProcess, 60000);
+    DWORD code = 1;
+    GetExitCodeProcess(process.hProcess, &code);
+    CloseHandle(process.hProcess);
+    CloseHandle(process.hThread);
+    return code == 0;
+}
+
 }  // namespace
 
-KVDIAG_COMMAND(heapcheck, "heapcheck", "overrun a guarded block and show what the heap check reports") {
-    (void)argc;
-    (void)argv;
+KVDIAG_COMMAND(heapcheck, "heapcheck [--leak]",
+               "overrun a guarded block, leak blocks in a child, and show what the heap checks report") {
+    if (argc == 1 && !strcmp(argv[0], "--leak")) return LeakAndExit();
+    if (argc != 0) {
+        fprintf(stderr, "usage: kvdiag heapcheck\n");
+        return 2;
+    }
     std::string log;
-    char folder[260];
-    if (ValidateKorvanIniFile() == 1 && GetKorvanLogFolder(folder, sizeof folder) > 0)
-        log = std::string(folder) + "\\debug.log";
+    char path[260];
+    if (ValidateKorvanIniFile() == 1 && GetDebugLogFilePath(-1, 1, path, sizeof path) > 0) log = path;
     const long logStart = log.empty() ? 0 : FileSize(log);
 
     DbgHlpSetDebugMode(DBGHLP_MODE_CHECK_ALL_ALWAYS);
@@ -62,5 +102,14 @@ KVDIAG_COMMAND(heapcheck, "heapcheck", "overrun a guarded block and show what th
     }
     printf("Freeing it reported the overwrite in %s:\n", log.c_str());
     PrintLogFrom(log, logStart);
+
+    const long childStart = FileSize(log);
+    printf("\nA child process leaves a guarded block (debug mode 2) and five instrumented light-mode\n"
+           "blocks, one of them overrun, and ends. What the library wrote at unload:\n");
+    if (!RunLeakChild()) {
+        printf("The child failed.\n");
+        return 1;
+    }
+    PrintLogFrom(log, childStart);
     return 0;
 }
