@@ -2,9 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <windows.h>
+#include <stdio.h>
 
 #include <string>
 
+#include "child_host.h"
+#include "product_install.h"
 #include "temp_dir.h"
 
 namespace {
@@ -112,4 +115,28 @@ TEST(KvdiagMemReport, LogsWithoutAReportAndMissingLogsFail) {
     EXPECT_EQ(0u, r.exitCode) << r.output;
     EXPECT_NE(std::string::npos, Find(r.output, "      1           64  2026-11-21 08:10:00  a.cpp:1")) << r.output;
     EXPECT_NE(std::string::npos, Find(r.output, "(no totals line: the report is incomplete)")) << r.output;
+}
+
+// The report as the library writes it: a child host reports two instrumented
+// allocations into an installation's live log, which memreport finds itself.
+TEST(KvdiagMemReport, ReadsTheLiveLogTheLibraryWrote) {
+    kvtest::ProductInstall install;
+    kvtest::ChildHost host("mem_kvdiag_report");
+    const auto child = host.Run({"mem_report_instrumented", install.iniPath()});
+    ASSERT_EQ(0u, child.exitCode) << child.output;
+    int sites[2] = {0, 0};
+    ASSERT_EQ(2, sscanf(child.output.c_str(), "site %d site %d", &sites[0], &sites[1])) << child.output;
+    const ToolResult r = RunKvdiag("memreport --ini \"" + install.iniPath() + "\"");
+    ASSERT_EQ(0u, r.exitCode) << r.output;
+    EXPECT_NE(std::string::npos, Find(r.output, "Memory Report: mem_kvdiag_report PID ")) << r.output;
+    EXPECT_NE(std::string::npos, Find(r.output, "Overwritten blocks: 0")) << r.output;
+    EXPECT_NE(std::string::npos, Find(r.output, "Allocations by source site: 2")) << r.output;
+    const char* bytes[2] = {"      1          111  ", "      1          222  "};
+    for (int i = 0; i < 2; ++i) {
+        const size_t row = Find(r.output, bytes[i]);
+        ASSERT_NE(std::string::npos, row) << r.output;
+        const std::string line = r.output.substr(row, r.output.find('\n', row) - row);
+        EXPECT_NE(std::string::npos, Find(line, "detection_scenarios.cpp:" + std::to_string(sites[i]))) << line;
+    }
+    EXPECT_NE(std::string::npos, Find(r.output, "Total memory buffers reported 2, net byte total 333")) << r.output;
 }
