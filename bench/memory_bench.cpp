@@ -103,7 +103,7 @@ KV_BENCH(memory_instrumented) {
             void* frames[40];
             for (int64_t i = 0; i < n; ++i) capture(0, 40, frames, nullptr);
         },
-        20000, 1.3);
+        2000, 1.3, nullptr, 41);
     // A first-time site: each call resolves a new stack through the symbol
     // handler. Distinct stacks come from distinct return addresses in a table
     // of call sites, so only a few are available: time them once.
