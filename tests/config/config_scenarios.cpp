@@ -4,30 +4,26 @@
 #include <windows.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 
 #include <string>
 
 #include "KvDebugHelp.h"
 #include "scenario.h"
 
-namespace {
-
-// Prints "step result [text]" for a buffer-filling export.
-void PrintFilled(const char* step, int32_t (*fill)(char*, uint32_t)) {
-    char text[300];
-    const int32_t result = fill(text, sizeof text);
-    printf("%s %d %s\n", step, result, text);
-}
-
-}  // namespace
-
-// Steps: set=PATH, setro=PATH, validate, validate_ro, invalidate, tolerate,
-// folder=CODE, inipath, configured, name, profile, createini.
+// Steps: set=PATH, setro=PATH, validate, validate_ro, tolerate, folder=CODE,
+// createini, and the getters inipath, configured, name, profile.
 KV_SCENARIO(config_steps) {
+    const struct {
+        const char* step;
+        int32_t (*fill)(char*, uint32_t);
+    } getters[] = {{"inipath", GetKorvanIniFilePath},
+                   {"configured", GetKorvanIniFilePathAsConfigured},
+                   {"name", GetKorvanIniFileName},
+                   {"profile", GetKorvanProfilePath}};
     for (int i = 0; i < argc; ++i) {
         const std::string step = argv[i];
-        const std::string value = step.find('=') == std::string::npos ? "" : step.substr(step.find('=') + 1);
+        const std::string value = step.substr(step.find('=') == std::string::npos ? step.size() : step.find('=') + 1);
+        char text[300] = "";
         if (!step.compare(0, 4, "set=")) {
             printf("set %d\n", SetKorvanIniFilePath(value.c_str()));
         } else if (!step.compare(0, 6, "setro=")) {
@@ -36,29 +32,26 @@ KV_SCENARIO(config_steps) {
             SetLastError(0);
             const int32_t ok = step == "validate" ? ValidateKorvanIniFile() : ValidateKorvanIniFileEx(1);
             printf("%s %d error %lu\n", step.c_str(), ok, ok ? 0ul : GetLastError());
-        } else if (step == "invalidate") {
-            InvalidateKorvanIniFile();
-            printf("invalidate\n");
         } else if (step == "tolerate") {
             TolerateMissingIniFile();
             printf("tolerate\n");
         } else if (!step.compare(0, 7, "folder=")) {
-            char text[300];
             const int32_t result = GetKorvanFolderByType(atoi(value.c_str()), text, sizeof text);
             printf("folder%s %d %s\n", value.c_str(), result, text);
-        } else if (step == "inipath") {
-            PrintFilled("inipath", GetKorvanIniFilePath);
-        } else if (step == "configured") {
-            PrintFilled("configured", GetKorvanIniFilePathAsConfigured);
-        } else if (step == "name") {
-            PrintFilled("name", GetKorvanIniFileName);
-        } else if (step == "profile") {
-            PrintFilled("profile", GetKorvanProfilePath);
         } else if (step == "createini") {
             printf("createini %d\n", CreateDefaultIniFile());
         } else {
-            printf("unknown step %s\n", step.c_str());
-            return 2;
+            int found = 0;
+            for (const auto& getter : getters) {
+                if (step != getter.step) continue;
+                const int32_t result = getter.fill(text, sizeof text);
+                printf("%s %d %s\n", getter.step, result, text);
+                found = 1;
+            }
+            if (!found) {
+                printf("unknown step %s\n", step.c_str());
+                return 2;
+            }
         }
     }
     return 0;

@@ -6,53 +6,30 @@
 #include <sstream>
 
 #include "child_host.h"
-#include "default_ini_path_guard.h"
 #include "product_install.h"
-#include "temp_dir.h"
+#include "registry_fixtures.h"
 
-using kvtest::ChildHost;
 using kvtest::ProductInstall;
+using Lines = std::vector<std::string>;
 
 namespace {
 
-std::vector<std::string> RunSteps(const char* host, const std::vector<std::string>& steps) {
-    ChildHost child(host);
-    std::vector<std::string> args{"config_steps"};
-    args.insert(args.end(), steps.begin(), steps.end());
-    const auto result = child.Run(args);
+// The step lines printed by config_steps in a new host process.
+Lines RunSteps(const char* host, Lines steps) {
+    kvtest::ChildHost child(host);
+    steps.insert(steps.begin(), "config_steps");
+    const auto result = child.Run(steps);
     EXPECT_EQ(0u, result.exitCode) << result.output;
-    std::vector<std::string> lines;
+    Lines lines;
     std::istringstream in(result.output);
-    for (std::string line; std::getline(in, line);) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        lines.push_back(line);
-    }
+    for (std::string line; std::getline(in, line);) lines.push_back(line.substr(0, line.find_last_not_of('\r') + 1));
     return lines;
 }
 
-std::string Length(const std::string& text) { return std::to_string(text.size()); }
-
-// Holds a file open for reading while denying others write access. On
-// Windows the read-only attribute alone makes the append-open fail; under
-// Wine a process running as root ignores that attribute, but a handle that
-// does not share writing stops the append-open on both.
-class WriteBlocker {
-public:
-    explicit WriteBlocker(const std::string& path) {
-        SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_READONLY);
-        handle_ = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-        path_ = path;
-    }
-    ~WriteBlocker() {
-        if (handle_ != INVALID_HANDLE_VALUE) CloseHandle(handle_);
-        SetFileAttributesA(path_.c_str(), FILE_ATTRIBUTE_NORMAL);
-    }
-    bool held() const { return handle_ != INVALID_HANDLE_VALUE; }
-
-private:
-    HANDLE handle_ = INVALID_HANDLE_VALUE;
-    std::string path_;
-};
+// A getter's line when it answers with the whole text.
+std::string Shown(const char* step, const std::string& text) {
+    return std::string(step) + " " + std::to_string(text.size()) + " " + text;
+}
 
 }  // namespace
 
@@ -60,69 +37,53 @@ TEST(IniValidation, NothingAnswersBeforeValidation) {
     ProductInstall install;
     install.SetValue("RuntimeManager", "Profile", "operator");
     const std::string ini = install.iniPath();
-    const auto out = RunSteps("cfg_unvalidated",
-                              {"configured", "set=" + ini, "folder=1", "folder=2", "profile", "name", "configured", "inipath"});
-    EXPECT_EQ((std::vector<std::string>{"configured 0 ", "set 1", "folder1 -2 ", "folder2 -2 ", "profile 0 ",
-                                        "name -2 ", "configured " + Length(ini) + " " + ini,
-                                        "inipath -3 " + ini}),  // shown, but marked as not validated
-              out);
+    EXPECT_EQ((Lines{"configured 0 ", "set 1", "folder1 -2 ", "profile 0 ", "name -2 ", Shown("configured", ini),
+                     "inipath -3 " + ini}),  // shown, but marked as not validated
+              RunSteps("cfg_unvalidated", {"configured", "set=" + ini, "folder=1", "profile", "name", "configured",
+                                           "inipath"}));
     EXPECT_FALSE(kvtest::DirectoryExists(install.logDir()));
 }
 
 TEST(IniValidation, ReadOnlyFileNeedsReadOnlyMode) {
     ProductInstall install;
     const std::string ini = install.iniPath();
-    WriteBlocker blocker(ini);
-    ASSERT_TRUE(blocker.held());
-    const auto out = RunSteps("cfg_readonly", {"set=" + ini, "setro=" + ini, "validate", "validate_ro", "inipath",
-                                               "validate", "inipath"});
-    ASSERT_EQ(7u, out.size());
-    EXPECT_EQ("set 0", out[0]);
-    EXPECT_EQ("setro 1", out[1]);
-    EXPECT_EQ("validate 0 error 19", out[2]);
-    EXPECT_EQ("validate_ro 1 error 0", out[3]);
-    EXPECT_EQ("inipath " + Length(ini) + " " + ini, out[4]);
+    // On Windows the read-only attribute alone makes the append-open fail;
+    // under Wine a process running as root ignores it, but a handle that does
+    // not share writing stops the append-open on both.
+    SetFileAttributesA(ini.c_str(), FILE_ATTRIBUTE_READONLY);
+    HANDLE blocker = CreateFileA(ini.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(INVALID_HANDLE_VALUE, blocker);
+    const Lines out = RunSteps("cfg_readonly", {"set=" + ini, "setro=" + ini, "validate", "validate_ro", "inipath",
+                                                "validate", "inipath"});
+    CloseHandle(blocker);
+    SetFileAttributesA(ini.c_str(), FILE_ATTRIBUTE_NORMAL);
     // A failed validation leaves the earlier success standing.
-    EXPECT_EQ("validate 0 error 19", out[5]);
-    EXPECT_EQ("inipath " + Length(ini) + " " + ini, out[6]);
+    EXPECT_EQ((Lines{"set 0", "setro 1", "validate 0 error 19", "validate_ro 1 error 0", Shown("inipath", ini),
+                     "validate 0 error 19", Shown("inipath", ini)}),
+              out);
 }
 
 TEST(IniValidation, MissingFileFailsUnlessTolerated) {
     kvtest::TempDir dir("cfgmissing");
     const std::string ini = dir / "absent.ini";
-    const auto strict = RunSteps("cfg_missing", {"set=" + ini, "validate", "validate_ro", "folder=1", "inipath"});
-    ASSERT_EQ(5u, strict.size());
-    EXPECT_EQ("set 0", strict[0]);
-    EXPECT_EQ("validate 0 error 2", strict[1]);
-    EXPECT_EQ("validate_ro 0 error 2", strict[2]);
-    EXPECT_EQ("folder1 -2 ", strict[3]);
-    EXPECT_EQ("inipath -3 " + ini, strict[4]);
-
-    const auto tolerant = RunSteps("cfg_tolerant", {"tolerate", "set=" + ini, "validate", "folder=1", "inipath"});
-    ASSERT_EQ(5u, tolerant.size());
-    EXPECT_EQ("set 1", tolerant[1]);
-    EXPECT_EQ("validate 1 error 0", tolerant[2]);
-    EXPECT_EQ("folder1 -2 ", tolerant[3]);  // valid, but the missing file names no folders
-    EXPECT_EQ("inipath " + Length(ini) + " " + ini, tolerant[4]);
-    EXPECT_FALSE(kvtest::FileExists(ini));  // the check never creates the file
+    EXPECT_EQ((Lines{"set 0", "validate 0 error 2", "validate_ro 0 error 2", "folder1 -2 ", "inipath -3 " + ini}),
+              RunSteps("cfg_missing", {"set=" + ini, "validate", "validate_ro", "folder=1", "inipath"}));
+    // Tolerated: valid, but the missing file names no folders and is never created.
+    EXPECT_EQ((Lines{"tolerate", "set 1", "validate 1 error 0", "folder1 -2 ", Shown("inipath", ini)}),
+              RunSteps("cfg_tolerant", {"tolerate", "set=" + ini, "validate", "folder=1", "inipath"}));
+    EXPECT_FALSE(kvtest::FileExists(ini));
 }
 
 TEST(IniValidation, EmptyPathComesFromDefaultIniPath) {
     ProductInstall install;
-    const std::string ini = install.iniPath();
     cfgtest::DefaultIniPathGuard guard;
-    guard.Set(ini);
-    const auto found = RunSteps("cfg_registry", {"validate", "inipath", "folder=1", "name"});
-    ASSERT_EQ(4u, found.size());
-    EXPECT_EQ("validate 1 error 0", found[0]);
-    EXPECT_EQ("inipath " + Length(ini) + " " + ini, found[1]);
-    EXPECT_EQ("folder1 " + Length(install.logDir()) + " " + install.logDir(), found[2]);
-    EXPECT_EQ("name 11 product.ini", found[3]);
-
+    guard.Set(install.iniPath());
+    EXPECT_EQ((Lines{"validate 1 error 0", Shown("inipath", install.iniPath()), Shown("folder1", install.logDir()),
+                     "name 11 product.ini"}),
+              RunSteps("cfg_registry", {"validate", "inipath", "folder=1", "name"}));
     guard.Remove();
-    const auto absent = RunSteps("cfg_noregistry", {"validate", "configured", "folder=1"});
+    const Lines absent = RunSteps("cfg_noregistry", {"validate", "configured", "folder=1"});
     ASSERT_EQ(3u, absent.size());
     EXPECT_EQ("validate 0", absent[0].substr(0, 10));
-    EXPECT_EQ("configured 0 ", absent[1]);
-    EXPECT_EQ("folder1 -2 ", absent[2]);
+    EXPECT_EQ((Lines{"configured 0 ", "folder1 -2 "}), Lines(absent.begin() + 1, absent.end()));
 }
