@@ -7,6 +7,7 @@
 
 #include "KvUtil.h"
 #include "child_host.h"
+#include "kvdiag_runner.h"
 #include "product_install.h"
 #include "started_programs.h"
 
@@ -123,13 +124,12 @@ TEST(Kvdiag, ToolsRunAndMailEndToEnd) {
     kvtest::TempDir work("util_kvdiag");
     const std::string record = work / "record.txt", mailRecord = work / "mail.txt";
     ToolKey tool("util_tool_kvdiag", QuotedRecorder() + " " + record + " -p %p%", work.path());
-    const auto kvdiag = [&](const std::string& arguments, std::string& output) {
-        FILE* pipe = _popen(("\"\"" + kvtest::ProgramFolder() + "\\kvdiag.exe\" " + arguments + " 2>&1\"").c_str(), "r");
-        char chunk[4096];
-        for (output.clear(); pipe && fgets(chunk, sizeof chunk, pipe);) output += chunk;
-        return pipe ? _pclose(pipe) : -1;
-    };
     std::string out;
+    const auto kvdiag = [&](const std::string& arguments, std::string& output) {
+        const kvtest::HostResult r = kvtest::RunKvdiag(arguments);
+        output = r.output;
+        return int(r.exitCode);
+    };
     EXPECT_EQ(0, kvdiag("tools --ini " + install.iniPath(), out));
     EXPECT_NE(std::string::npos, out.find("util_tool_kvdiag")) << out;
     EXPECT_NE(std::string::npos, out.find(record + " -p Plant1")) << out;
