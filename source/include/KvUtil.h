@@ -14,6 +14,13 @@ KVDH_C_API int StartRegisteredTool(const char* toolName);
 // split into program and parameters. 1 when a process was started.
 KVDH_C_API int ExecuteCommand(const char* command, const char* parameters, const char* directory,
                               unsigned long timeout);
+// A registered tool's command, as registered (expanded 0) or as it would start
+// (expanded non-zero: macros and carets replaced), and its working folder
+// (empty when none is registered; folder may be null). Both buffers are
+// cleared first. Returns the command's length, -1 when a buffer is too small
+// (nothing copied), -2 when the tool has no command.
+KVDH_C_API int GetRegisteredToolCommand(const char* toolName, int expanded, char* command, unsigned commandSize,
+                                        char* folder, unsigned folderSize);
 
 #ifdef __cplusplus
 #include <wtypes.h>

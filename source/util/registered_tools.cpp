@@ -3,6 +3,8 @@
 #include <windows.h>
 #include <shellapi.h>
 
+#include <string.h>
+
 #include <new>
 #include <string>
 
@@ -45,6 +47,25 @@ extern "C" int StartRegisteredTool(const char* toolName) {
         return ERROR_OUTOFMEMORY;
     } catch (...) {
         return ERROR_FILE_NOT_FOUND;
+    }
+}
+
+extern "C" int GetRegisteredToolCommand(const char* toolName, int expanded, char* command, unsigned commandSize,
+                                        char* folder, unsigned folderSize) {
+    if (command && commandSize) memset(command, 0, commandSize);
+    if (folder && folderSize) memset(folder, 0, folderSize);
+    try {
+        std::string text = kv::ReadToolValue(toolName, "");
+        if (text.empty()) return -2;
+        if (expanded) text = kv::ExpandToolMacros(text);
+        const std::string directory = kv::ReadToolValue(toolName, "WorkingDirectory");
+        if (!command || commandSize < text.size() + 1) return -1;
+        if (folder && folderSize < directory.size() + 1) return -1;
+        memcpy(command, text.c_str(), text.size() + 1);
+        if (folder) memcpy(folder, directory.c_str(), directory.size() + 1);
+        return int(text.size());
+    } catch (...) {
+        return -2;
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include "KvUtil.h"
 #include "child_host.h"
+#include "guarded_buffer.h"
 #include "kvdiag_runner.h"
 #include "product_install.h"
 #include "started_programs.h"
@@ -55,6 +56,27 @@ TEST(RegisteredTools, BadNamesAndCommandsAreRefused) {
         SCOPED_TRACE(c.label);
         EXPECT_EQ(c.expected, c.call());
     }
+}
+
+TEST(RegisteredTools, CommandQueryFillsOnlyBuffersThatFit) {
+    ToolKey tool("util_tool_query", "run ^%x^^ now", "C:\\work");
+    const std::string expanded = "run %x^ now";
+    kvtest::GuardedBuffer exact(expanded.size()), fits(expanded.size() + 1), folder(8), shortFolder(7);
+    EXPECT_EQ(-1, GetRegisteredToolCommand("util_tool_query", 1, exact.data(), unsigned(exact.size()), nullptr, 0));
+    EXPECT_TRUE(exact.AllZero());
+    EXPECT_EQ(-1, GetRegisteredToolCommand("util_tool_query", 1, fits.data(), unsigned(fits.size()),
+                                           shortFolder.data(), unsigned(shortFolder.size())));
+    EXPECT_TRUE(fits.AllZero());
+    EXPECT_TRUE(shortFolder.AllZero());
+    EXPECT_EQ(int(expanded.size()), GetRegisteredToolCommand("util_tool_query", 1, fits.data(), unsigned(fits.size()),
+                                                             folder.data(), unsigned(folder.size())));
+    EXPECT_EQ(expanded, fits.data());
+    EXPECT_STREQ("C:\\work", folder.data());
+    char registered[64];
+    EXPECT_EQ(13, GetRegisteredToolCommand("util_tool_query", 0, registered, sizeof registered, nullptr, 0));
+    EXPECT_STREQ("run ^%x^^ now", registered);
+    EXPECT_EQ(-2, GetRegisteredToolCommand("util_tool_missing", 1, registered, sizeof registered, nullptr, 0));
+    EXPECT_EQ('\0', registered[0]);
 }
 
 TEST(RegisteredTools, StartExpandsMacrosFromTheProductIniFile) {

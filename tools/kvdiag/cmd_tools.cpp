@@ -9,7 +9,6 @@
 #include "KvDebugHelp.h"
 #include "command.h"
 #include "ini_status.h"
-#include "../../source/util/tool_registration.h"
 
 KVDIAG_COMMAND(tools, "tools [--ini PATH]", "list the registered tools with their expanded commands") {
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(kvdiag::TakeIniOption(argc, argv));
@@ -26,12 +25,14 @@ KVDIAG_COMMAND(tools, "tools [--ini PATH]", "list the registered tools with thei
     int listed = 0;
     for (const std::string& name : names) {
         if (!ToolIsRegistered(name.c_str())) continue;
-        const std::string command = kv::ReadToolValue(name.c_str(), "");
-        const std::string folder = kv::ReadToolValue(name.c_str(), "WorkingDirectory");
+        char command[4096], expanded[4096], folder[MAX_PATH];
+        if (GetRegisteredToolCommand(name.c_str(), 0, command, sizeof command, folder, sizeof folder) < 0 ||
+            GetRegisteredToolCommand(name.c_str(), 1, expanded, sizeof expanded, nullptr, 0) < 0)
+            continue;
         printf("  %s\n", name.c_str());
-        printf("    registered: %s\n", command.c_str());
-        printf("    starts:     %s\n", kv::ExpandToolMacros(command).c_str());
-        printf("    in folder:  %s\n", folder.empty() ? "(the shell's default)" : folder.c_str());
+        printf("    registered: %s\n", command);
+        printf("    starts:     %s\n", expanded);
+        printf("    in folder:  %s\n", folder[0] ? folder : "(the shell's default)");
         ++listed;
     }
     if (!listed) printf("  (none)\n");
