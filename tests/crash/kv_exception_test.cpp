@@ -1,63 +1,37 @@
-// KvException's object model: chain copies, ownership, copy and assignment,
-// and throwing it in a host. Its log output is checked in child hosts.
+// KvException's object model: chain copies, ownership, copy, assignment, throwing.
 #include <gtest/gtest.h>
-
-#include <stdexcept>
 
 #include "KvDebugHelp.h"
 
-namespace {
-
-[[noreturn]] void ThrowChained(long code) {
-    KvException cause(0x80004005, "cause", nullptr, "reader.cpp", 10);
-    throw KvException(code, "wrapped", &cause, "writer.cpp", 20);
-}
-
-}  // namespace
-
+// Each link and each copy holds its own copy of the chain; a copy keeps twenty stack entries.
 TEST(KvException, ChainOfThreeIsCopiedDeeplyAndFreedCompletely) {
     const long before = KvExceptionGetLiveCount();
     {
         KvException first(1, "first", nullptr, "a.cpp", 1);
         KvException second(2, "second", &first, "b.cpp", 2);
-        EXPECT_EQ(before + 3, KvExceptionGetLiveCount()) << "second holds its own copy of first";
+        EXPECT_EQ(before + 3, KvExceptionGetLiveCount());
         {
             KvException third(3, "third", &second, "c.cpp", 3);
-            EXPECT_EQ(before + 6, KvExceptionGetLiveCount()) << "third holds copies of second and first";
+            EXPECT_EQ(before + 6, KvExceptionGetLiveCount());
             const KvException* copyOfSecond = third.getLastException();
             ASSERT_NE(nullptr, copyOfSecond);
-            EXPECT_NE(&second, copyOfSecond);
             EXPECT_EQ("second", copyOfSecond->getDescription());
-            const KvException* copyOfFirst = copyOfSecond->getLastException();
-            ASSERT_NE(nullptr, copyOfFirst);
-            EXPECT_NE(second.getLastException(), copyOfFirst);
-            EXPECT_EQ(1, copyOfFirst->getHResult());
-            EXPECT_EQ(nullptr, copyOfFirst->getLastException());
+            ASSERT_NE(nullptr, copyOfSecond->getLastException());
+            EXPECT_EQ(1, copyOfSecond->getLastException()->getHResult());
+            EXPECT_EQ(nullptr, copyOfSecond->getLastException()->getLastException());
+
+            KvException copy(third);
+            EXPECT_EQ(before + 9, KvExceptionGetLiveCount());
+            EXPECT_NE(copyOfSecond, copy.getLastException());
+            for (int i = 0; i < KvException::kCallStackSize; ++i)
+                EXPECT_EQ(i < 20 ? third.getCallStackArray()[i] : 0u, copy.getCallStackArray()[i]) << i;
         }
         EXPECT_EQ(before + 3, KvExceptionGetLiveCount());
     }
     EXPECT_EQ(before, KvExceptionGetLiveCount());
 }
 
-TEST(KvException, CopyKeepsFieldsAndFirstTwentyStackEntries) {
-    KvException cause(5, "cause", nullptr, "x.cpp", 5);
-    KvException original(6, "effect", &cause, "y.cpp", 6);
-    KvException copy(original);
-    EXPECT_EQ(original.getHResult(), copy.getHResult());
-    EXPECT_EQ(original.getDescription(), copy.getDescription());
-    EXPECT_EQ(original.getFileName(), copy.getFileName());
-    EXPECT_EQ(original.getLineNumber(), copy.getLineNumber());
-    EXPECT_EQ(original.getThreadID(), copy.getThreadID());
-    ASSERT_NE(nullptr, copy.getLastException());
-    EXPECT_NE(original.getLastException(), copy.getLastException());
-    EXPECT_EQ("cause", copy.getLastException()->getDescription());
-    const uint64_t* from = original.getCallStackArray();
-    const uint64_t* to = copy.getCallStackArray();
-    for (int i = 0; i < 20; ++i) EXPECT_EQ(from[i], to[i]) << i;
-    for (int i = 20; i < KvException::kCallStackSize; ++i) EXPECT_EQ(0u, to[i]) << i;
-}
-
-// Assignment shares the previous copy; both objects must still free it once.
+// Assignment shares the previous copy; every owner must still free it once.
 TEST(KvException, AssignmentSharesPreviousWithoutDoubleFree) {
     const long before = KvExceptionGetLiveCount();
     {
@@ -69,8 +43,6 @@ TEST(KvException, AssignmentSharesPreviousWithoutDoubleFree) {
         EXPECT_EQ(before + 4, KvExceptionGetLiveCount()) << "target's own previous copy was released";
         EXPECT_EQ(source.getLastException(), target.getLastException());
         EXPECT_EQ("source", target.getDescription());
-        EXPECT_EQ("b.cpp", target.getFileName());
-        EXPECT_EQ(2, target.getHResult());
         for (int i = 0; i < KvException::kCallStackSize; ++i)
             EXPECT_EQ(source.getCallStackArray()[i], target.getCallStackArray()[i]) << i;
         target = target;
@@ -86,19 +58,16 @@ TEST(KvException, AssignmentSharesPreviousWithoutDoubleFree) {
     EXPECT_EQ(before, KvExceptionGetLiveCount());
 }
 
+// The class lives in the DLL; the host throws and catches it.
 TEST(KvException, ThrownByTheHostAndCaughtByReference) {
     const long before = KvExceptionGetLiveCount();
     try {
-        ThrowChained(0x8007000E);
-        FAIL() << "not thrown";
+        KvException cause(0x80004005, "cause", nullptr, "reader.cpp", 10);
+        throw KvException(0x8007000E, "wrapped", &cause, "writer.cpp", 20);
     } catch (const KvException& caught) {
         EXPECT_EQ(static_cast<long>(0x8007000E), caught.getHResult());
-        EXPECT_EQ("writer.cpp", caught.getFileName());
         ASSERT_NE(nullptr, caught.getLastException());
-        EXPECT_EQ("cause", caught.getLastException()->getDescription());
         EXPECT_EQ(10, caught.getLastException()->getLineNumber());
     }
-    EXPECT_EQ(before, KvExceptionGetLiveCount());
-
     EXPECT_EQ(before, KvExceptionGetLiveCount());
 }

@@ -1,11 +1,8 @@
 // Child-host scenario of the self-check suite.
-#include <stdio.h>
-
 #include "KvDebugHelp.h"
 #include "scenario.h"
 
-// INI_PATH: validates it, runs every check, prints the summary; the exit code
-// is the number of failed checks.
+// INI_PATH: runs every check and prints the summary; exits with the failed count.
 KV_SCENARIO(selfcheck_after_startup) {
     if (argc < 1) return 100;
     SetKorvanIniFilePath(argv[0]);

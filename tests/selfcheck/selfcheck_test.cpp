@@ -2,9 +2,6 @@
 // adds to, the summary file, and that running it leaves nothing behind.
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "KvDebugHelp.h"
 #include "child_host.h"
 #include "product_install.h"
@@ -12,50 +9,32 @@
 
 namespace {
 
-// The record as the summary file shows it, one entry per line.
-std::vector<std::string> Summary() {
+// Reads the record back through a summary file; each of entries must begin a
+// line of it (an entry ending in "\n" is the whole line).
+std::string ExpectSummary(std::initializer_list<std::string> entries) {
     kvtest::TempDir dir("selfcheck");
-    const std::string path = dir / "summary.txt";
-    EXPECT_EQ(0u, PrintUnitTestSummaryToFile(path.c_str()));
-    return kvtest::ReadLines(path);
+    EXPECT_EQ(0u, PrintUnitTestSummaryToFile((dir / "summary.txt").c_str()));
+    std::string text = "\n";
+    for (const auto& line : kvtest::ReadLines(dir / "summary.txt")) text += line + "\n";
+    for (const auto& entry : entries) EXPECT_NE(std::string::npos, text.find("\n" + entry)) << entry << text;
+    return text;
 }
-
-bool HasLine(const std::vector<std::string>& lines, const std::string& start) {
-    for (const auto& line : lines)
-        if (line.compare(0, start.size(), start) == 0) return true;
-    return false;
-}
-
-int FailingCheck(char* reason, uint32_t size) {
-    snprintf(reason, size, "%s", "disk full");
-    SetLastError(ERROR_DISK_FULL);
-    return 0;
-}
-
-int PassingCheck(char*, uint32_t) { return 1; }
 
 }  // namespace
 
-TEST(SelfCheck, StartupChecksPass) {
+// The startup checks pass; a host's own checks and notes add to their record.
+TEST(SelfCheck, StartupAndHostChecksNotesPathsAndErrorCodes) {
     EXPECT_EQ(0, RunKvDebugHelpTests());
-    const auto lines = Summary();
-    ASSERT_GE(lines.size(), 6u);
-    EXPECT_EQ(0u, lines[0].find("KvDebugHelp self-check of test_selfcheck (pid "));
-    EXPECT_TRUE(HasLine(lines, "PASS  settings read - "));
-    EXPECT_TRUE(HasLine(lines, "PASS  locks usable - "));
-    EXPECT_TRUE(HasLine(lines, "PASS  stack capture - "));
-    EXPECT_TRUE(HasLine(lines, "PASS  symbols resolve - RunKvDebugHelpTests resolved as RunKvDebugHelpTests"));
-    EXPECT_EQ("4 checks: 4 passed, 0 failed, 0 skipped", lines.back());
-}
-
-TEST(SelfCheck, HostChecksNotesPathsAndErrorCodes) {
-    RunKvDebugHelpTests();
     EXPECT_EQ(0, SetLog_ErrorCodes(1));
     EXPECT_EQ(1, log_test("host ok", 1, "fine"));
     SetLastError(ERROR_ACCESS_DENIED);
     EXPECT_EQ(0, log_test("host bad", 0, "refused"));
-    EXPECT_EQ(0, call_test("host callback", FailingCheck));
-    EXPECT_EQ(1, call_test("host callback ok", PassingCheck));
+    EXPECT_EQ(0, call_test("host callback", [](char* reason, uint32_t size) {
+                  snprintf(reason, size, "disk full");
+                  SetLastError(ERROR_DISK_FULL);
+                  return 0;
+              }));
+    EXPECT_EQ(1, call_test("host callback ok", [](char*, uint32_t) { return 1; }));
     EXPECT_EQ(0, call_test("host null", nullptr));
     Log("shift %d of %s", 2, "night");
     char cwd[MAX_PATH] = "";
@@ -64,23 +43,17 @@ TEST(SelfCheck, HostChecksNotesPathsAndErrorCodes) {
     const std::string full = std::string(cwd) + (cwd[strlen(cwd) - 1] == '\\' ? "" : "\\") + "station.ini";
     EXPECT_EQ(static_cast<int>(full.size()), PrintCurrentPathWithName("station.ini"));
     EXPECT_EQ(-2, PrintCurrentPathWithName(""));
-    auto lines = Summary();
-    EXPECT_TRUE(HasLine(lines, "PASS  host ok - fine"));
-    EXPECT_TRUE(HasLine(lines, "FAIL  host bad - refused (Win32 error 5)"));
-    EXPECT_TRUE(HasLine(lines, "FAIL  host callback - disk full (Win32 error 112)"));
-    EXPECT_TRUE(HasLine(lines, "PASS  host callback ok"));
-    EXPECT_TRUE(HasLine(lines, "FAIL  host null - no check function"));
-    EXPECT_TRUE(HasLine(lines, "NOTE  shift 2 of night"));
-    EXPECT_TRUE(HasLine(lines, std::string("NOTE  current path: ") + cwd));
-    EXPECT_TRUE(HasLine(lines, "NOTE  station.ini: " + full));
-    EXPECT_EQ("9 checks: 6 passed, 3 failed, 0 skipped", lines.back());
+    EXPECT_EQ(0u, ExpectSummary({"PASS  settings read - ", "PASS  locks usable - ", "PASS  stack capture - ",
+                                 "PASS  symbols resolve - RunKvDebugHelpTests resolved as RunKvDebugHelpTests",
+                                 "PASS  host ok - fine", "FAIL  host bad - refused (Win32 error 5)",
+                                 "FAIL  host callback - disk full (Win32 error 112)", "PASS  host callback ok",
+                                 "FAIL  host null - no check function", "NOTE  shift 2 of night",
+                                 std::string("NOTE  current path: ") + cwd, "NOTE  station.ini: " + full,
+                                 "9 checks: 6 passed, 3 failed, 0 skipped\n"})
+                      .find("\nKvDebugHelp self-check of test_selfcheck (pid "));
     EXPECT_EQ(3, PrintUnitTestSummary());
-
     EXPECT_EQ(1, SetLog_ErrorCodes(0));
-    lines = Summary();
-    EXPECT_TRUE(HasLine(lines, "FAIL  host bad - refused"));
-    for (const auto& line : lines) EXPECT_EQ(std::string::npos, line.find("Win32 error")) << line;
-
+    EXPECT_EQ(std::string::npos, ExpectSummary({"FAIL  host bad - refused"}).find("Win32 error"));
     EXPECT_EQ(0, RunKvDebugHelpTests()) << "a new run starts a new record";
 }
 
@@ -88,27 +61,19 @@ TEST(SelfCheck, HostChecksNotesPathsAndErrorCodes) {
 TEST(SelfCheck, ProductChecksNeedTheIniFileAndLeaveNothingBehind) {
     EXPECT_EQ(ERROR_PATH_NOT_FOUND, PrintUnitTestSummaryToFile(nullptr)) << "no log folder yet";
     EXPECT_EQ(1, RunKvDebugHelpTestsAfterStartup());
-    auto lines = Summary();
-    EXPECT_TRUE(HasLine(lines, "FAIL  product INI file validated - "));
-    EXPECT_EQ("5 checks: 4 passed, 1 failed, 0 skipped", lines.back()) << "nothing else is tried";
+    ExpectSummary({"FAIL  product INI file validated - ", "5 checks: 4 passed, 1 failed, 0 skipped\n"});
 
     kvtest::ProductInstall install;
     SetKorvanIniFilePath(install.iniPath().c_str());
     ASSERT_EQ(1, ValidateKorvanIniFile());
     DbgHlpInfo before{};
     DbgHlpGetInfo(&before);
-    const int failed = RunKvDebugHelpTestsAfterStartup();
-    lines = Summary();
-    std::string all;
-    for (const auto& line : lines) all += line + "\n";
-    EXPECT_TRUE(HasLine(lines, "PASS  product INI file validated - " + install.iniPath())) << all;
-    EXPECT_TRUE(HasLine(lines, "PASS  folder LOGS writable - " + install.logDir())) << all;
-    EXPECT_TRUE(HasLine(lines, "PASS  folder RUN writable - ")) << all;
-    EXPECT_TRUE(HasLine(lines, "PASS  guarded overrun detected - ")) << all;
-    EXPECT_TRUE(HasLine(lines, "PASS  light dump written and read back - ")) << all;
-    EXPECT_EQ(0, failed) << all;
-    EXPECT_TRUE(HasLine(lines, "PASS  debug log writable - " + install.logDir() + "\\debug.log")) << all;
-    EXPECT_TRUE(HasLine(lines, "PASS  system log writable - " + install.logDir() + "\\syslog.dat")) << all;
+    EXPECT_EQ(0, RunKvDebugHelpTestsAfterStartup());
+    ExpectSummary({"PASS  product INI file validated - " + install.iniPath(),
+                   "PASS  folder LOGS writable - " + install.logDir(), "PASS  folder RUN writable - ",
+                   "PASS  guarded overrun detected - ", "PASS  light dump written and read back - ",
+                   "PASS  debug log writable - " + install.logDir() + "\\debug.log",
+                   "PASS  system log writable - " + install.logDir() + "\\syslog.dat"});
 
     DbgHlpInfo after{};
     DbgHlpGetInfo(&after);
@@ -118,8 +83,8 @@ TEST(SelfCheck, ProductChecksNeedTheIniFileAndLeaveNothingBehind) {
         for (const auto& name : kvtest::ListFolder(install.Path(folder), "kv*.tmp")) ADD_FAILURE() << folder << "\\" << name;
 
     EXPECT_EQ(0u, PrintUnitTestSummaryToFile(nullptr));
-    const auto written = kvtest::ReadFileText(install.logDir() + "\\KvDebugHelpSelfCheck.txt");
-    EXPECT_NE(std::string::npos, written.find("\r\nPASS  light dump written and read back - "));
+    EXPECT_NE(std::string::npos, kvtest::ReadFileText(install.logDir() + "\\KvDebugHelpSelfCheck.txt")
+                                     .find("\r\nPASS  light dump written and read back - "));
     EXPECT_EQ(0u, PrintUnitTestSummaryToFile("night.txt"));
     EXPECT_TRUE(kvtest::FileExists(install.logDir() + "\\night.txt"));
     SetKorvanIniFilePath("");

@@ -1,0 +1,110 @@
+// Crash diagnostics in child hosts: dumps written by an unhandled-exception
+// filter on a real access violation, and the log lines of a KvException chain.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "child_host.h"
+#include "../../tools/kvdiag/dump_reader.h"
+#include "product_install.h"
+#include "temp_dir.h"
+
+namespace {
+
+// The lines of a log file that contain one of the markers, each from it on.
+std::vector<std::string> LinesFrom(const std::string& file, std::initializer_list<const char*> markers) {
+    std::vector<std::string> found;
+    for (const auto& line : kvtest::ReadLines(file)) {
+        size_t at = std::string::npos;
+        for (const char* marker : markers) at = std::min(at, line.find(marker));
+        if (at != std::string::npos) found.push_back(line.substr(at));
+    }
+    return found;
+}
+
+// Reads the dump back: its size, or 0 when it is no dump of this crash.
+uint64_t CrashDumpSize(const std::string& path, const std::string& output, bool fullMemory) {
+    kvdiag::MappedDump dump(path.c_str());
+    const auto* exception = dump.base() ? dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream) : nullptr;
+    EXPECT_NE(nullptr, exception) << "no dump with an exception at " << path;
+    if (!exception) return 0;
+    EXPECT_EQ(0xC0000005u, exception->ExceptionRecord.ExceptionCode);
+    EXPECT_EQ(0x10u, exception->ExceptionRecord.ExceptionInformation[1]) << "faulting data address";
+    const auto at = output.find("thread=");
+    EXPECT_EQ(at == std::string::npos ? 0 : strtoul(output.c_str() + at + 7, nullptr, 10), exception->ThreadId);
+    const auto* full = dump.Stream<MINIDUMP_MEMORY64_LIST>(Memory64ListStream);
+    EXPECT_EQ(fullMemory, full != nullptr && full->NumberOfMemoryRanges > 0);
+    return dump.size();
+}
+
+}  // namespace
+
+// One installation, one host per case.
+TEST(GenerateMiniDump, DumpOrReportByMode) {
+    kvtest::ProductInstall install;
+    const std::string path = install.logDir() + "\\user.dmp", syslog = install.logDir() + "\\syslog.dat";
+    const std::string modeTwo = "## EXCEPTION ## - 64 bit process does not support [Debug]MiniDumpType = 2 "
+                                "setting, minidump creation has switched to mode 1.";
+    const std::string failed = "## EXCEPTION ## - Minidump could not be created at \"" + path + "\". DumpType=0x";
+    enum Dump { kNone, kEmpty, kLight, kFull };
+    const struct {
+        const char *host, *type;  // type nullptr: the default (heavy)
+        bool blocked, hang;       // blocked: a folder takes the dump file's name
+        std::vector<std::string> lines;
+        Dump dump;  // kEmpty: GenerateMiniDump(nullptr) without a crash
+    } cases[] = {
+        {"crash_dump_heavy", nullptr, false, true, {}, kFull},
+        {"crash_dump_light", "2", false, true, {modeTwo}, kLight},  // no mode 2 in 64 bits
+        {"crash_dump_none", "-1", false, true,  // clamped to 0
+         {"## EXCEPTION ## - Minidump creation was skipped due to [Debug]MiniDumpType setting."}, kNone},
+        {"crash_dump_blocked3", "3", true, false, {failed + "3, HRESULT=0x80070005"}, kNone},
+        {"crash_dump_blocked2", "2", true, false, {modeTwo, failed + "1, HRESULT=0x80070005"}, kNone},
+        // A failed dump with the hang option waits for a debugger: killed after the timeout.
+        {"crash_dump_hang", "3", true, true, {failed + "3, HRESULT=0x80070005"}, kNone},
+        {"crash_dump_nullptrs", "1", false, false, {failed + "1, HRESULT=0x80070057"}, kEmpty},
+    };
+    uint64_t heavySize = 0;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.host);
+        DeleteFileA(syslog.c_str());
+        DeleteFileA(path.c_str());
+        RemoveDirectoryA(path.c_str());
+        if (c.blocked) ASSERT_TRUE(CreateDirectoryA(path.c_str(), nullptr));
+        if (c.type) install.SetValue("Debug", "MiniDumpType", c.type);
+        install.SetValue("Debug", "HangProcessIfDumpFailed", c.hang ? "1" : "0");
+        std::vector<std::string> args = {"crash_access_violation", install.iniPath()};
+        if (c.dump == kEmpty) args.push_back("nullptrs");
+        const bool hangs = c.hang && c.blocked;  // only a process whose dump failed may hang
+        const auto result = kvtest::ChildHost(c.host).Run(args, hangs ? 8000 : 30000);
+        EXPECT_EQ(hangs, result.timedOut);
+        if (!hangs) EXPECT_EQ(c.dump == kEmpty ? 0u : 0xC0000005u, result.exitCode) << result.output;
+        EXPECT_EQ(!hangs && c.dump != kEmpty, result.output.find("filter: dump returned") != std::string::npos);
+        EXPECT_EQ(c.lines, LinesFrom(syslog, {"## EXCEPTION ## - "}));
+        if (!c.blocked) EXPECT_EQ(c.dump != kNone, kvtest::FileExists(path));
+        if (c.dump == kEmpty) EXPECT_TRUE(kvtest::ReadFileText(path).empty());
+        if (c.dump < kLight) continue;
+        const uint64_t size = CrashDumpSize(path, result.output, c.dump == kFull);
+        if (c.dump == kFull) heavySize = size;
+        else EXPECT_LT(size, heavySize);
+    }
+}
+
+// The first of a chain and the dummy open with the banner; the second does not.
+TEST(KvExceptionLog, ChainAndDummyExceptionOutput) {
+    kvtest::ProductInstall install;
+    const auto result = kvtest::ChildHost("crash_exception_log").Run({"crash_exception_chain", install.iniPath()});
+    ASSERT_EQ(0u, result.exitCode) << result.output;
+    EXPECT_NE(std::string::npos, result.output.find("live=0"));
+    const auto lines = LinesFrom(install.logDir() + "\\debug.log", {"*** KvException Dump", "KvException : pid="});
+    const std::vector<std::string> expected = {
+        "*** KvException Dump to follow ***", "description:\"file missing\" error=0x80070002 (loader.cpp:0041)",
+        "description:\"load failed\" error=0x80004005 (starter.cpp:0007)",
+        "*** KvException Dump to follow ***",
+        "description:\"this is a dummy exception\" error=0xc0000010 (KvException:0125)",
+    };
+    ASSERT_EQ(expected.size(), lines.size()) << kvtest::ReadFileText(install.logDir() + "\\debug.log");
+    for (size_t i = 0; i < lines.size(); ++i) EXPECT_NE(std::string::npos, lines[i].find(expected[i])) << lines[i];
+    const auto notices = LinesFrom(install.logDir() + "\\syslog.dat", {"An error has been detected."});
+    ASSERT_EQ(3u, notices.size());
+    EXPECT_EQ(0u, notices[2].find("An error has been detected. \"this is a dummy exception\", error code: 0xc0000010"));
+}
