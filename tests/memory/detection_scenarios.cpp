@@ -70,10 +70,8 @@ MEM_LOG_SCENARIO(mem_free_middle) {
     return 0;
 }
 
-// Light mode. A freed block is recognised by its magic 0xADADFEEE; the block
-// is built here because Wine's HeapFree overwrites the first bytes of a freed
-// block (Windows does not), so a real second free would read a different
-// magic on Wine. The crafted block holds on both.
+// Light mode: a freed block is recognised by its magic. The block is crafted:
+// Wine's HeapFree overwrites a freed block's first bytes (Windows does not).
 MEM_LOG_SCENARIO(mem_light_double_free) {
     unsigned char block[40];
     const uint32_t head[2] = {16, 0xADADFEEEu};
