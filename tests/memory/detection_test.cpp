@@ -62,11 +62,13 @@ TEST(MemoryReports, OverrunsAndUnderrunsAreFoundByCheckAndFree) {
 // One report per fault, with the element or the pointer it concerns; light
 // mode logs the pointer only.
 TEST(MemoryReports, BadFreesAndLeaksAreReportedOnce) {
-    const std::string kBadPointer = "Pointer not a valid memAlloc pointer 0x", kBadFree = "try to free bad or unknown memory";
+    const std::string kBadPointer = "Pointer not a valid memAlloc pointer 0x";
+    const std::string kBadFree = "try to free bad or unknown memory";
     const struct {
         std::string host, scenario, extra, report, detail, absent;
     } cases[] = {
-        {"mem_double_free_kept", "mem_double_free_kept", "", "try to free already free memory", "Size: 12\tFree: 1", ""},
+        {"mem_double_free_kept", "mem_double_free_kept", "", "try to free already free memory", "Size: 12\tFree: 1",
+         ""},
         {"mem_bad_pointer_stack", "mem_free_stack_buffer", "", kBadFree, kBadPointer, ""},
         {"mem_bad_pointer_middle", "mem_free_middle", "guarded", kBadFree, kBadPointer, ""},
         {"mem_light_foreign_pointer", "mem_free_middle", "", "", kBadPointer, "Memory error"},
@@ -119,7 +121,8 @@ TEST(CallStackReports, SymbolicStackNamesHostFunctionsAndLines) {
     EXPECT_HAS(o.log, "(mem_symbolic_stack.exe) ");
     const size_t frame = o.log.find("HostFunctionForStack");
     ASSERT_NE(std::string::npos, frame) << o.log;
-    EXPECT_HAS(LineFrom(o.log, "HostFunctionForStack"), "detection_scenarios.cpp Line " + std::to_string(site) + " + Offset 0x");
+    EXPECT_HAS(LineFrom(o.log, "HostFunctionForStack"),
+               "detection_scenarios.cpp Line " + std::to_string(site) + " + Offset 0x");
     EXPECT_NE(std::string::npos, o.log.find("mem_symbolic_stack_scenario", frame)) << o.log;  // the caller follows
 }
 

@@ -58,8 +58,10 @@ TEST(KvdiagMemReport, SummarisesTheLastReportBySiteWithOverwritesFirst) {
 
 TEST(KvdiagMemReport, LogsWithoutAReportAndMissingLogsFail) {
     kvtest::TempDir dir("memreport");
-    kvtest::WriteFileText(dir / "debug.log", "2026-11-21 09:00:00 +01:00 Memory Report: cut.exe PID 1 - CmdLine cut\r\n");
-    for (const auto& c : {std::make_pair("debug.log", "No memory report in "), std::make_pair("absent.log", "cannot read")}) {
+    kvtest::WriteFileText(dir / "debug.log",
+                          "2026-11-21 09:00:00 +01:00 Memory Report: cut.exe PID 1 - CmdLine cut\r\n");
+    for (const auto& c :
+         {std::make_pair("debug.log", "No memory report in "), std::make_pair("absent.log", "cannot read")}) {
         const kvtest::HostResult r = RunKvdiag("memreport \"" + (dir / c.first) + "\"");
         EXPECT_EQ(1u, r.exitCode) << r.output;
         EXPECT_HAS(r.output, c.second);

@@ -99,12 +99,11 @@ KV_SCENARIO(mem_guarded_stress) {
                 const int slot = int((seed >> 8) % kSlots);
                 const uint32_t size = (seed >> 16) % 600;
                 char* p = static_cast<char*>(osMemAlloc(size, 0));
-                if (!p) {
+                if (!p || DbgMemAllocLen(p) != size) {
                     ++bad;
                     continue;
                 }
                 memset(p, 'a' + t, size);
-                if (DbgMemAllocLen(p) != size) ++bad;
                 if (char* old = shared[slot].exchange(p)) osMemFree(old);
             }
         });

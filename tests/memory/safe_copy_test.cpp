@@ -45,12 +45,16 @@ TEST_F(SafeCopy, CallerBuffers) {
         int result, reports;
     } cases[] = {
         {"copy fits", 10, 0, [](char* d) { return MemSafeCopy(d, kSource, 10, 10), 0; }, "0123456789", 0, 0},
-        {"copy refused", 10, 0, [](char* d) { return MemSafeCopy(d, kSource, 11, 10), 0; }, std::string(10, '\0'), 0, 1},
+        {"copy refused", 10, 0, [](char* d) { return MemSafeCopy(d, kSource, 11, 10), 0; }, std::string(10, 0), 0, 1},
         {"copy truncated", 10, 1, [](char* d) { return MemSafeCopy(d, kSource, 11, 10), 0; }, "0123456789", 0, 0},
         {"copy of nothing", 10, 0,
-         [](char* d) { return MemSafeCopy(d, nullptr, 5, 10), MemSafeCopy(d, kSource, 0, 10), MemSafeCopy(nullptr, kSource, 5, 10), 0; },
+         [](char* d) {
+             MemSafeCopy(d, nullptr, 5, 10);
+             MemSafeCopy(d, kSource, 0, 10);
+             return MemSafeCopy(nullptr, kSource, 5, 10), 0;
+         },
          kUntouched, 0, kAny},
-        {"move goes on past the limit", 11, 0, [](char* d) { return MemSafeMove(d, kSource, 11, 10), 0; }, "0123456789A", 0, 0},
+        {"move past the limit", 11, 0, [](char* d) { return MemSafeMove(d, kSource, 11, 10), 0; }, "0123456789A", 0, 0},
         {"move truncated", 10, 1, [](char* d) { return MemSafeMove(d, kSource, 11, 10), 0; }, "0123456789", 0, kAny},
         {"set truncated", 10, 1, [](char* d) { return MemSafeSet(d, 'x', 11, 10), 0; }, std::string(10, 'x'), 0, kAny},
         {"set nothing", 4, 1, [](char* d) { return MemSafeSet(d, 'x', 0, 4), 0; }, kUntouched, 0, kAny},
@@ -58,7 +62,8 @@ TEST_F(SafeCopy, CallerBuffers) {
         {"reported whole", 4, 0, [](char* d) { return int(DbgHlpStrLengthCopy(d, "xyz", 4)); }, "xyz\0"s, 3, kAny},
         {"reported no room", 1, 0, [](char* d) { return int(DbgHlpStrLengthCopy(d, "xyz", 1)); }, "\0"s, 0, kAny},
         {"reported null source", 1, 0, [](char* d) { return int(DbgHlpStrLengthCopy(d, nullptr, 1)); }, "", 0, kAny},
-        {"reported null target", 1, 0, [](char*) { return int(DbgHlpStrLengthCopy(nullptr, "a", 1)); }, kUntouched, 0, kAny},
+        {"reported null target", 1, 0, [](char*) { return int(DbgHlpStrLengthCopy(nullptr, "a", 1)); }, kUntouched, 0,
+         kAny},
         {"silent cut", 5, 0, [](char* d) { return int(StrLengthCopy(d, "abcdef", 4)); }, "abcd\0"s, 4, kAny},
         {"silent shorter", 5, 0, [](char* d) { return int(StrLengthCopy(d, "ab", 4)); }, "ab\0"s, 2, kAny},
         {"silent null source", 5, 0, [](char* d) { return int(StrLengthCopy(d, nullptr, 4)); }, "\0"s, 0, kAny},
