@@ -75,7 +75,7 @@ TEST(GenerateMiniDump, DumpOrReportByMode) {
         std::vector<std::string> args = {"crash_access_violation", install.iniPath()};
         if (c.dump == kEmpty) args.push_back("nullptrs");
         const bool hangs = c.hang && c.blocked;  // only a process whose dump failed may hang
-        const auto result = kvtest::ChildHost(c.host).Run(args, hangs ? 8000 : 30000);
+        const auto result = kvtest::ChildHost(c.host).Run(args, hangs ? 15000 : 120000);
         EXPECT_EQ(hangs, result.timedOut);
         EXPECT_TRUE(hangs || result.exitCode == (c.dump == kEmpty ? 0u : 0xC0000005u)) << result.output;
         EXPECT_EQ(!hangs && c.dump != kEmpty, result.output.find("filter: dump returned") != std::string::npos);
