@@ -1,5 +1,6 @@
-// Child-host scenarios of the memory error reports. Each takes the product
-// INI file as its first argument, so the reports reach <install>\Logs\debug.log.
+// Child-host scenarios of the memory error reports and the call-stack system.
+// Most take the product INI file as their first argument, so the reports
+// reach <install>\Logs\debug.log.
 #include <windows.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -17,10 +18,19 @@ bool UseProductIni(int argc, char** argv) {
     return ValidateKorvanIniFile() == 1;
 }
 
+}  // namespace
+
+// A scenario that first points the library at the product INI file in argv[0].
+#define MEM_LOG_SCENARIO(id)                                                           \
+    static int id##_body(int argc, char** argv);                                       \
+    KV_SCENARIO(id) { return UseProductIni(argc, argv) ? id##_body(argc, argv) : 90; } \
+    static int id##_body([[maybe_unused]] int argc, [[maybe_unused]] char** argv)
+
+namespace {
+
 // Three neighbours; the middle one is damaged at offset and then found by the
 // full check and again at its free.
-int DamageMiddleElement(int argc, char** argv, int offset, int length) {
-    if (!UseProductIni(argc, argv)) return 90;
+int DamageMiddleElement(int offset, int length) {
     DbgHlpSetDebugMode(1);
     DbgHlpSetIdStr("detect");
     char* before = static_cast<char*>(osMemAlloc(8, 0));
@@ -38,13 +48,12 @@ int DamageMiddleElement(int argc, char** argv, int offset, int length) {
 
 }  // namespace
 
-KV_SCENARIO(mem_overrun_one_byte) { return DamageMiddleElement(argc, argv, 16, 1); }
-KV_SCENARIO(mem_overrun_sixteen_bytes) { return DamageMiddleElement(argc, argv, 16, 16); }
-KV_SCENARIO(mem_underrun_one_byte) { return DamageMiddleElement(argc, argv, -1, 1); }
+MEM_LOG_SCENARIO(mem_overrun_one_byte) { return DamageMiddleElement(16, 1); }
+MEM_LOG_SCENARIO(mem_overrun_sixteen_bytes) { return DamageMiddleElement(16, 16); }
+MEM_LOG_SCENARIO(mem_underrun_one_byte) { return DamageMiddleElement(-1, 1); }
 
 // Debug mode 8 keeps freed elements: the second free is reported once.
-KV_SCENARIO(mem_double_free_kept) {
-    if (!UseProductIni(argc, argv)) return 90;
+MEM_LOG_SCENARIO(mem_double_free_kept) {
     DbgHlpSetDebugMode(8);
     char* p = static_cast<char*>(osMemAlloc(12, 0));
     osMemFree(p);
@@ -52,51 +61,28 @@ KV_SCENARIO(mem_double_free_kept) {
     return 0;
 }
 
-KV_SCENARIO(mem_bad_pointer_stack) {
-    if (!UseProductIni(argc, argv)) return 90;
-    DbgHlpSetDebugMode(1);
-    char local[200];
-    memset(local, 'L', sizeof local);
-    osMemFree(local + 100);
-    return 0;
-}
-
-KV_SCENARIO(mem_bad_pointer_middle) {
-    if (!UseProductIni(argc, argv)) return 90;
-    DbgHlpSetDebugMode(1);
+// Freeing the middle of a block, in guarded mode (argument "guarded") or light mode.
+MEM_LOG_SCENARIO(mem_free_middle) {
+    if (argc > 1 && !strcmp(argv[1], "guarded")) DbgHlpSetDebugMode(1);
     char* p = static_cast<char*>(osMemAlloc(200, OSMEM_ZERO));
     osMemFree(p + 100);
     osMemFree(p);
     return 0;
 }
 
-// Light mode. A freed block is recognised by its magic 0xADADFEEE; the block
-// is built here because Wine's HeapFree overwrites the first bytes of a freed
-// block (Windows does not), so a real second free would read a different
-// magic on Wine. The crafted block holds on both.
-KV_SCENARIO(mem_light_double_free) {
-    if (!UseProductIni(argc, argv)) return 90;
+// Light mode: a freed block is recognised by its magic. The block is crafted:
+// Wine's HeapFree overwrites a freed block's first bytes (Windows does not).
+MEM_LOG_SCENARIO(mem_light_double_free) {
     unsigned char block[40];
     const uint32_t head[2] = {16, 0xADADFEEEu};
     memcpy(block, head, 8);
     memset(block + 8, 'd', 32);
-    printf("pointer %p\n", static_cast<void*>(block + 8));
     osMemFree(block + 8);
     return 0;
 }
 
-KV_SCENARIO(mem_light_foreign_pointer) {
-    if (!UseProductIni(argc, argv)) return 90;
-    char* p = static_cast<char*>(osMemAlloc(64, OSMEM_ZERO));
-    printf("pointer %p\n", static_cast<void*>(p + 32));
-    osMemFree(p + 32);
-    osMemFree(p);
-    return 0;
-}
-
 // Debug mode 2: one element leaks, one exempt element is left on purpose.
-KV_SCENARIO(mem_leak_at_unload) {
-    if (!UseProductIni(argc, argv)) return 90;
+MEM_LOG_SCENARIO(mem_leak_at_unload) {
     DbgHlpSetDebugMode(2);
     osMemAlloc(33, OSMEM_NO_LEAK_REPORT);
     osMemAlloc(77, 0);
@@ -118,8 +104,7 @@ __attribute__((noinline)) void ReportInstrumentedAllocations(int extra) {
     osMemFree(first);
 }
 
-KV_SCENARIO(mem_report_instrumented) {
-    if (!UseProductIni(argc, argv)) return 90;
+MEM_LOG_SCENARIO(mem_report_instrumented) {
     ReportInstrumentedAllocations(argc > 1 ? atoi(argv[1]) : 0);
     return 0;
 }
@@ -131,19 +116,6 @@ __attribute__((noinline)) void HostFunctionForStack() {
     fflush(stdout);
 }
 
-}  // namespace
-
-// A symbolic stack of this host: function names and source lines.
-KV_SCENARIO(mem_symbolic_stack) {
-    if (!UseProductIni(argc, argv)) return 90;
-    LogInstrumentedAndKvcodeCallStacks(nullptr, 0);  // logging off: nothing written
-    EnableCallStackAndAllocationInstrumentation(1, 0, const_cast<char*>(""), 0);
-    HostFunctionForStack();
-    return 0;
-}
-
-namespace {
-
 __attribute__((noinline)) void WatchedAllocations() {
     char spec[64];
     snprintf(spec, sizeof spec, "detection_scenarios.cpp:%d:2", __LINE__ + 2);
@@ -153,11 +125,35 @@ __attribute__((noinline)) void WatchedAllocations() {
 
 }  // namespace
 
+// A symbolic stack of this host: function names and source lines. A plain
+// scenario, so its own frame carries the scenario's name.
+KV_SCENARIO(mem_symbolic_stack) {
+    if (!UseProductIni(argc, argv)) return 90;
+    LogInstrumentedAndKvcodeCallStacks(nullptr, 0);  // logging off: nothing written
+    EnableCallStackAndAllocationInstrumentation(1, 0, const_cast<char*>(""), 0);
+    HostFunctionForStack();
+    return 0;
+}
+
 // The allocation watcher logs the stack of the first two allocations at the
 // watched line only.
-KV_SCENARIO(mem_allocation_watcher) {
-    if (!UseProductIni(argc, argv)) return 90;
+MEM_LOG_SCENARIO(mem_allocation_watcher) {
     EnableCallStackAndAllocationInstrumentation(1, 2, const_cast<char*>(""), 0);
     WatchedAllocations();
     return 0;
+}
+
+// Location lookup and capture: prints the location the library found for a
+// direct lookup with the line it was made on, and the frames of a raw capture.
+KV_SCENARIO(mem_location_lookup) {
+    printf("before %d\n", IsInstrumentationEnabled());
+    EnableCallStackAndAllocationInstrumentation(0, 2, const_cast<char*>(""), 0);
+    printf("enabled %d\n", IsInstrumentationEnabled());
+    const char* file = nullptr;
+    const unsigned line = GetActualAllocationLocation(0, "given.cpp", 7, &file); const int site = __LINE__;
+    printf("lookup %s:%u site %d\n", file, line, site);
+    void* frames[8] = {};
+    printf("frames %u %u\n", unsigned(GetStackFrames(frames, 8, 0)), unsigned(GetStackFrames(nullptr, 8, 0)));
+    printf("null %u\n", unsigned(DbgHlpGetStack(nullptr, 8)));
+    return frames[0] ? 0 : 1;
 }

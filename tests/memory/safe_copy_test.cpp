@@ -3,7 +3,6 @@
 // invalid-parameter handler with errno ERANGE.
 #include <gtest/gtest.h>
 #include <errno.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <string>
@@ -11,7 +10,7 @@
 #include "KvDebugHelp.h"
 #include "guarded_buffer.h"
 
-using kvtest::GuardedBuffer;
+using namespace std::string_literals;
 
 namespace {
 
@@ -20,10 +19,7 @@ void CountingHandler(const wchar_t*, const wchar_t*, const wchar_t*, unsigned, u
 
 class SafeCopy : public ::testing::Test {
 protected:
-    void SetUp() override {
-        HandlerCalls = 0;
-        previous_ = DbgHlpSetInvalidParameterHandler(CountingHandler);
-    }
+    void SetUp() override { previous_ = DbgHlpSetInvalidParameterHandler(CountingHandler); }
     void TearDown() override {
         DbgHlpSetInvalidParameterHandler(previous_);
         DbgHlpSetMemSafeCopyTrunc(0);
@@ -32,78 +28,83 @@ protected:
 };
 
 const char kSource[] = "0123456789ABCDEFGHIJ";
+const std::string kUntouched = "(untouched)";
+constexpr int kAny = -1;
 
 }  // namespace
 
-TEST_F(SafeCopy, CopyFitsRefusesOrTruncates) {
-    GuardedBuffer fits(10);
-    MemSafeCopy(fits.data(), kSource, 10, 10);
-    EXPECT_EQ("0123456789", std::string(fits.data(), 10));
-    EXPECT_EQ(0, HandlerCalls);
-
-    GuardedBuffer refused(10);
-    errno = 0;
-    MemSafeCopy(refused.data(), kSource, 11, 10);
-    EXPECT_TRUE(refused.AllZero());
-    EXPECT_EQ(ERANGE, errno);
-    EXPECT_EQ(1, HandlerCalls);
-
-    DbgHlpSetMemSafeCopyTrunc(1);
-    GuardedBuffer cut(10);
-    MemSafeCopy(cut.data(), kSource, 11, 10);
-    EXPECT_EQ("0123456789", std::string(cut.data(), 10));
-    EXPECT_EQ(1, HandlerCalls);
-
-    GuardedBuffer untouched(10);
-    MemSafeCopy(untouched.data(), nullptr, 5, 10);
-    MemSafeCopy(untouched.data(), kSource, 0, 10);
-    MemSafeCopy(nullptr, kSource, 5, 10);
-    EXPECT_TRUE(untouched.Untouched());
-}
-
-TEST_F(SafeCopy, MoveAndSetGoOnPastTheLimitUnlessTruncating) {
-    GuardedBuffer room(11);
-    MemSafeMove(room.data(), kSource, 11, 10);  // all 11 bytes, reported
-    EXPECT_EQ("0123456789A", std::string(room.data(), 11));
-    EXPECT_EQ(0, HandlerCalls);
-
+// Each case writes into a fresh guarded buffer of its room; expected holds the
+// leading bytes it must leave there.
+TEST_F(SafeCopy, CallerBuffers) {
+    const struct {
+        const char* name;
+        size_t room;
+        uint8_t truncate;
+        int (*write)(char*);
+        std::string expected;
+        int result, reports;
+    } cases[] = {
+        {"copy fits", 10, 0, [](char* d) { return MemSafeCopy(d, kSource, 10, 10), 0; }, "0123456789", 0, 0},
+        {"copy refused", 10, 0, [](char* d) { return MemSafeCopy(d, kSource, 11, 10), 0; }, std::string(10, 0), 0, 1},
+        {"copy truncated", 10, 1, [](char* d) { return MemSafeCopy(d, kSource, 11, 10), 0; }, "0123456789", 0, 0},
+        {"copy of nothing", 10, 0,
+         [](char* d) {
+             MemSafeCopy(d, nullptr, 5, 10);
+             MemSafeCopy(d, kSource, 0, 10);
+             return MemSafeCopy(nullptr, kSource, 5, 10), 0;
+         },
+         kUntouched, 0, kAny},
+        {"move past the limit", 11, 0, [](char* d) { return MemSafeMove(d, kSource, 11, 10), 0; }, "0123456789A", 0, 0},
+        {"move truncated", 10, 1, [](char* d) { return MemSafeMove(d, kSource, 11, 10), 0; }, "0123456789", 0, kAny},
+        {"set truncated", 10, 1, [](char* d) { return MemSafeSet(d, 'x', 11, 10), 0; }, std::string(10, 'x'), 0, kAny},
+        {"set nothing", 4, 1, [](char* d) { return MemSafeSet(d, 'x', 0, 4), 0; }, kUntouched, 0, kAny},
+        {"reported cut", 4, 0, [](char* d) { return int(DbgHlpStrLengthCopy(d, "abcdef", 4)); }, "abc\0"s, 3, kAny},
+        {"reported whole", 4, 0, [](char* d) { return int(DbgHlpStrLengthCopy(d, "xyz", 4)); }, "xyz\0"s, 3, kAny},
+        {"reported no room", 1, 0, [](char* d) { return int(DbgHlpStrLengthCopy(d, "xyz", 1)); }, "\0"s, 0, kAny},
+        {"reported null source", 1, 0, [](char* d) { return int(DbgHlpStrLengthCopy(d, nullptr, 1)); }, "", 0, kAny},
+        {"reported null target", 1, 0, [](char*) { return int(DbgHlpStrLengthCopy(nullptr, "a", 1)); }, kUntouched, 0,
+         kAny},
+        {"silent cut", 5, 0, [](char* d) { return int(StrLengthCopy(d, "abcdef", 4)); }, "abcd\0"s, 4, kAny},
+        {"silent shorter", 5, 0, [](char* d) { return int(StrLengthCopy(d, "ab", 4)); }, "ab\0"s, 2, kAny},
+        {"silent null source", 5, 0, [](char* d) { return int(StrLengthCopy(d, nullptr, 4)); }, "\0"s, 0, kAny},
+        {"silent null target", 5, 0, [](char*) { return int(StrLengthCopy(nullptr, "ab", 4)); }, kUntouched, 0, kAny},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        DbgHlpSetMemSafeCopyTrunc(c.truncate);
+        kvtest::GuardedBuffer buffer(c.room);
+        HandlerCalls = 0;
+        errno = 0;
+        EXPECT_EQ(c.result, c.write(buffer.data()));
+        if (c.expected == kUntouched) { EXPECT_TRUE(buffer.Untouched()); }
+        else { EXPECT_EQ(c.expected, std::string(buffer.data(), c.expected.size())); }
+        if (c.reports != kAny) { EXPECT_EQ(c.reports, HandlerCalls); }
+        if (c.reports > 0) { EXPECT_EQ(ERANGE, errno); }
+    }
     char overlap[16] = "abcdefgh";
     MemSafeMove(overlap + 2, overlap, 6, 14);
     EXPECT_STREQ("ababcdef", overlap);
-
-    DbgHlpSetMemSafeCopyTrunc(1);
-    GuardedBuffer cut(10);
-    MemSafeMove(cut.data(), kSource, 11, 10);
-    EXPECT_EQ("0123456789", std::string(cut.data(), 10));
-    GuardedBuffer filled(10);
-    MemSafeSet(filled.data(), 'x', 11, 10);
-    EXPECT_EQ(std::string(10, 'x'), std::string(filled.data(), 10));
-    GuardedBuffer none(4);
-    MemSafeSet(none.data(), 'x', 0, 4);
-    EXPECT_TRUE(none.Untouched());
 }
 
 TEST_F(SafeCopy, KvVariantsTakeTheRoomFromTheAllocation) {
     char* block = static_cast<char*>(osMemAlloc(10, 0));
+    auto trailerIntact = [&] { return !memcmp(block + 10, "\xDA\xDA\xDA\xDA", 4); };
     KvMemSafeCopy(block, kSource, 10);
     EXPECT_EQ("0123456789", std::string(block, 10));
-    EXPECT_EQ(0xDADADADAu, *reinterpret_cast<uint32_t*>(block + 10));
-
-    KvMemSafeCopy(block, kSource + 5, 11);  // refused: room zeroed, trailer intact
+    HandlerCalls = 0;
+    KvMemSafeCopy(block, kSource + 5, 11);  // refused: room zeroed
     EXPECT_EQ(std::string(10, '\0'), std::string(block, 10));
     EXPECT_EQ(1, HandlerCalls);
-    EXPECT_EQ(0xDADADADAu, *reinterpret_cast<uint32_t*>(block + 10));
-
+    EXPECT_TRUE(trailerIntact());
     DbgHlpSetMemSafeCopyTrunc(1);
     KvMemSafeMove(block, kSource, 20);
     EXPECT_EQ("0123456789", std::string(block, 10));
     KvMemSafeSet(block, 'z', 20);
     EXPECT_EQ(std::string(10, 'z'), std::string(block, 10));
-    EXPECT_EQ(0xDADADADAu, *reinterpret_cast<uint32_t*>(block + 10));
+    EXPECT_TRUE(trailerIntact());
     osMemFree(block);
 
-    // Not an allocator pointer: nothing is copied.
-    char stack[24];
+    char stack[24];  // not an allocator pointer: nothing is copied
     memset(stack, 'S', sizeof stack);
     KvMemSafeCopy(stack + 8, kSource, 4);
     KvMemSafeSet(stack + 8, 0, 4);
@@ -114,43 +115,20 @@ TEST_F(SafeCopy, StringCopies) {
     char* block = static_cast<char*>(osMemAlloc(6, 0));
     EXPECT_EQ(block, StrSafeCopy(block, "abcde"));
     EXPECT_STREQ("abcde", block);
+    HandlerCalls = 0;
     EXPECT_EQ(block, StrSafeCopy(block, "abcdef"));  // no room for the terminator
     EXPECT_EQ('\0', block[0]);
     EXPECT_GE(HandlerCalls, 1);
     EXPECT_EQ(block, KvStrSafeCopy(block, "xyz"));
     EXPECT_STREQ("xyz", block);
-    EXPECT_STREQ("StrSafeCopy: invalid destination pointer", StrSafeCopy(nullptr, "a"));
-    EXPECT_STREQ("KvStrSafeCopy: invalid destination pointer", KvStrSafeCopy(nullptr, "a"));
     EXPECT_EQ(block, StrSafeCopy(block, nullptr));
     EXPECT_EQ('\0', block[0]);
     osMemFree(block);
+    EXPECT_STREQ("StrSafeCopy: invalid destination pointer", StrSafeCopy(nullptr, "a"));
+    EXPECT_STREQ("KvStrSafeCopy: invalid destination pointer", KvStrSafeCopy(nullptr, "a"));
 
     char stack[16] = "keep";
     EXPECT_EQ(stack + 8, KvStrSafeCopy(stack + 8, "no"));
     EXPECT_EQ('\0', stack[8]);
     EXPECT_STREQ("keep", stack);
-}
-
-TEST_F(SafeCopy, LengthLimitedStringCopies) {
-    GuardedBuffer reported(4);
-    EXPECT_EQ(3, DbgHlpStrLengthCopy(reported.data(), "abcdef", 4));
-    EXPECT_STREQ("abc", reported.data());
-    GuardedBuffer whole(4);
-    EXPECT_EQ(3, DbgHlpStrLengthCopy(whole.data(), "xyz", 4));
-    EXPECT_STREQ("xyz", whole.data());
-    GuardedBuffer empty(1);
-    EXPECT_EQ(0, DbgHlpStrLengthCopy(empty.data(), "xyz", 1));
-    EXPECT_EQ('\0', empty.data()[0]);
-    EXPECT_EQ(0, DbgHlpStrLengthCopy(empty.data(), nullptr, 1));
-    EXPECT_EQ(0, DbgHlpStrLengthCopy(nullptr, "a", 1));
-
-    GuardedBuffer silent(5);  // length 4 plus the terminator
-    EXPECT_EQ(4, StrLengthCopy(silent.data(), "abcdef", 4));
-    EXPECT_STREQ("abcd", silent.data());
-    GuardedBuffer shorter(5);
-    EXPECT_EQ(2, StrLengthCopy(shorter.data(), "ab", 4));
-    EXPECT_STREQ("ab", shorter.data());
-    EXPECT_EQ(0, StrLengthCopy(shorter.data(), nullptr, 4));
-    EXPECT_EQ('\0', shorter.data()[0]);
-    EXPECT_EQ(0, StrLengthCopy(nullptr, "ab", 4));
 }
