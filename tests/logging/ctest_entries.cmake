@@ -1,9 +1,8 @@
 # The timestamp's UTC offset, with the zone given to the scenario host through
 # TZ: west of UTC, east of UTC with half an hour, and UTC itself.
-foreach(zone "EST5=-05:00" "IST-5:30=+05:30" "UTC0=+00:00")
-  string(REPLACE "=" ";" parts "${zone}")
-  list(GET parts 0 tz)
-  list(GET parts 1 offset)
+set(logging_zones EST5 IST-5:30 UTC0)
+set(logging_offsets -05:00 +05:30 +00:00)
+foreach(tz offset IN ZIP_LISTS logging_zones logging_offsets)
   string(REPLACE ":" "" name "${tz}")
   add_test(NAME logging_zone_${name} COMMAND scenario_host log_stamp
            WORKING_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})

@@ -11,24 +11,19 @@ using kvtest::GuardedBuffer;
 
 namespace {
 
-class ComponentName : public ::testing::Test {
-protected:
-    void TearDown() override { SetComponentName(""); }
-};
-
-std::string Path(int32_t (*fn)(int32_t, int32_t, char*, uint32_t), int32_t type, int32_t backup) {
-    char buffer[260];
-    return fn(type, backup, buffer, sizeof buffer) >= 0 ? buffer : "<failed>";
+// "result name" of a path function with a roomy buffer.
+template <typename Fn, typename... Args>
+std::string Path(Fn fn, Args... args) {
+    char buffer[260] = "";
+    return std::to_string(fn(args..., buffer, uint32_t(sizeof buffer))) + " " + buffer;
 }
 
 }  // namespace
 
-TEST_F(ComponentName, NamesCarryTheComponentBeforeTheExtension) {
+TEST(FileNames, NamesCarryTheComponentBeforeTheExtension) {
     FileNameGenerator names;
-    EXPECT_EQ("debug.log", names.GetDebugLogFileName(0));
     EXPECT_EQ("debug.log", names.GetDebugLogFileName(-5));
     EXPECT_EQ("debug.001", names.GetDebugLogFileName(1));
-    EXPECT_EQ("debug.012", names.GetDebugLogFileName(12));
     EXPECT_EQ("debug.1000", names.GetDebugLogFileName(1000));
 
     SetComponentName("Alarm");
@@ -43,33 +38,25 @@ TEST_F(ComponentName, NamesCarryTheComponentBeforeTheExtension) {
     EXPECT_EQ("kernel.Alarm.dat", names.GetKernelDataFileName());
     SetComponentName("");  // removes the dot too
     EXPECT_EQ("debug.log", names.GetDebugLogFileName(0));
-}
 
-TEST_F(ComponentName, FolderTypesOtherThanLogsGiveBareNames) {
-    char buffer[260];
-    EXPECT_EQ(10, GetSyslogFilePath(0, 0, buffer, sizeof buffer));
-    EXPECT_STREQ("syslog.dat", buffer);
-    EXPECT_EQ("syslog.bak", Path(GetSyslogFilePath, 5, 7));
-    EXPECT_EQ(9, GetDebugLogFilePath(0, 0, buffer, sizeof buffer));
-    EXPECT_STREQ("debug.log", buffer);
-    EXPECT_EQ(9, GetDebugLogFilePath(12, 0, buffer, sizeof buffer));
-    EXPECT_STREQ("debug.012", buffer);
-    EXPECT_EQ(0, GetDebugLogDirPath(0, buffer, sizeof buffer));
-    EXPECT_STREQ("", buffer);
+    // The path functions: folder types other than the logs give bare names.
+    EXPECT_EQ("10 syslog.dat", Path(GetSyslogFilePath, 0, 0));
+    EXPECT_EQ("10 syslog.bak", Path(GetSyslogFilePath, 5, 7));
+    EXPECT_EQ("9 debug.012", Path(GetDebugLogFilePath, 12, 0));
+    EXPECT_EQ("0 ", Path(GetDebugLogDirPath, 0));
 
     SetComponentName("Kernel");
-    EXPECT_EQ("tracelog.RuntimeManager.dat", Path(GetRuntimeManagerLogPath, 0, 0));
-    EXPECT_EQ("tracelog.RuntimeManager.bak", Path(GetRuntimeManagerLogPath, 0, 1));
-    EXPECT_EQ(12, GetAlarmServerDBLogDirPath(0, buffer, sizeof buffer));
-    EXPECT_STREQ("DBLog.Kernel", buffer);
+    EXPECT_EQ("27 tracelog.RuntimeManager.dat", Path(GetRuntimeManagerLogPath, 0, 0));
+    EXPECT_EQ("27 tracelog.RuntimeManager.bak", Path(GetRuntimeManagerLogPath, 0, 1));
+    EXPECT_EQ("12 DBLog.Kernel", Path(GetAlarmServerDBLogDirPath, 0));
+    SetComponentName("");
 }
 
-TEST_F(ComponentName, TooSmallBuffersNeverTakeAByteMore) {
+TEST(FileNames, BadInputGetsItsResultAndNeverTakesAByteMore) {
     // debug.log is 9 characters: 9 bytes are too few and leave only zeros.
-    GuardedBuffer exact(9);
+    GuardedBuffer exact(9), enough(10);
     EXPECT_EQ(-1, GetDebugLogFilePath(-1, 0, exact.data(), 9));
     EXPECT_TRUE(exact.AllZero());
-    GuardedBuffer enough(10);
     EXPECT_EQ(9, GetDebugLogFilePath(-1, 0, enough.data(), 10));
     EXPECT_STREQ("debug.log", enough.data());
 
@@ -78,24 +65,20 @@ TEST_F(ComponentName, TooSmallBuffersNeverTakeAByteMore) {
     EXPECT_EQ(-2, GetSyslogFilePath(0, 0, nullptr, 0));
 
     // The DBLog folder name follows the copy rule: too small is -2.
-    GuardedBuffer dbLog(5);
+    GuardedBuffer dbLog(5), dbLogFits(6);
     EXPECT_EQ(-2, GetAlarmServerDBLogDirPath(0, dbLog.data(), 5));
-    GuardedBuffer dbLogFits(6);
     EXPECT_EQ(5, GetAlarmServerDBLogDirPath(0, dbLogFits.data(), 6));
-}
 
-TEST_F(ComponentName, WithoutAValidatedIniFileTheLogFolderIsUnavailable) {
+    // Without a validated INI file the log folder is unavailable.
     GuardedBuffer buffer(260);
     EXPECT_EQ(-2, GetDebugLogFilePath(-1, 1, buffer.data(), 260));
     EXPECT_EQ(-2, GetDebugLogDirPath(1, buffer.data(), 260));
     EXPECT_EQ(-2, GetMemoryDumpPath(1, buffer.data(), 260));
     EXPECT_TRUE(buffer.Untouched());
     // The DBLog folder never fails on the folder: the bare name comes back.
-    EXPECT_EQ(5, GetAlarmServerDBLogDirPath(1, buffer.data(), 260));
-    EXPECT_STREQ("DBLog", buffer.data());
-}
+    EXPECT_EQ("5 DBLog", Path(GetAlarmServerDBLogDirPath, 1));
 
-TEST(BadInput, NullPointersAreIgnored) {
+    // Null pointers are ignored.
     DbgLogWrite(nullptr);
     DbgLogWriteW(nullptr);
     DbgFileWrite(nullptr);

@@ -1,10 +1,10 @@
-// Helpers of the logging tests: running the scripted child host against a
-// private product installation and reading what it logged.
+// Helpers of the logging tests: a scripted child host against a private
+// product installation, and reading what it logged.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <regex>
-#include <string>
-#include <vector>
 
 #include "child_host.h"
 #include "product_install.h"
@@ -12,26 +12,53 @@
 
 namespace logtest {
 
-// A log line's timestamp: date, time to the millisecond, tab, UTC offset.
-inline const std::regex& StampPattern() {
-    static const std::regex pattern(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\t[+-]\d\d:\d\d)");
-    return pattern;
+using Lines = std::vector<std::string>;
+
+// The text after a line's timestamp (date, time to the millisecond, tab, UTC
+// offset) and the separator; "~line" for a line without a valid timestamp.
+inline std::string MessageOf(const std::string& line, char separator = ' ') {
+    static const std::regex stamp(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\t[+-]\d\d:\d\d)");
+    const bool stamped = line.size() > 30 && line[30] == separator && std::regex_match(line.substr(0, 30), stamp);
+    return stamped ? line.substr(31) : "~" + line;
 }
 
-// Runs log_script with the installation's INI file and the operations.
-inline kvtest::HostResult RunScript(kvtest::ChildHost& host, const kvtest::ProductInstall& install,
-                                    std::vector<std::string> ops) {
-    ops.insert(ops.begin(), {"log_script", install.iniPath()});
-    return host.Run(ops);
+// True when every part occurs in text, each after the one before.
+inline bool InOrder(const std::string& text, const Lines& parts) {
+    size_t at = 0;
+    for (const auto& part : parts) {
+        if ((at = text.find(part, at)) == std::string::npos) return false;
+        at += part.size();
+    }
+    return true;
 }
 
-// The message of a log line (after the timestamp and its blank); "" when the
-// line has no valid timestamp.
-inline std::string MessageOf(const std::string& line) {
-    std::smatch m;
-    if (!std::regex_search(line, m, StampPattern()) || m.position(0) != 0 || line.size() < 31 || line[30] != ' ')
-        return "";
-    return line.substr(31);
-}
+// A child host running log_script against its own installation. With
+// rollHistory >= 0 the debug log rolls at 1 KB, keeping that many history files.
+struct LogHost {
+    kvtest::ProductInstall install;
+    kvtest::ChildHost host;
+    kvtest::HostResult last;
+
+    explicit LogHost(const char* name, int rollHistory = -1) : host(name) {
+        if (rollHistory < 0) return;
+        host.SetSetting("DebugLogSize", 1);
+        host.SetSetting("DebugLogHistoryFiles", DWORD(rollHistory));
+        CreateDirectoryA(install.logDir().c_str(), nullptr);
+    }
+    std::string File(const std::string& name) const { return install.logDir() + "\\" + name; }
+
+    // Runs the operations; fails with the child's output unless it exits with 0.
+    ::testing::AssertionResult Ok(Lines ops) {
+        ops.insert(ops.begin(), {"log_script", install.iniPath()});
+        last = host.Run(ops);
+        if (!last.timedOut && last.exitCode == 0) return ::testing::AssertionSuccess();
+        return ::testing::AssertionFailure() << "exit " << last.exitCode << "\n" << last.output;
+    }
+    Lines Messages(const std::string& name, char separator = ' ') const {
+        Lines messages;
+        for (const auto& line : kvtest::ReadLines(File(name))) messages.push_back(MessageOf(line, separator));
+        return messages;
+    }
+};
 
 }  // namespace logtest
