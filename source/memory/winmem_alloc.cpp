@@ -83,13 +83,7 @@ __attribute__((always_inline)) inline void CaptureAllocationStack(DbgMemElement*
 DbgMemElement* AllocatePageGuarded(uint32_t& n, uint32_t& total) {
     if (Settings.forceVirtualAlign) n = (n + 3) & ~3u;
     total = Layout.overhead + n;
-    const SIZE_T page = Layout.pageSize;
-    const SIZE_T length = (total / page + 2) * page;
-    char* region = static_cast<char*>(VirtualAlloc(nullptr, length, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
-    if (!region) return nullptr;
-    DWORD old;
-    VirtualProtect(region + length - page, page, PAGE_NOACCESS, &old);
-    return reinterpret_cast<DbgMemElement*>(region + length - page - total);
+    return reinterpret_cast<DbgMemElement*>(AllocateBeforeNoAccessPage(total));
 }
 
 __attribute__((always_inline)) inline void* AllocateGuarded(uint32_t n, uint16_t flags) {
@@ -151,6 +145,16 @@ __attribute__((always_inline)) inline void* AllocateShort(uint32_t n, const char
 }
 
 }  // namespace
+
+char* AllocateBeforeNoAccessPage(uint32_t bytes) {
+    const SIZE_T page = Layout.pageSize;
+    const SIZE_T length = (bytes / page + 2) * page;
+    char* region = static_cast<char*>(VirtualAlloc(nullptr, length, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+    if (!region) return nullptr;
+    DWORD old;
+    VirtualProtect(region + length - page, page, PAGE_NOACCESS, &old);
+    return region + length - page - bytes;
+}
 
 __attribute__((noinline)) void* AllocateCore(uint32_t size, uint16_t flags, const char* file, int line) {
     if (int32_t(size) < 0) {

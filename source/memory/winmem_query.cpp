@@ -36,14 +36,8 @@ void* osMemAllocProtect(int size, uint16_t flags) {
     using namespace kv;
     uint32_t n = uint32_t(size);
     if (Settings.forceVirtualAlign) n = (n + 3) & ~3u;
-    const SIZE_T page = Layout.pageSize;
-    const SIZE_T length = (n / page + 2) * page;
-    char* region = static_cast<char*>(VirtualAlloc(nullptr, length, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
-    if (!region) return nullptr;
-    DWORD old;
-    VirtualProtect(region + length - page, page, PAGE_NOACCESS, &old);
-    char* p = region + length - page - n;
-    if (flags & 0x01) memset(p, 0, n);
+    char* p = AllocateBeforeNoAccessPage(n);
+    if (p && (flags & 0x01)) memset(p, 0, n);
     return p;
 }
 
