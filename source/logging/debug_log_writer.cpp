@@ -1,29 +1,41 @@
-// The debug log stream: opened lazily by the first write, flushed after every
-// write, closed when a write fails or the file reaches its size limit.
+// The debug log's line queue. Threads of one process do not each wait for the
+// file: a thread copies its line into the pending batch under DebugLogLock and,
+// if no thread is writing, becomes the writer and writes the whole batch in one
+// call; the others sleep until their batch is written. So the file's lock is
+// contended by one thread per process, a busy process writes more lines per
+// call instead of fewer, and every call still returns only after its line has
+// reached the file (the log survives a crash of the caller).
 #include <windows.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <io.h>
+#include <string.h>
 
 #include "KvLogging.h"
 #include "frame/process_state.h"
-#include "logging/cross_process_lock.h"
 #include "logging/debug_log.h"
-#include "logging/shared_stream.h"
+#include "logging/debug_log_file.h"
 
 namespace kv {
 
 namespace {
 
-FILE* logStream;  // guarded by DebugLogLock
-HANDLE logHandle;  // the stream's handle, for the size check
-// Serialises the writes of all processes sharing the file: appends from
-// several processes are not atomic everywhere (Wine places them by a size
-// check followed by a positioned write).
-CrossProcessLock fileLock;
-// Larger than any line, so a line (flushed at once) reaches the file in one write.
-char logStreamBuffer[8192];
+constexpr size_t kBatchCapacity = 64 * 1024;
+char batchBuffers[2][kBatchCapacity];
+
+// Guarded by DebugLogLock.
+struct LineQueue {
+    char* pending = batchBuffers[0];
+    char* spare = batchBuffers[1];
+    size_t bytes = 0;
+    unsigned lines = 0;
+    unsigned long long collecting = 1;  // number of the pending batch
+    unsigned long long finished = 0;    // batches up to this one are written or dropped
+    bool writing = false;
+    char livePath[MAX_PATH] = "";
+    bool pathKnown = false;
+    CONDITION_VARIABLE changed = CONDITION_VARIABLE_INIT;
+} queue;
 
 // Set while this thread composes the log path: a line the folder lookup writes
 // meanwhile is dropped instead of recursing into another open.
@@ -31,62 +43,89 @@ thread_local bool composingPath;
 
 bool Enabled() { return Settings.logErrors && LocksReady; }
 
-// Composed outside DebugLogLock: the folder lookup takes the configuration's
-// own locks, which must never be taken while this one is held.
+// Composed outside every lock of the log: the folder lookup takes the
+// configuration's own locks, and a thread holding one of those may be waiting
+// for its line to be written.
 bool LiveLogPath(char (&path)[MAX_PATH]) {
-    if (composingPath) return false;
     composingPath = true;
     const int length = GetDebugLogFilePath(-1, 1, path, sizeof path);
     composingPath = false;
     return length > 0;
 }
 
-FILE* OpenLiveLog(const char* path) {
-    FILE* stream = OpenSharedStream(path, StreamMode::AppendBinary);
-    if (!stream) return nullptr;
-    setvbuf(stream, logStreamBuffer, _IOFBF, sizeof logStreamBuffer);
-    logHandle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
-    return stream;
+void Wait() { SleepConditionVariableCS(&queue.changed, &DebugLogLock, INFINITE); }
+
+// Called with DebugLogLock held and no writer active; writes the pending batch
+// (and extra) with the lock left meanwhile. True when a roll is due.
+bool WritePending(const char* extra, size_t extraLength) {
+    char* batch = queue.pending;
+    const size_t bytes = queue.bytes;
+    const unsigned lines = queue.lines;
+    const unsigned long long number = queue.collecting++;
+    queue.pending = queue.spare;
+    queue.bytes = 0;
+    queue.lines = 0;
+    queue.writing = true;
+    char path[MAX_PATH];
+    memcpy(path, queue.livePath, sizeof path);
+    LeaveCriticalSection(&DebugLogLock);
+
+    const BatchResult result = WriteBatchToLog(path, batch, bytes, lines, extra, extraLength);
+
+    EnterCriticalSection(&DebugLogLock);
+    queue.spare = batch;
+    queue.finished = number;
+    queue.writing = false;
+    // After a roll the live log's path is composed again.
+    if (result.forgetPath || result.roll) queue.pathKnown = false;
+    WakeAllConditionVariable(&queue.changed);
+    return result.roll;
 }
 
-// The size of the file the stream writes to (which may have been rolled into
-// a history file by another process meanwhile).
-long long StreamFileSize() {
-    LARGE_INTEGER size;
-    return GetFileSizeEx(logHandle, &size) ? size.QuadPart : -1;
+// Called with DebugLogLock held (and left meanwhile). False when the path
+// cannot be composed: the pending lines are dropped (the product INI file is
+// not validated yet, or the folder cannot be created).
+bool ComposeLivePath() {
+    LeaveCriticalSection(&DebugLogLock);
+    char path[MAX_PATH];
+    const bool composed = LiveLogPath(path);
+    EnterCriticalSection(&DebugLogLock);
+    if (composed && !queue.pathKnown) {
+        memcpy(queue.livePath, path, sizeof path);
+        queue.pathKnown = true;
+    }
+    if (queue.pathKnown) return true;
+    queue.bytes = 0;
+    queue.lines = 0;
+    queue.finished = queue.collecting++;
+    WakeAllConditionVariable(&queue.changed);
+    return false;
 }
 
 }  // namespace
 
 void AppendToDebugLog(const char* data, size_t length) {
-    if (!Enabled()) return;
+    if (!Enabled() || composingPath || length == 0) return;
     EnterCriticalSection(&DebugLogLock);
-    if (!logStream) {
-        LeaveCriticalSection(&DebugLogLock);
-        char path[MAX_PATH];
-        if (!LiveLogPath(path) || !Enabled()) return;
-        EnterCriticalSection(&DebugLogLock);
-        if (!logStream && (logStream = OpenLiveLog(path)) != nullptr) fileLock.Attach(path);
-        if (!logStream) {
-            LeaveCriticalSection(&DebugLogLock);
-            return;
-        }
-    }
     bool roll = false;
-    {
-        CrossProcessHold hold(fileLock);
-        if (!hold.held() && fileLock.Attached()) {
-            LeaveCriticalSection(&DebugLogLock);  // another process is stuck: the line is dropped
-            return;
+    if (length > kBatchCapacity) {
+        // A report larger than a batch: its thread writes it itself, after the
+        // lines pending before it.
+        for (bool done = false; !done;) {
+            if (queue.writing) Wait();
+            else if (!queue.pathKnown) done = !ComposeLivePath();
+            else roll = WritePending(data, length), done = true;
         }
-        if (fwrite(data, 1, length, logStream) != length || fflush(logStream) != 0) {
-            fclose(logStream);
-            logStream = nullptr;
-        } else if (StreamFileSize() >= static_cast<long long>(Settings.debugLogSize)) {
-            // Closed under the lock, so no other thread can write to a closed stream.
-            fclose(logStream);
-            logStream = nullptr;
-            roll = true;
+    } else {
+        while (queue.bytes + length > kBatchCapacity) Wait();
+        memcpy(queue.pending + queue.bytes, data, length);
+        queue.bytes += length;
+        queue.lines++;
+        const unsigned long long mine = queue.collecting;
+        while (queue.finished < mine) {
+            if (queue.writing) Wait();
+            else if (!queue.pathKnown) ComposeLivePath();
+            else roll = WritePending(nullptr, 0) || roll;
         }
     }
     LeaveCriticalSection(&DebugLogLock);
