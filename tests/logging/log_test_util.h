@@ -22,6 +22,13 @@ inline std::string MessageOf(const std::string& line, char separator = ' ') {
     return stamped ? line.substr(31) : "~" + line;
 }
 
+// The messages of a log file's lines (see MessageOf).
+inline Lines Messages(const std::string& path, char separator = ' ') {
+    Lines messages;
+    for (const auto& line : kvtest::ReadLines(path)) messages.push_back(MessageOf(line, separator));
+    return messages;
+}
+
 // True when every part occurs in text, each after the one before.
 inline bool InOrder(const std::string& text, const Lines& parts) {
     size_t at = 0;
@@ -55,9 +62,7 @@ struct LogHost {
         return ::testing::AssertionFailure() << "exit " << last.exitCode << "\n" << last.output;
     }
     Lines Messages(const std::string& name, char separator = ' ') const {
-        Lines messages;
-        for (const auto& line : kvtest::ReadLines(File(name))) messages.push_back(MessageOf(line, separator));
-        return messages;
+        return logtest::Messages(File(name), separator);
     }
 };
 
