@@ -108,7 +108,7 @@ long long FileSize(const char* path) {
 }
 
 // Rolls the live log now (outside any timing) unless `bytes` more still fit
-// below the 10 MB limit, so that no figure of the thread scaling holds a roll.
+// below the 10 MB limit, so that the next run holds no roll.
 void RoomWithoutRoll(const char* livePath, long long bytes) {
     constexpr long long kLimit = 10240LL * 1024;
     if (FileSize(livePath) + bytes < kLimit) return;
@@ -155,27 +155,24 @@ KV_BENCH(logging) {
         iterations, 1.10);
     fclose(baselineFile);
 
-    // Thread scaling without rolls (10 MB files, rolled between figures): time
-    // per line against one thread, and each count's longest call.
+    // Thread scaling: time per line against one thread (10 MB files: a roll
+    // falls in at most one round of four, and the best round counts), then
+    // each count's calls in a run that holds no roll.
     DbgHlpSetDebugLogInis(10240, 1);
-    constexpr int64_t kScalingLines = 4000;
-    constexpr long long kRoundBytes = 16 * kScalingLines * 112;  // one Compare: warm-up and 7 rounds of both sides
-    for (int threads : {2, 4, 8}) {
-        RoomWithoutRoll(livePath, kRoundBytes);
+    constexpr int64_t kScalingLines = 20000;
+    for (int threads : {2, 4, 8})
         kvbench::Compare("DbgLogWrite " + std::to_string(threads) + " threads vs 1, per line (target: >= 0.9 lines/s)",
-                         Lines(threads), Lines(1), kScalingLines, 1 / 0.9);
-    }
+                         Lines(threads), Lines(1), kScalingLines, 1 / 0.9, nullptr, 9);
     for (int threads : {1, 2, 4, 8}) {
-        RoomWithoutRoll(livePath, 2 * kScalingLines * 112);
+        RoomWithoutRoll(livePath, kScalingLines * 112);
         kvbench::Report("DbgLogWrite, " + std::to_string(threads) + " thread(s), no roll",
-                        Figures(Throughput(threads, int(kScalingLines) * 2 / threads)));
+                        Figures(Throughput(threads, int(kScalingLines) / threads)));
     }
 
     // The peer: spdlog's thread-safe file sink, flushed after every line.
     const std::string peerPath = kvbench::ScratchFolder() + "\\Logs\\spdlog.log";
     if (kvbench::OpenSpdlogPeer(peerPath.c_str())) {
         for (int threads : {1, 4}) {
-            RoomWithoutRoll(livePath, kRoundBytes);
             kvbench::Compare("DbgLogWrite vs spdlog basic_file_sink_mt + flush, " + std::to_string(threads) + " thread(s)",
                              Lines(threads), Lines(threads, PeerLine), kScalingLines);
         }
