@@ -24,14 +24,19 @@ int Printed(const std::string& output, const std::string& label) {
     return at == std::string::npos ? -1 : atoi(output.c_str() + at + label.size() + 1);
 }
 
+// Where the PDBs go: beside the binaries, nowhere, or into a folder that
+// _NT_SYMBOL_PATH names.
+enum class Pdbs { kBeside, kNone, kOnSymbolPath };
+
 class AwayInstall {
 public:
-    explicit AwayInstall(bool withPdbs) {
+    explicit AwayInstall(Pdbs pdbs) : pdbs_(pdbs) {
         for (const char* file : {"KvDebugHelp.dll", "KvDebugHelp.pdb", "scenario_host.pdb", "kvdiag.pdb"}) {
             const std::string name = file;
-            if (!withPdbs && name.find(".pdb") != std::string::npos) continue;
-            EXPECT_TRUE(CopyFileA((kvtest::ProgramFolder() + "\\" + name).c_str(), (bin_ / name).c_str(), FALSE))
-                << name;
+            const bool pdb = name.find(".pdb") != std::string::npos;
+            if (pdb && pdbs == Pdbs::kNone) continue;
+            const std::string target = pdb && pdbs == Pdbs::kOnSymbolPath ? symbols_ / name : bin_ / name;
+            EXPECT_TRUE(CopyFileA((kvtest::ProgramFolder() + "\\" + name).c_str(), target.c_str(), FALSE)) << name;
         }
     }
     // Runs a copy of a test-side program (scenario_host.exe, kvdiag.exe) as
@@ -40,6 +45,7 @@ public:
     HostResult Run(const std::string& name, const std::string& program, const std::vector<std::string>& args) {
         if (!hosts_.count(name)) hosts_[name] = std::make_unique<kvtest::ChildHost>(name, bin_.path(), program);
         hosts_[name]->SetWorkingDirectory(cwd_.path());
+        if (pdbs_ == Pdbs::kOnSymbolPath) hosts_[name]->SetEnv("_NT_SYMBOL_PATH", symbols_.path());
         return hosts_[name]->Run(args, 120000);
     }
     std::string Bin(const std::string& file) const { return bin_ / file; }
@@ -48,34 +54,38 @@ public:
     kvtest::ProductInstall install;
 
 private:
-    kvtest::TempDir bin_{"kvaway"}, cwd_{"kvcwd"};
+    Pdbs pdbs_;
+    kvtest::TempDir bin_{"kvaway"}, cwd_{"kvcwd"}, symbols_{"kvsymbols"};
     std::map<std::string, std::unique_ptr<kvtest::ChildHost>> hosts_;  // gone before the folders
 };
 
 }  // namespace
 
 TEST(SymbolsAwayFromBuild, ReportsNameHostFunctionsFilesAndLinesFromPdbs) {
-    AwayInstall away(true);
-    const HostResult r = away.Run("symbols_host", "scenario_host.exe", {"symbols_report", away.install.iniPath()});
-    ASSERT_EQ(0u, r.exitCode) << r.output;
-    const std::string log = away.DebugLog();
-    // Windows names the PDB loaded with its path, Wine by its file name.
-    EXPECT_HAS(LineFrom(r.output, "dll symtype=3 pdb="), "KvDebugHelp.pdb");
-    EXPECT_HAS(LineFrom(r.output, "host symtype=3 pdb="), "scenario_host.pdb");
-    const std::string file = "symbols_scenarios.cpp";
-    EXPECT_HAS(LineFrom(log, "LogStackHere(0x"), file + " Line " + std::to_string(Printed(r.output, "stack site")));
-    EXPECT_HAS(log, file + ":" + std::to_string(Printed(r.output, "alloc site")) + ",");  // the memory report row
-    // The KvException's symbolic stack follows its log line.
-    const std::string exceptionStack = log.substr(std::min(log.size(), log.find("description:\"symbols check\"")));
-    EXPECT_HAS(LineFrom(exceptionStack, "(symbols_host.exe) "), " Line ");
-    const std::string check = LineFrom(r.output, "PASS  symbols resolve - RunKvDebugHelpTests resolved as "
-                                                 "RunKvDebugHelpTests from ");
-    EXPECT_HAS(check, "KvDebugHelp.pdb (");
-    EXPECT_HAS(check, "startup_checks.cpp:");
+    for (Pdbs place : {Pdbs::kBeside, Pdbs::kOnSymbolPath}) {
+        SCOPED_TRACE(place == Pdbs::kBeside ? "beside the modules" : "on _NT_SYMBOL_PATH");
+        AwayInstall away(place);
+        const HostResult r = away.Run("symbols_host", "scenario_host.exe", {"symbols_report", away.install.iniPath()});
+        ASSERT_EQ(0u, r.exitCode) << r.output;
+        const std::string log = away.DebugLog();
+        // Windows names the PDB loaded with its path, Wine by its file name.
+        EXPECT_HAS(LineFrom(r.output, "dll symtype=3 pdb="), "KvDebugHelp.pdb");
+        EXPECT_HAS(LineFrom(r.output, "host symtype=3 pdb="), "scenario_host.pdb");
+        const std::string file = "symbols_scenarios.cpp";
+        EXPECT_HAS(LineFrom(log, "LogStackHere(0x"), file + " Line " + std::to_string(Printed(r.output, "stack site")));
+        EXPECT_HAS(log, file + ":" + std::to_string(Printed(r.output, "alloc site")) + ",");  // the memory report row
+        // The KvException's symbolic stack follows its log line.
+        const std::string exceptionStack = log.substr(std::min(log.size(), log.find("description:\"symbols check\"")));
+        EXPECT_HAS(LineFrom(exceptionStack, "(symbols_host.exe) "), " Line ");
+        const std::string check = LineFrom(r.output, "PASS  symbols resolve - RunKvDebugHelpTests resolved as "
+                                                     "RunKvDebugHelpTests from ");
+        EXPECT_HAS(check, "KvDebugHelp.pdb (");
+        EXPECT_HAS(check, "startup_checks.cpp:");
+    }
 }
 
 TEST(SymbolsAwayFromBuild, WithoutPdbsAddressesAndExportNamesOnly) {
-    AwayInstall away(false);
+    AwayInstall away(Pdbs::kNone);
     const HostResult r = away.Run("symbols_host", "scenario_host.exe", {"symbols_report", away.install.iniPath()});
     ASSERT_EQ(0u, r.exitCode) << r.output;
     const std::string log = away.DebugLog();
@@ -94,7 +104,7 @@ TEST(SymbolsAwayFromBuild, WithoutPdbsAddressesAndExportNamesOnly) {
 // kvdiag dumpinfo walks the faulting thread of the dump from the exception
 // context through the three functions of the host, innermost first.
 TEST(SymbolsAwayFromBuild, DumpinfoPrintsTheFaultingStackWithFilesAndLines) {
-    AwayInstall away(true);
+    AwayInstall away(Pdbs::kBeside);
     const std::string dump = away.install.logDir() + "\\user.dmp";
     struct Case {
         const char* type;
