@@ -25,10 +25,12 @@ char openPath[MAX_PATH];
 DWORD lastPathCheck;
 CrossProcessLock writeLock;
 unsigned droppedLines;
+volatile long long sizeSeen;  // one aligned 64-bit word: read whole by any thread
 
 void CloseLog() {
     if (logFile != INVALID_HANDLE_VALUE) CloseHandle(logFile);
     logFile = INVALID_HANDLE_VALUE;
+    sizeSeen = 0;
 }
 
 // Creates the folders of path that are missing (the log folder was deleted or
@@ -114,6 +116,8 @@ size_t DroppedNote(char (&note)[128]) {
 
 }  // namespace
 
+long long DebugLogSizeSeen() { return sizeSeen; }
+
 BatchResult WriteBatchToLog(const char* livePath, const char* bytes, size_t length, unsigned count,
                             const char* extra, size_t extraLength) {
     BatchResult result;
@@ -147,6 +151,7 @@ BatchResult WriteBatchToLog(const char* livePath, const char* bytes, size_t leng
         } else {
             droppedLines = 0;
             after = before + static_cast<long long>(noteLength + length + extraLength);
+            sizeSeen = after;
         }
         if (held) writeLock.Release();
         // A failed write closes the file (the next batch reopens it); a full

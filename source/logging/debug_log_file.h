@@ -20,4 +20,8 @@ struct BatchResult {
 BatchResult WriteBatchToLog(const char* livePath, const char* bytes, size_t length, unsigned count,
                             const char* extra, size_t extraLength);
 
+// The open file's size after the last batch written to it, 0 while none is
+// open; read without waiting for the writer.
+long long DebugLogSizeSeen();
+
 }  // namespace kv

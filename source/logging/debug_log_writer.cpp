@@ -133,9 +133,7 @@ void AppendToDebugLog(const char* data, size_t length) {
 }
 
 size_t DebugLogRoom() {
-    EnterCriticalSection(&DebugLogLock);
-    const long long size = logStream ? StreamFileSize() : 0;
-    LeaveCriticalSection(&DebugLogLock);
+    const long long size = DebugLogSizeSeen();
     const long long limit = static_cast<long long>(Settings.debugLogSize);
     return size < 0 || size >= limit ? 0 : size_t(limit - size);
 }
