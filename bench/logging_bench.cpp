@@ -173,7 +173,7 @@ KV_BENCH(logging) {
     const std::string peerPath = kvbench::ScratchFolder() + "\\Logs\\spdlog.log";
     if (kvbench::OpenSpdlogPeer(peerPath.c_str())) {
         for (int threads : {1, 4}) {
-            kvbench::Compare("DbgLogWrite vs spdlog basic_file_sink_mt + flush, " + std::to_string(threads) + " thread(s)",
+            kvbench::Compare("DbgLogWrite vs spdlog file sink + flush, " + std::to_string(threads) + " thread(s)",
                              Lines(threads), Lines(threads, PeerLine), kScalingLines);
         }
     } else {

@@ -21,7 +21,28 @@ namespace kv {
 namespace {
 
 constexpr size_t kBatchCapacity = 64 * 1024;
+// Batches one writer writes before it hands the role on: more saves wake-ups,
+// fewer bounds the writer's own call.
+constexpr int kBatchesPerWriter = 4;
 char batchBuffers[2][kBatchCapacity];
+
+// A condition variable that is only signalled when a thread sleeps on it (a
+// wake-up is a system call).
+struct Sleepers {
+    CONDITION_VARIABLE cv = CONDITION_VARIABLE_INIT;
+    unsigned count = 0;
+    void Wait() {
+        ++count;
+        SleepConditionVariableCS(&cv, &DebugLogLock, INFINITE);
+        --count;
+    }
+    void WakeOne() {
+        if (count) WakeConditionVariable(&cv);
+    }
+    void WakeAll() {
+        if (count) WakeAllConditionVariable(&cv);
+    }
+};
 
 // Guarded by DebugLogLock.
 struct LineQueue {
@@ -34,7 +55,11 @@ struct LineQueue {
     bool writing = false;
     char livePath[MAX_PATH] = "";
     bool pathKnown = false;
-    CONDITION_VARIABLE changed = CONDITION_VARIABLE_INIT;
+    // The threads of batch n sleep on done[n % 2], so finishing a batch wakes
+    // only its own threads; the others (room in the buffer, the writer's role
+    // for a large report) sleep on roleFree.
+    Sleepers done[2];
+    Sleepers roleFree;
 } queue;
 
 // Set while this thread composes the log path: a line the folder lookup writes
@@ -53,33 +78,46 @@ bool LiveLogPath(char (&path)[MAX_PATH]) {
     return length > 0;
 }
 
-void Wait() { SleepConditionVariableCS(&queue.changed, &DebugLogLock, INFINITE); }
-
-// Called with DebugLogLock held and no writer active; writes the pending batch
-// (and extra) with the lock left meanwhile. True when a roll is due.
-bool WritePending(const char* extra, size_t extraLength) {
-    char* batch = queue.pending;
-    const size_t bytes = queue.bytes;
-    const unsigned lines = queue.lines;
-    const unsigned long long number = queue.collecting++;
-    queue.pending = queue.spare;
-    queue.bytes = 0;
-    queue.lines = 0;
-    queue.writing = true;
-    char path[MAX_PATH];
-    memcpy(path, queue.livePath, sizeof path);
-    LeaveCriticalSection(&DebugLogLock);
-
-    const BatchResult result = WriteBatchToLog(path, batch, bytes, lines, extra, extraLength);
-
-    EnterCriticalSection(&DebugLogLock);
-    queue.spare = batch;
+void Finish(unsigned long long number) {
     queue.finished = number;
+    queue.done[number % 2].WakeAll();
+    queue.roleFree.WakeAll();
+}
+
+// Called with DebugLogLock held, no writer active and the path known: writes
+// the pending batch (extra after it), and the batches that gather meanwhile,
+// with the lock left during each write. True when a roll is due.
+bool WritePending(const char* extra, size_t extraLength) {
+    queue.writing = true;
+    bool roll = false;
+    for (int round = 0; round < kBatchesPerWriter && (queue.bytes || extra); ++round) {
+        char* batch = queue.pending;
+        const size_t bytes = queue.bytes;
+        const unsigned lines = queue.lines;
+        const unsigned long long number = queue.collecting++;
+        queue.pending = queue.spare;
+        queue.bytes = 0;
+        queue.lines = 0;
+        char path[MAX_PATH];
+        memcpy(path, queue.livePath, sizeof path);
+        LeaveCriticalSection(&DebugLogLock);
+
+        const BatchResult result = WriteBatchToLog(path, batch, bytes, lines, extra, extraLength);
+
+        EnterCriticalSection(&DebugLogLock);
+        queue.spare = batch;
+        extra = nullptr;
+        Finish(number);
+        if (result.forgetPath || result.roll) {
+            // After a roll the live log's path is composed again.
+            queue.pathKnown = false;
+            roll = result.roll;
+            break;
+        }
+    }
     queue.writing = false;
-    // After a roll the live log's path is composed again.
-    if (result.forgetPath || result.roll) queue.pathKnown = false;
-    WakeAllConditionVariable(&queue.changed);
-    return result.roll;
+    queue.done[queue.collecting % 2].WakeOne();  // a thread of the pending batch takes over
+    return roll;
 }
 
 // Called with DebugLogLock held (and left meanwhile). False when the path
@@ -97,8 +135,7 @@ bool ComposeLivePath() {
     if (queue.pathKnown) return true;
     queue.bytes = 0;
     queue.lines = 0;
-    queue.finished = queue.collecting++;
-    WakeAllConditionVariable(&queue.changed);
+    Finish(queue.collecting++);
     return false;
 }
 
@@ -112,18 +149,18 @@ void AppendToDebugLog(const char* data, size_t length) {
         // A report larger than a batch: its thread writes it itself, after the
         // lines pending before it.
         for (bool done = false; !done;) {
-            if (queue.writing) Wait();
+            if (queue.writing) queue.roleFree.Wait();
             else if (!queue.pathKnown) done = !ComposeLivePath();
             else roll = WritePending(data, length), done = true;
         }
     } else {
-        while (queue.bytes + length > kBatchCapacity) Wait();
+        while (queue.bytes + length > kBatchCapacity) queue.roleFree.Wait();
         memcpy(queue.pending + queue.bytes, data, length);
         queue.bytes += length;
         queue.lines++;
         const unsigned long long mine = queue.collecting;
         while (queue.finished < mine) {
-            if (queue.writing) Wait();
+            if (queue.writing) queue.done[mine % 2].Wait();
             else if (!queue.pathKnown) ComposeLivePath();
             else roll = WritePending(nullptr, 0) || roll;
         }

@@ -111,9 +111,11 @@ TEST(DebugLogFaults, AWriterKilledMidWriteOrRollHoldsNobodyUpAndLosesNoOtherLine
     // still in it are its last ones without a gap (older ones rolled off the end).
     std::vector<int> numbers;
     size_t files = 1;
-    for (char name[32] = "debug.stress.log"; FileExists(paced.File(name)); snprintf(name, sizeof name, "debug.stress.%03zu", files++))
+    for (char name[32] = "debug.stress.log"; FileExists(paced.File(name));
+         snprintf(name, sizeof name, "debug.stress.%03zu", files++))
         for (const auto& message : paced.Messages(name)) {
-            EXPECT_TRUE(message[0] != '~' || message == "~This file was either deleted or moved") << name << ": " << message;
+            EXPECT_TRUE(message[0] != '~' || message == "~This file was either deleted or moved")
+                << name << ": " << message;
             if (message.rfind("paced n", 0) == 0) numbers.push_back(atoi(message.c_str() + 7));
         }
     EXPECT_EQ(files - 1, ListFolder(paced.install.logDir(), "debug.stress.*").size()) << "a hole in the chain";

@@ -24,8 +24,8 @@ TEST(DebugLogStress, ThreeProcessesOfFourThreadsLoseAndTearNoLine) {
     ASSERT_TRUE(CopyFileA(install.iniPath().c_str(), aliasIni.c_str(), FALSE));
     WritePrivateProfileStringA("KVEDIT", "LOGS", (install.root() + "\\.\\Logs").c_str(), aliasIni.c_str());
     for (int p = 0; p < kProcesses; ++p)
-        ASSERT_TRUE(hosts[p]->Start({"log_stress", p == kProcesses - 1 ? aliasIni : install.iniPath(), "p" + std::to_string(p),
-                                     std::to_string(kThreads), std::to_string(kLines)}));
+        ASSERT_TRUE(hosts[p]->Start({"log_stress", p == kProcesses - 1 ? aliasIni : install.iniPath(),
+                                     "p" + std::to_string(p), std::to_string(kThreads), std::to_string(kLines)}));
     for (auto& host : hosts) {
         const auto r = host->Wait(300000);
         ASSERT_TRUE(!r.timedOut && r.exitCode == 0) << r.exitCode << r.output;
