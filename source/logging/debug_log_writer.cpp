@@ -1,5 +1,5 @@
 // The debug log's line queue. Threads of one process do not each wait for the
-// file: a thread copies its line into the pending batch under DebugLogLock and,
+// file: a thread copies its line into the pending batch under the queue lock and,
 // if no thread is writing, becomes the writer and writes the whole batch in one
 // call; the others sleep until their batch is written. So the file's lock is
 // contended by one thread per process, a busy process writes more lines per
@@ -26,15 +26,54 @@ constexpr size_t kBatchCapacity = 64 * 1024;
 constexpr int kBatchesPerWriter = 4;
 char batchBuffers[2][kBatchCapacity];
 
+// Guards the queue: a slim lock rather than DebugLogLock, so that the threads
+// of a written batch, woken together, take it shared to see that they are
+// done instead of queueing one by one for a critical section.
+SRWLOCK queueLock = SRWLOCK_INIT;
+volatile LONG spinner;
+
+void Lock() { AcquireSRWLockExclusive(&queueLock); }
+void Unlock() { ReleaseSRWLockExclusive(&queueLock); }
+
 // A condition variable that is only signalled when a thread sleeps on it (a
-// wake-up is a system call).
+// wake-up is a system call). count changes under the shared lock: interlocked.
 struct Sleepers {
     CONDITION_VARIABLE cv = CONDITION_VARIABLE_INIT;
-    unsigned count = 0;
+    volatile LONG count = 0;
+    // Called and returns with queueLock held exclusively.
     void Wait() {
-        ++count;
-        SleepConditionVariableCS(&cv, &DebugLogLock, INFINITE);
-        --count;
+        InterlockedIncrement(&count);
+        SleepConditionVariableSRW(&cv, &queueLock, INFINITE, 0);
+        InterlockedDecrement(&count);
+    }
+    // Called with queueLock held exclusively; sleeps holding it shared. True,
+    // with the lock left, once finished(); else returns with it exclusive.
+    template <typename Finished>
+    bool WaitShared(Finished finished) {
+        Unlock();
+        AcquireSRWLockShared(&queueLock);
+        bool done = finished();
+        // One thread at a time spins briefly first: a batch is written in some
+        // microseconds, about what falling asleep and waking costs.
+        if (!done && !InterlockedExchange(&spinner, 1)) {
+            ReleaseSRWLockShared(&queueLock);
+            for (int i = 0; i < 2000 && !done; ++i) {
+                YieldProcessor();
+                done = (i & 15) == 15 && finished();
+            }
+            AcquireSRWLockShared(&queueLock);
+            InterlockedExchange(&spinner, 0);
+            done = finished();
+        }
+        if (!done) {
+            InterlockedIncrement(&count);
+            SleepConditionVariableSRW(&cv, &queueLock, INFINITE, CONDITION_VARIABLE_LOCKMODE_SHARED);
+            InterlockedDecrement(&count);
+            done = finished();
+        }
+        ReleaseSRWLockShared(&queueLock);
+        if (!done) Lock();
+        return done;
     }
     void WakeOne() {
         if (count) WakeConditionVariable(&cv);
@@ -44,7 +83,7 @@ struct Sleepers {
     }
 };
 
-// Guarded by DebugLogLock.
+// Guarded by queueLock.
 struct LineQueue {
     char* pending = batchBuffers[0];
     char* spare = batchBuffers[1];
@@ -84,7 +123,7 @@ void Finish(unsigned long long number) {
     queue.roleFree.WakeAll();
 }
 
-// Called with DebugLogLock held, no writer active and the path known: writes
+// Called with queueLock held, no writer active and the path known: writes
 // the pending batch (extra after it), and the batches that gather meanwhile,
 // with the lock left during each write. True when a roll is due.
 bool WritePending(const char* extra, size_t extraLength) {
@@ -100,11 +139,11 @@ bool WritePending(const char* extra, size_t extraLength) {
         queue.lines = 0;
         char path[MAX_PATH];
         memcpy(path, queue.livePath, sizeof path);
-        LeaveCriticalSection(&DebugLogLock);
+        Unlock();
 
         const BatchResult result = WriteBatchToLog(path, batch, bytes, lines, extra, extraLength);
 
-        EnterCriticalSection(&DebugLogLock);
+        Lock();
         queue.spare = batch;
         extra = nullptr;
         Finish(number);
@@ -120,14 +159,14 @@ bool WritePending(const char* extra, size_t extraLength) {
     return roll;
 }
 
-// Called with DebugLogLock held (and left meanwhile). False when the path
+// Called with queueLock held (and left meanwhile). False when the path
 // cannot be composed: the pending lines are dropped (the product INI file is
 // not validated yet, or the folder cannot be created).
 bool ComposeLivePath() {
-    LeaveCriticalSection(&DebugLogLock);
+    Unlock();
     char path[MAX_PATH];
     const bool composed = LiveLogPath(path);
-    EnterCriticalSection(&DebugLogLock);
+    Lock();
     if (composed && !queue.pathKnown) {
         memcpy(queue.livePath, path, sizeof path);
         queue.pathKnown = true;
@@ -143,7 +182,7 @@ bool ComposeLivePath() {
 
 void AppendToDebugLog(const char* data, size_t length) {
     if (!Enabled() || composingPath || length == 0) return;
-    EnterCriticalSection(&DebugLogLock);
+    Lock();
     bool roll = false;
     if (length > kBatchCapacity) {
         // A report larger than a batch: its thread writes it itself, after the
@@ -160,12 +199,15 @@ void AppendToDebugLog(const char* data, size_t length) {
         queue.lines++;
         const unsigned long long mine = queue.collecting;
         while (queue.finished < mine) {
-            if (queue.writing) queue.done[mine % 2].Wait();
-            else if (!queue.pathKnown) ComposeLivePath();
-            else roll = WritePending(nullptr, 0) || roll;
+            if (!queue.writing) {
+                if (!queue.pathKnown) ComposeLivePath();
+                else roll = WritePending(nullptr, 0) || roll;
+            } else if (queue.done[mine % 2].WaitShared([&] { return queue.finished >= mine; })) {
+                return;  // a writer of another thread wrote this line (so this thread rolls nothing)
+            }
         }
     }
-    LeaveCriticalSection(&DebugLogLock);
+    Unlock();
     if (roll) RollDebugLog();
 }
 
