@@ -90,7 +90,8 @@ struct LineQueue {
     size_t bytes = 0;
     unsigned lines = 0;
     unsigned long long collecting = 1;  // number of the pending batch
-    unsigned long long finished = 0;    // batches up to this one are written or dropped
+    // Batches up to this one are written or dropped; read unlocked by a spinner.
+    volatile unsigned long long finished = 0;
     bool writing = false;
     char livePath[MAX_PATH] = "";
     bool pathKnown = false;
