@@ -4,10 +4,8 @@
 
 #include <algorithm>
 
-#include "child_host.h"
 #include "../../tools/kvdiag/dump_reader.h"
-#include "product_install.h"
-#include "temp_dir.h"
+#include "installed_host.h"
 
 namespace {
 
@@ -91,20 +89,19 @@ TEST(GenerateMiniDump, DumpOrReportByMode) {
 
 // The first of a chain and the dummy open with the banner; the second does not.
 TEST(KvExceptionLog, ChainAndDummyExceptionOutput) {
-    kvtest::ProductInstall install;
-    const auto result = kvtest::ChildHost("crash_exception_log").Run({"crash_exception_chain", install.iniPath()});
-    ASSERT_EQ(0u, result.exitCode) << result.output;
-    EXPECT_NE(std::string::npos, result.output.find("live=0"));
-    const auto lines = LinesFrom(install.logDir() + "\\debug.log", {"*** KvException Dump", "KvException : pid="});
+    kvtest::InstalledHost h("crash_exception_log");
+    ASSERT_TRUE(h.Ok("crash_exception_chain"));
+    EXPECT_HAS(h.last.output, "live=0");
+    const auto lines = LinesFrom(h.File("debug.log"), {"*** KvException Dump", "KvException : pid="});
     const std::vector<std::string> expected = {
         "*** KvException Dump to follow ***", "description:\"file missing\" error=0x80070002 (loader.cpp:0041)",
         "description:\"load failed\" error=0x80004005 (starter.cpp:0007)",
         "*** KvException Dump to follow ***",
         "description:\"this is a dummy exception\" error=0xc0000010 (KvException:0125)",
     };
-    ASSERT_EQ(expected.size(), lines.size()) << kvtest::ReadFileText(install.logDir() + "\\debug.log");
+    ASSERT_EQ(expected.size(), lines.size()) << h.Log();
     for (size_t i = 0; i < lines.size(); ++i) EXPECT_NE(std::string::npos, lines[i].find(expected[i])) << lines[i];
-    const auto notices = LinesFrom(install.logDir() + "\\syslog.dat", {"An error has been detected."});
+    const auto notices = LinesFrom(h.File("syslog.dat"), {"An error has been detected."});
     ASSERT_EQ(3u, notices.size());
     EXPECT_EQ(0u, notices[2].find("An error has been detected. \"this is a dummy exception\", error code: 0xc0000010"));
 }

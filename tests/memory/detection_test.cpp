@@ -6,26 +6,22 @@
 #include <string>
 #include <vector>
 
-#include "child_host.h"
+#include "installed_host.h"
 #include "kvdiag_runner.h"
-#include "product_install.h"
-#include "temp_dir.h"
-#include "text_checks.h"
+
+using kvtest::Count;
+using kvtest::LineFrom;
 
 namespace {
 
 // A scenario run against a fresh installation, with the debug log it left.
-struct HostRun {
-    kvtest::ProductInstall install;
-    kvtest::HostResult result;
+// The host's name, which the reports carry, is the scenario's unless given.
+struct HostRun : kvtest::InstalledHost {
     std::string log;
-    // The host's name, which the reports carry, is the scenario's unless given.
-    explicit HostRun(const std::string& scenario, const std::string& extra = "", const std::string& host = "") {
-        std::vector<std::string> args{scenario, install.iniPath()};
-        if (!extra.empty()) args.push_back(extra);
-        result = kvtest::ChildHost(host.empty() ? scenario : host).Run(args);
-        EXPECT_EQ(0u, result.exitCode) << result.output;
-        log = kvtest::ReadFileText(install.logDir() + "\\debug.log");
+    explicit HostRun(const std::string& scenario, const std::string& extra = "", const std::string& name = "")
+        : InstalledHost(name.empty() ? scenario : name) {
+        EXPECT_TRUE(Ok(scenario, extra.empty() ? std::vector<std::string>{} : std::vector<std::string>{extra}));
+        log = Log();
     }
 };
 
@@ -89,7 +85,7 @@ TEST(MemoryReports, BadFreesAndLeaksAreReportedOnce) {
 TEST(MemoryReports, InstrumentedReportNamesEachAllocationSite) {
     const HostRun o("mem_report_instrumented");
     int sites[2] = {0, 0};
-    ASSERT_EQ(2, sscanf(o.result.output.c_str(), "site %d site %d", &sites[0], &sites[1])) << o.result.output;
+    ASSERT_EQ(2, sscanf(o.last.output.c_str(), "site %d site %d", &sites[0], &sites[1])) << o.last.output;
     EXPECT_HAS(o.log, "Memory Report: mem_report_instrumented PID ");
     EXPECT_HAS(o.log, "current memory allocation count");
     EXPECT_HAS(o.log, "Type, Timestamp, Bytes, PID, Pointer, Source, Content");
@@ -116,7 +112,7 @@ TEST(MemoryReports, InstrumentedReportNamesEachAllocationSite) {
 TEST(CallStackReports, SymbolicStackNamesHostFunctionsAndLines) {
     const HostRun o("mem_symbolic_stack");
     int site = 0;
-    ASSERT_EQ(1, sscanf(o.result.output.c_str(), "site %d", &site)) << o.result.output;
+    ASSERT_EQ(1, sscanf(o.last.output.c_str(), "site %d", &site)) << o.last.output;
     EXPECT_HAS(o.log, "Callstack instrumentation has been enabled (PID ");
     EXPECT_HAS(o.log, "(mem_symbolic_stack.exe) ");
     const size_t frame = o.log.find("HostFunctionForStack");
@@ -128,7 +124,7 @@ TEST(CallStackReports, SymbolicStackNamesHostFunctionsAndLines) {
 
 TEST(CallStackReports, WatcherLogsTheFirstAllocationsAtItsLine) {
     const HostRun o("mem_allocation_watcher");
-    EXPECT_HAS(o.result.output, "watcher 0");
+    EXPECT_HAS(o.last.output, "watcher 0");
     EXPECT_EQ(2u, Count(o.log, "Memory Alloc StackTrace Trigger on detection_scenarios.cpp:")) << o.log;
     EXPECT_EQ(2u, Count(o.log, ") WatchedAllocations(0x")) << o.log;
 }

@@ -7,7 +7,6 @@
 
 #include "kvdiag_runner.h"
 #include "temp_dir.h"
-#include "text_checks.h"
 
 using kvtest::RunKvdiag;
 

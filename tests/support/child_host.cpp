@@ -18,11 +18,15 @@ ChildHost::ChildHost(const std::string& name) : name_(name) {
     RegDeleteTreeA(HKEY_CURRENT_USER, SettingsKeyPath(name_).c_str());
 }
 
+ChildHost::ChildHost(const Program& program)
+    : name_(program.fileName), exePath_(ProgramFolder() + "\\" + program.fileName), ownsCopy_(false) {}
+
 ChildHost::~ChildHost() {
     if (process_) {
         TerminateProcess(process_, 1);
         Wait(5000);
     }
+    if (!ownsCopy_) return;
     RegDeleteTreeA(HKEY_CURRENT_USER, SettingsKeyPath(name_).c_str());
     DeleteFileA(exePath_.c_str());
 }
@@ -86,8 +90,13 @@ DWORD WINAPI ReadAll(void* self) {
 }  // namespace
 
 bool ChildHost::Start(const std::vector<std::string>& args) {
-    std::string commandLine = Quote(exePath_);
-    for (const auto& a : args) commandLine += " " + Quote(a);
+    std::string arguments;
+    for (const auto& a : args) arguments += " " + Quote(a);
+    return StartCommandLine(arguments);
+}
+
+bool ChildHost::StartCommandLine(const std::string& arguments) {
+    std::string commandLine = Quote(exePath_) + " " + arguments;
     SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
     HANDLE writePipe;
     if (!CreatePipe(&readPipe_, &writePipe, &inherit, 0)) return false;
@@ -122,7 +131,7 @@ HostResult ChildHost::Wait(DWORD timeoutMs) {
     HostResult result;
     if (!process_) {
         result.exitCode = DWORD(-1);
-        result.output = "host could not be started";
+        result.output = exePath_ + " could not be started";
         return result;
     }
     if (WaitForSingleObject(process_, timeoutMs) == WAIT_TIMEOUT) {

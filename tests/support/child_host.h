@@ -1,6 +1,7 @@
-// Child host processes: a copy of scenario_host.exe under its own name, so it
-// reads its own per-executable settings key at attach, started with a scenario
-// and its arguments. Attach, detach, crashes and settings are tested this way.
+// Child processes with their output and a real timeout. A child host is a copy
+// of scenario_host.exe under its own name, so it reads its own per-executable
+// settings key at attach, started with a scenario and its arguments. Attach,
+// detach, crashes and settings are tested this way; kvdiag runs on the same layer.
 #pragma once
 
 #include <windows.h>
@@ -23,6 +24,12 @@ public:
     // settings key HKEY_CURRENT_USER\Software\Korvan\KvDebugHelp\<name>, which
     // is cleared here and removed again at destruction).
     explicit ChildHost(const std::string& name);
+    // Another program of the program folder ("kvdiag.exe"), used as it is:
+    // no copy and no settings key.
+    struct Program {
+        std::string fileName;
+    };
+    explicit ChildHost(const Program& program);
     ~ChildHost();
     ChildHost(const ChildHost&) = delete;
     ChildHost& operator=(const ChildHost&) = delete;
@@ -40,6 +47,8 @@ public:
 
     // Starts without waiting (for a child that hangs on purpose); then Wait.
     bool Start(const std::vector<std::string>& args);
+    // Start with the arguments already quoted into one text.
+    bool StartCommandLine(const std::string& arguments);
     // Waits up to timeoutMs; on timeout the child is killed and timedOut set.
     HostResult Wait(DWORD timeoutMs);
     // True while a started child has not ended.
@@ -48,6 +57,7 @@ public:
 private:
     std::string name_;
     std::string exePath_;
+    bool ownsCopy_ = true;
     std::map<std::string, std::string> env_;
     HANDLE process_ = nullptr;
     HANDLE readPipe_ = nullptr;
