@@ -22,7 +22,7 @@ TEST(CrashFunctions, EachEndsItsHostAsDocumented) {
         if (c.crashOnError) host.SetSetting("CrashOnError", 1);
         const auto result = host.Run({c.scenario});
         EXPECT_EQ(c.exitCode, result.exitCode) << result.output;
-        if (c.has) EXPECT_HAS(result.output, c.has);
-        if (c.lacks) EXPECT_LACKS(result.output, c.lacks);
+        if (c.has) { EXPECT_HAS(result.output, c.has); }
+        if (c.lacks) { EXPECT_LACKS(result.output, c.lacks); }
     }
 }

@@ -18,20 +18,20 @@ TEST(Settings, DefaultsClampsAndFlagsAtAttach) {
         long long byDefault;
         Column columns[3];
     } rows[] = {
-        {"DebugLogSize", 4194304, {{0, 1024}, {20000, 10485760}, {kUnset}}},  // written in KB
-        {"DebugLogHistoryFiles", 1, {{-3, 0}, {25, 10}, {kUnset}}},
+        {"DebugLogSize", 4194304, {{0, 1024}, {20000, 10485760}, {kUnset, 0}}},  // written in KB
+        {"DebugLogHistoryFiles", 1, {{-3, 0}, {25, 10}, {kUnset, 0}}},
         {"MemoryBufferSize", 16, {{13, 16}, {600, 512}, {20, 20}}},  // rounded up to a multiple of 4
-        {"HeapCheckInterval", 50, {{1, 5}, {301, 300}, {kUnset}}},
+        {"HeapCheckInterval", 50, {{1, 5}, {301, 300}, {kUnset, 0}}},
         {"HeapCheckRate", 5, {{0, 1}, {61, 60}, {9, 9}}},
-        {"StackTraceSize", 8, {{0, 1}, {41, 40}, {kUnset}}},
-        {"Padding", 0, {{-7, 0}, {5000, 1024}, {kUnset}}},
-        {"LogErrors", 1, {{0, 0}, {kUnset}, {kUnset}}},
-        {"LogMemSafeCopy", 1, {{0, 0}, {kUnset}, {kUnset}}},
-        {"CrashOnError", 0, {{kUnset}, {7, 1}, {kUnset}}},  // flags follow non-zero
-        {"TruncateMemSafeCopy", 0, {{kUnset}, {0x100, 1}, {kUnset}}},
+        {"StackTraceSize", 8, {{0, 1}, {41, 40}, {kUnset, 0}}},
+        {"Padding", 0, {{-7, 0}, {5000, 1024}, {kUnset, 0}}},
+        {"LogErrors", 1, {{0, 0}, {kUnset, 0}, {kUnset, 0}}},
+        {"LogMemSafeCopy", 1, {{0, 0}, {kUnset, 0}, {kUnset, 0}}},
+        {"CrashOnError", 0, {{kUnset, 0}, {7, 1}, {kUnset, 0}}},  // flags follow non-zero
+        {"TruncateMemSafeCopy", 0, {{kUnset, 0}, {0x100, 1}, {kUnset, 0}}},
         // Read only when debug mode 16 is on at attach, which it never is.
-        {"Mode16StackDepth", 0, {{kUnset}, {kUnset}, {5, 0}}},
-        {"Mode16HighLimit", 0, {{kUnset}, {kUnset}, {kUnset}}},
+        {"Mode16StackDepth", 0, {{kUnset, 0}, {kUnset, 0}, {5, 0}}},
+        {"Mode16HighLimit", 0, {{kUnset, 0}, {kUnset, 0}, {kUnset, 0}}},
     };
     const char* hosts[] = {"settings_defaults", "settings_low", "settings_high", "settings_other"};
     for (int h = 0; h < 4; ++h) {
@@ -49,6 +49,6 @@ TEST(Settings, DefaultsClampsAndFlagsAtAttach) {
         for (const auto& r : rows)
             EXPECT_EQ(column(r).written == kUnset ? r.byDefault : column(r).expected, got[r.name]) << r.name;
         // DbgHlpGetInfo reports the low 16 bits of the mode and of HeapCheckRate.
-        if (h == 3) EXPECT_HAS(result.output, "info.debugMode=4660 info.heapCheckRate=9");
+        if (h == 3) { EXPECT_HAS(result.output, "info.debugMode=4660 info.heapCheckRate=9"); }
     }
 }

@@ -31,8 +31,8 @@ TEST(MemoryHost, SettingsAndFaultsEndTheHostAsDocumented) {
         if (c.setting) h.host.SetSetting(c.setting, c.value);
         const auto& r = h.Run(c.scenario, c.args);
         EXPECT_EQ(c.exitCode, r.exitCode) << r.output;
-        if (c.has) EXPECT_HAS(r.output, c.has);
-        else EXPECT_LACKS(r.output, "survived");
+        if (c.has) { EXPECT_HAS(r.output, c.has); }
+        else { EXPECT_LACKS(r.output, "survived"); }
     }
 }
 

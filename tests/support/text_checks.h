@@ -43,6 +43,15 @@ inline std::string ValueAfter(const std::string& text, const std::string& label)
     return at == std::string::npos ? "" : line.substr(at);
 }
 
+// The text with every run of blanks cut to one, so checks on a tool's table
+// do not depend on its column widths.
+inline std::string Squeezed(const std::string& text) {
+    std::string out;
+    for (char c : text)
+        if (c != ' ' || out.empty() || out.back() != ' ') out += c;
+    return out;
+}
+
 // True when every part occurs in text, each after the one before.
 inline bool InOrder(const std::string& text, const Lines& parts) {
     size_t at = 0;
