@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -60,8 +61,8 @@ private:
     bool ownsCopy_ = true;
     std::map<std::string, std::string> env_;
     HANDLE process_ = nullptr;
-    HANDLE readPipe_ = nullptr;
-    std::string output_;
+    struct Output;  // shared with the thread that reads the child's output
+    std::shared_ptr<Output> output_;
     HANDLE readerThread_ = nullptr;
 };
 
