@@ -8,6 +8,8 @@
 
 namespace kv {
 
+#pragma GCC visibility push(hidden)  // defined in this DLL: reached directly (see process_state.h)
+
 constexpr size_t kIniPathBytes = 260;
 
 struct IniFileLocation {
@@ -26,6 +28,8 @@ struct IniSnapshot {
     bool valid;
 };
 IniSnapshot SnapshotIniFile();
+// The same without waiting: false when another thread holds IniFileLock.
+bool TrySnapshotIniFile(IniSnapshot& snapshot);
 
 // True when the file opens for reading and (unless readOnly) for appending,
 // or when it is missing and tolerateMissing is set. Fails with the thread's
@@ -34,5 +38,7 @@ bool CheckIniFile(const char* path, bool readOnly, bool tolerateMissing);
 
 // The validation itself (takes IniFileLock): 1 or 0, last error as above.
 int32_t ValidateIniFile(bool readOnly);
+
+#pragma GCC visibility pop
 
 }  // namespace kv

@@ -128,3 +128,20 @@ TEST(CallStackReports, WatcherLogsTheFirstAllocationsAtItsLine) {
     EXPECT_EQ(2u, Count(o.log, "Memory Alloc StackTrace Trigger on detection_scenarios.cpp:")) << o.log;
     EXPECT_EQ(2u, Count(o.log, "WatchedAllocations(0x")) << o.log;
 }
+
+// A report far larger than the log's size limit rolls the log as it goes:
+// neither the live file nor any history file passes the limit by more than a line.
+TEST(MemoryReports, ReportRollsTheLogAtItsSizeLimit) {
+    kvtest::InstalledHost h("mem_report_rolls");
+    h.host.SetSetting("DebugLogSize", 16);  // KB
+    ASSERT_TRUE(h.Ok("mem_report_instrumented", {"3000"}));
+    constexpr size_t kLimit = 16 * 1024, kLongestLine = 300;
+    int files = 0;
+    for (const char* name : {"debug.log", "debug.001", "debug.002", "debug.003"}) {
+        const std::string path = h.File(name);
+        if (!kvtest::FileExists(path)) continue;
+        ++files;
+        EXPECT_LE(kvtest::ReadFileText(path).size(), kLimit + kLongestLine) << name;
+    }
+    EXPECT_GE(files, 2) << "the report rolled the log";
+}

@@ -61,11 +61,11 @@ class DumpSymbols {
 public:
     DumpSymbols(const std::vector<DumpModule>& modules, const std::string& dumpPath,
                 const std::vector<std::string>& folders) {
-        std::string searchPath;
-        auto add = [&searchPath](const std::string& element) {
-            if (element.empty() || searchPath.find(element) != std::string::npos) return;
-            if (!searchPath.empty()) searchPath += ';';
-            searchPath += element;
+        std::vector<std::string> elements;
+        auto add = [&elements](const std::string& element) {
+            for (const auto& known : elements)
+                if (_stricmp(known.c_str(), element.c_str()) == 0) return;
+            if (!element.empty()) elements.push_back(element);
         };
         for (const auto& folder : folders) add(folder);
         add(FolderOf(dumpPath));
@@ -76,6 +76,8 @@ public:
             const DWORD length = GetEnvironmentVariableA(variable, value, sizeof value);
             if (length > 0 && length < sizeof value) add(value);
         }
+        std::string searchPath;
+        for (const auto& element : elements) searchPath += (searchPath.empty() ? "" : ";") + element;
         SymSetOptions(SYMOPT_UNDNAME | SYMOPT_LOAD_LINES | SYMOPT_FAIL_CRITICAL_ERRORS | SYMOPT_NO_PROMPTS);
         ready_ = SymInitialize(session_, searchPath.c_str(), FALSE);
         if (!ready_) return;
