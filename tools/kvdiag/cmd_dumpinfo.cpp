@@ -7,6 +7,7 @@
 
 #include "command.h"
 #include "dump_reader.h"
+#include "progress.h"
 
 namespace {
 
@@ -74,6 +75,8 @@ KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE", "what a minidump holds: exception, thr
         fprintf(stderr, "usage: kvdiag dumpinfo FILE\n");
         return 2;
     }
+    kvdiag::Progress progress("dumpinfo");
+    progress.Stage("mapping the dump");
     MappedDump dump(argv[0]);
     if (!dump.opened()) {
         fprintf(stderr, "cannot open %s (error %lu)\n", argv[0], GetLastError());
@@ -87,8 +90,11 @@ KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE", "what a minidump holds: exception, thr
         return 1;
     }
     printf("Dump type:      0x%llx\n", static_cast<unsigned long long>(header->Flags));
+    progress.Stage("reading the exception");
     PrintException(dump);
+    progress.Stage("reading the modules");
     PrintModules(dump);
+    progress.Stage("reading the memory list");
     PrintMemory(dump);
     return 0;
 }
