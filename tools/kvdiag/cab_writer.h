@@ -29,6 +29,8 @@ public:
     // Adds source under nameInCab (a relative path with backslashes); on
     // failure the reason goes to reason and the archive keeps what it had.
     bool Add(const std::string& source, const std::string& nameInCab, std::string& reason);
+    // The bytes the last file added went in with.
+    uint64_t lastSize() const { return pendingSize_; }
     // Writes the cabinet out; false with error() when it could not be.
     bool Finish();
 

@@ -23,6 +23,7 @@ namespace {
 
 constexpr char kUsage[] = "usage: kvdiag collect [OUTFILE] [--since HOURS] [--max-mb MB] [--ini PATH]\n";
 constexpr double kDefaultDumpCapMb = 200;
+constexpr unsigned long long kLargeFile = 4ull << 20;  // shown as a stage of its own
 constexpr unsigned long long kTicksPerHour = 36000000000ull;  // FILETIME ticks of 100 ns
 
 struct CollectOptions {
@@ -124,13 +125,17 @@ public:
         account_ += line;
     }
     void Add(const std::string& source, const std::string& nameInCab) {
-        progress_.Stage("adding " + nameInCab);
+        WIN32_FILE_ATTRIBUTE_DATA before{};
+        GetFileAttributesExA(source.c_str(), GetFileExInfoStandard, &before);
+        const unsigned long long size = (static_cast<unsigned long long>(before.nFileSizeHigh) << 32) | before.nFileSizeLow;
+        if (size >= kLargeFile) {
+            char stage[MAX_PATH + 64];
+            snprintf(stage, sizeof stage, "compressing %s (%.1f MB)", nameInCab.c_str(), double(size) / (1024 * 1024));
+            progress_.Stage(stage);
+        }
         std::string reason;
         if (!cab_.Add(source, nameInCab, reason)) return Skip(nameInCab, reason);
-        WIN32_FILE_ATTRIBUTE_DATA data{};
-        GetFileAttributesExA(source.c_str(), GetFileExInfoStandard, &data);
-        Say("  added    %-46s %12llu bytes\n", nameInCab.c_str(),
-            (static_cast<unsigned long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow);
+        Say("  added    %-46s %12llu bytes\n", nameInCab.c_str(), static_cast<unsigned long long>(cab_.lastSize()));
         ++added_;
     }
     void Skip(const std::string& what, const std::string& reason) {
@@ -146,6 +151,7 @@ public:
         else Skip(nameInCab, reason);
     }
 
+    kvdiag::Progress& progress() { return progress_; }
     const std::string& account() const { return account_; }
     int added() const { return added_; }
     int skipped() const { return skipped_; }
@@ -189,6 +195,7 @@ void CollectLogFolder(Collection& c, const CollectOptions& options, const std::s
         return;
     }
     c.Say("Logs in %s\n", folder);
+    c.progress().Stage("adding the logs");
     std::vector<FoundFile> files;
     if (!ListFiles(folder, true, files)) {
         c.Skip(folder, "cannot be listed (error " + std::to_string(GetLastError()) + ")");
@@ -207,7 +214,8 @@ void CollectLogFolder(Collection& c, const CollectOptions& options, const std::s
         else if (f.written < cutoff) c.Skip("Logs\\" + f.relative, "older than --since");
         else c.Add(f.path, "Logs\\" + f.relative);
     }
-    c.Say("Dumps: newest first, up to %.0f MB in all (--max-mb changes it)\n", options.dumpCapMb);
+    c.Say("Dumps: newest first, up to %g MB in all (--max-mb changes it)\n", options.dumpCapMb);
+    c.progress().Stage("adding the dumps");
     std::sort(dumps.begin(), dumps.end(), [](const FoundFile& a, const FoundFile& b) { return a.written > b.written; });
     const double cap = options.dumpCapMb * 1024 * 1024;
     double taken = 0;
@@ -216,7 +224,7 @@ void CollectLogFolder(Collection& c, const CollectOptions& options, const std::s
             c.Skip("Logs\\" + d.relative, "older than --since");
         } else if (taken + double(d.size) > cap) {
             char reason[96];
-            snprintf(reason, sizeof reason, "over the %.0f MB cap for dumps (%.1f MB)", options.dumpCapMb,
+            snprintf(reason, sizeof reason, "over the %g MB cap for dumps (%.1f MB)", options.dumpCapMb,
                      double(d.size) / (1024 * 1024));
             c.Skip("Logs\\" + d.relative, reason);
         } else {
@@ -230,6 +238,7 @@ void CollectLogFolder(Collection& c, const CollectOptions& options, const std::s
 // The PDB files beside the library, beside kvdiag and in the product's BIN folder.
 void CollectSymbols(Collection& c, bool iniValid) {
     c.Say("Symbols\n");
+    c.progress().Stage("adding the symbols");
     std::vector<std::string> folders = {kvdiag::ModuleFolder("KvDebugHelp.dll"), kvdiag::ModuleFolder(nullptr)};
     char bin[MAX_PATH];
     if (iniValid && GetKorvanFolderByType(3, bin, sizeof bin) > 0) folders.push_back(bin);

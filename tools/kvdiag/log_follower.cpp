@@ -15,19 +15,31 @@ size_t SplitLines(const std::string& text, bool wholeTail, std::vector<std::stri
     return start;
 }
 
-const LogFollower::Seen* LogFollower::Find(const FileIdentity& identity) const {
+namespace {
+
+constexpr size_t kHeadBytes = 64;
+// Polls that may pass while rolls keep the chain moving before what could be
+// opened is read anyway (a history file deleted by hand leaves a lasting hole).
+constexpr int kMaxUnsettledPolls = 20;
+
+}  // namespace
+
+const LogFollower::Seen* LogFollower::Find(const ChainFile& file) const {
     for (const Seen& seen : seen_)
-        if (seen.identity == identity) return &seen;
+        if (seen.identity == file.file.identity() && file.head.compare(0, seen.head.size(), seen.head) == 0) return &seen;
     return nullptr;
 }
 
 // Opens the live file, then history file 1, 2, ... until knownToFind files
 // seen before have turned up or the chain ends. A roll during the walk moves
-// a file already opened into the next slot, so it turns up twice: the walk
-// then starts again, since its files no longer form one moment of the chain.
-std::vector<LogFollower::ChainFile> LogFollower::OpenChain(size_t knownToFind) const {
-    std::vector<ChainFile> files;
-    for (int attempt = 0; attempt < 5; ++attempt) {
+// a file already opened into the next slot, so it turns up twice; and while
+// a roll moves the history files up one by one, the chain has a hole for a
+// moment. Either way the walk starts again, since its files do not form one
+// moment of the chain.
+bool LogFollower::OpenChain(size_t knownToFind, std::vector<ChainFile>& files) const {
+    constexpr int kAttempts = 5;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        if (attempt) Sleep(1);
         files.clear();
         bool moved = false;
         size_t known = 0;
@@ -35,22 +47,28 @@ std::vector<LogFollower::ChainFile> LogFollower::OpenChain(size_t knownToFind) c
             SharedFile file(chain_[i]);
             if (!file.opened()) {
                 if (i == 0) continue;  // rolled, and not written again yet
-                break;                 // the chain ends
+                // The chain ends here, unless a roll is moving it up just now.
+                moved = i + 1 < chain_.size() && GetFileAttributesA(chain_[i + 1].c_str()) != INVALID_FILE_ATTRIBUTES;
+                break;
             }
             moved = std::any_of(files.begin(), files.end(),
                                 [&](const ChainFile& f) { return f.file.identity() == file.identity(); });
-            known += Find(file.identity()) != nullptr;
-            if (!moved) files.push_back({std::move(file), i});
+            if (moved) break;
+            std::string head = file.Head(kHeadBytes);
+            files.push_back({std::move(file), std::move(head), i});
+            known += Find(files.back()) != nullptr;
         }
-        if (!moved) break;
+        if (!moved) return true;
     }
-    return files;
+    return false;
 }
 
 std::vector<std::string> LogFollower::Start(int count) {
     std::vector<std::string> lines;
+    std::vector<ChainFile> files;
     seen_.clear();
-    for (ChainFile& f : OpenChain(chain_.size())) {
+    OpenChain(chain_.size(), files);
+    for (ChainFile& f : files) {
         uint64_t consumed = f.file.size();
         if (f.index == 0) {
             std::string text;
@@ -58,30 +76,30 @@ std::vector<std::string> LogFollower::Start(int count) {
             consumed = SplitLines(text, false, lines);
             if (lines.size() > size_t(count)) lines.erase(lines.begin(), lines.end() - count);
         }
-        seen_.push_back({f.file.identity(), consumed});
+        seen_.push_back({f.file.identity(), f.head, consumed});
     }
     return lines;
 }
 
 std::vector<std::string> LogFollower::Poll(bool& gap) {
+    gap = false;
     // The live file and the one before it: a process that still wrote to the
     // old file when another rolled it adds its line there after the roll.
-    std::vector<ChainFile> files = OpenChain(2);
-    gap = !seen_.empty() &&
-          std::none_of(files.begin(), files.end(), [&](const ChainFile& f) { return Find(f.file.identity()); });
+    std::vector<ChainFile> files;
+    if (!OpenChain(2, files) && ++unsettledPolls_ < kMaxUnsettledPolls) return {};
+    unsettledPolls_ = 0;
+    gap = !seen_.empty() && std::none_of(files.begin(), files.end(), [&](const ChainFile& f) { return Find(f); });
     std::vector<std::string> lines;
     std::vector<Seen> now;
     for (auto f = files.rbegin(); f != files.rend(); ++f) {
-        const Seen* seen = Find(f->file.identity());
-        // A file smaller than what was read of it is a new file that reuses
-        // the identity of a deleted one (file systems reuse index numbers).
-        const uint64_t from = seen && seen->consumed <= f->file.size() ? seen->consumed : 0;
+        const Seen* seen = Find(*f);
+        const uint64_t from = seen ? seen->consumed : 0;
         std::string text;
         f->file.ReadFrom(from, text);
         // A history file never read before is complete; the hole note of a
         // chain has no line end.
         const bool wholeTail = !seen && f->index > 0;
-        now.insert(now.begin(), {f->file.identity(), from + SplitLines(text, wholeTail, lines)});
+        now.insert(now.begin(), {f->file.identity(), f->head, from + SplitLines(text, wholeTail, lines)});
     }
     seen_ = std::move(now);
     return lines;

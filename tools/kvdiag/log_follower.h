@@ -28,20 +28,27 @@ public:
     std::vector<std::string> Poll(bool& gap);
 
 private:
+    // A file is known by its identity and its first bytes: file systems
+    // reuse the index of a deleted file for a new one, but a log's first
+    // line (with its time to the millisecond) is its own.
     struct Seen {
         FileIdentity identity;
+        std::string head;
         uint64_t consumed;  // bytes already given out
     };
     struct ChainFile {
         SharedFile file;
+        std::string head;
         size_t index;  // 0: live
     };
 
-    std::vector<ChainFile> OpenChain(size_t knownToFind) const;
-    const Seen* Find(const FileIdentity& identity) const;
+    // False when rolls kept the chain moving during every attempt.
+    bool OpenChain(size_t knownToFind, std::vector<ChainFile>& files) const;
+    const Seen* Find(const ChainFile& file) const;
 
     std::vector<std::string> chain_;
     std::vector<Seen> seen_;  // newest first
+    int unsettledPolls_ = 0;
 };
 
 // Splits text into lines without their line ends. With wholeTail, a last line

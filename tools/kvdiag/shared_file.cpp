@@ -42,4 +42,13 @@ bool SharedFile::ReadFrom(uint64_t offset, std::string& text) const {
     return true;
 }
 
+std::string SharedFile::Head(size_t count) const {
+    std::string head(count, '\0');
+    DWORD got = 0;
+    OVERLAPPED at{};  // offset 0
+    if (!opened() || !ReadFile(handle_, &head[0], DWORD(count), &got, &at)) got = 0;
+    head.resize(got);
+    return head;
+}
+
 }  // namespace kvdiag

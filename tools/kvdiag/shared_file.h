@@ -35,6 +35,8 @@ public:
 
     // Appends the bytes from offset up to the end of the file to text.
     bool ReadFrom(uint64_t offset, std::string& text) const;
+    // The first count bytes (fewer in a shorter file).
+    std::string Head(size_t count) const;
 
 private:
     HANDLE handle_ = INVALID_HANDLE_VALUE;
