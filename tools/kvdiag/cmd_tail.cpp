@@ -1,12 +1,12 @@
 // kvdiag tail: the last lines of debug logs and their history files; with -f
 // it follows them as they grow and roll, several logs merged by time.
 #include <windows.h>
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <atomic>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -123,7 +123,7 @@ public:
         return true;
     }
 
-    // The last lines of each log, merged; returns false when there is no log folder.
+    // The last lines of each log, merged.
     void Start() {
         kvdiag::LineMerge merge(followers_.size());
         for (size_t i = 0; i < followers_.size(); ++i) merge.Add(i, followers_[i].follower.Start(options_.count));
@@ -144,6 +144,7 @@ public:
         ULONGLONG lastFolderScan = started;
         while (!stopRequested && (options_.maxLines == 0 || printed_ < options_.maxLines)) {
             if (options_.seconds > 0 && double(GetTickCount64() - started) >= options_.seconds * 1000) break;
+            const size_t known = followers_.size();
             if (options_.all && GetTickCount64() - lastFolderScan >= 1000) {
                 for (const auto& component : LogFolderComponents()) Add(component);
                 lastFolderScan = GetTickCount64();
@@ -151,7 +152,8 @@ public:
             kvdiag::LineMerge merge(followers_.size());
             for (size_t i = 0; i < followers_.size(); ++i) {
                 bool gap = false;
-                merge.Add(i, followers_[i].follower.Poll(gap));
+                // A log that appeared while following is new: all of it is shown.
+                merge.Add(i, i < known ? followers_[i].follower.Poll(gap) : followers_[i].follower.Start(INT_MAX));
                 if (gap)
                     fprintf(stderr, "kvdiag: %s rolled past its history files between two reads; lines may be missing\n",
                             followers_[i].follower.livePath().c_str());

@@ -16,7 +16,6 @@ SharedFile::SharedFile(const std::string& path) {
         handle_ = INVALID_HANDLE_VALUE;
         return;
     }
-    identity_.volume = info.dwVolumeSerialNumber;
     identity_.index = (uint64_t(info.nFileIndexHigh) << 32) | info.nFileIndexLow;
     size_ = (uint64_t(info.nFileSizeHigh) << 32) | info.nFileSizeLow;
     lastWrite_ = info.ftLastWriteTime;

@@ -10,11 +10,12 @@
 
 namespace kvdiag {
 
-// What identifies a file across renames: its volume and its index there.
+// What identifies a file across renames within one folder: its index on the
+// volume. (The volume's serial number is left out: the files compared share
+// a folder, and Wine now and then reports the serial of an open file as 0.)
 struct FileIdentity {
-    DWORD volume = 0;
     uint64_t index = 0;
-    bool operator==(const FileIdentity& other) const { return volume == other.volume && index == other.index; }
+    bool operator==(const FileIdentity& other) const { return index == other.index; }
 };
 
 class SharedFile {
