@@ -3,7 +3,7 @@
 #   make test   - set up, build and pass the whole test suite under Wine
 BUILD ?= build
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
-TOOLCHAIN := $(CURDIR)/cmake/mingw-w64-x86_64-posix.cmake
+TOOLCHAIN := $(CURDIR)/cmake/llvm-mingw-w64-x86_64.cmake
 
 .PHONY: all setup configure build prefix test demo bench install clean
 

@@ -1,9 +1,14 @@
 #!/bin/sh
-# Installs what the build needs on Debian 12, when it is missing.
+# Installs what the build needs on Debian 12, when it is missing: clang and lld
+# compile and link; the mingw-w64 packages give the headers, import libraries
+# and GCC's POSIX-thread libstdc++ that clang builds against.
 set -e
 need=""
 command -v cmake >/dev/null 2>&1 || need="$need cmake"
 command -v make >/dev/null 2>&1 || need="$need make"
+command -v clang++ >/dev/null 2>&1 || need="$need clang"
+command -v ld.lld >/dev/null 2>&1 || need="$need lld"
+command -v llvm-objcopy >/dev/null 2>&1 || need="$need llvm"
 command -v x86_64-w64-mingw32-g++-posix >/dev/null 2>&1 || need="$need g++-mingw-w64-x86-64-posix"
 command -v x86_64-w64-mingw32-gcc-posix >/dev/null 2>&1 || need="$need gcc-mingw-w64-x86-64-posix"
 command -v x86_64-w64-mingw32-dlltool >/dev/null 2>&1 || need="$need binutils-mingw-w64-x86-64"

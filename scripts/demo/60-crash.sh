@@ -4,11 +4,11 @@
 echo "== kvdiag crashtest exception"
 kvdiag crashtest exception
 echo
-echo "== kvdiag crashtest light"
-kvdiag crashtest light
+echo "== kvdiag crashtest heavy"
+kvdiag crashtest heavy
 echo
-echo "== kvdiag dumpinfo (first lines)"
-kvdiag dumpinfo "$DEMO_ROOT_WIN\\Logs\\user.dmp" | head -12
+echo "== kvdiag dumpinfo (up to the module list): the faulting stack, named through the PDBs"
+kvdiag dumpinfo "$DEMO_ROOT_WIN\\Logs\\user.dmp" | sed '/^Modules:/q' 
 echo
 echo "== kvdiag selfcheck"
 kvdiag selfcheck --file selfcheck.txt || echo "(exit code $?: failed checks)"

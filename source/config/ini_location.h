@@ -8,6 +8,8 @@
 
 namespace kv {
 
+#pragma GCC visibility push(hidden)  // defined in this DLL: reached directly (see process_state.h)
+
 constexpr size_t kIniPathBytes = 260;
 
 struct IniFileLocation {
@@ -34,5 +36,7 @@ bool CheckIniFile(const char* path, bool readOnly, bool tolerateMissing);
 
 // The validation itself (takes IniFileLock): 1 or 0, last error as above.
 int32_t ValidateIniFile(bool readOnly);
+
+#pragma GCC visibility pop
 
 }  // namespace kv

@@ -6,6 +6,8 @@
 
 namespace kv {
 
+#pragma GCC visibility push(hidden)  // defined in this DLL: reached directly (see process_state.h)
+
 using CaptureStackFn = USHORT(WINAPI*)(ULONG skip, ULONG count, PVOID* frames, PULONG hash);
 
 // RtlCaptureStackBackTrace, looked up at attach; null when missing.
@@ -25,5 +27,7 @@ extern InstrumentationSwitches Instrumentation;
 inline uint16_t Capture(ULONG skip, ULONG count, void** frames, ULONG* hash = nullptr) {
     return CaptureStack ? CaptureStack(skip, count, frames, hash) : 0;
 }
+
+#pragma GCC visibility pop
 
 }  // namespace kv

@@ -5,6 +5,7 @@
 
 #include "KvLogging.h"
 #include "crash/callstack_state.h"
+#include "crash/symbol_search_path.h"
 #include "frame/process_state.h"
 
 namespace kv {
@@ -47,7 +48,10 @@ bool InitializeSymbols() {
     // Line loading is on as well: without it the handler gives no source lines.
     Symbols.setOptions(kSymbolOptions);
     SymbolProcess = GetCurrentProcess();
-    if (!Symbols.initialize(SymbolProcess, nullptr, TRUE)) {
+    // PDBs are looked for beside this DLL and the host, then on the paths the
+    // machine names for debuggers.
+    const std::string searchPath = SymbolSearchPath();
+    if (!Symbols.initialize(SymbolProcess, searchPath.c_str(), TRUE)) {
         DbgLogWrite("ERROR InitCallStackInstrumentation SymInitialize() has failed\n");
         SymbolProcess = nullptr;
         return false;

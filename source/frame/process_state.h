@@ -7,6 +7,11 @@
 
 namespace kv {
 
+// Everything declared here is defined inside this DLL. Hidden visibility lets
+// clang reach these globals directly instead of through a pointer it would
+// otherwise load first, in case they were data imported from another DLL.
+#pragma GCC visibility push(hidden)
+
 struct DebugHelpSettings {
     BOOL crashOnError = FALSE;
     BOOL forceVirtualAlign = FALSE;
@@ -50,5 +55,7 @@ extern volatile bool LocksReady;
 
 // Executes a breakpoint trap when "CrashOnError" is on.
 void ApplyCrashOnError();
+
+#pragma GCC visibility pop
 
 }  // namespace kv

@@ -16,8 +16,12 @@ struct LogFile {
 
 namespace kv {
 
+#pragma GCC visibility push(hidden)  // defined in this DLL: reached directly (see process_state.h)
+
 // The application log that receives system-log events, or null. Read and set
 // without a lock, as a plain pointer.
 extern LogFile* volatile ApplicationSyslog;
+
+#pragma GCC visibility pop
 
 }  // namespace kv

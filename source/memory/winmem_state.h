@@ -10,6 +10,8 @@
 
 namespace kv {
 
+#pragma GCC visibility push(hidden)  // defined in this DLL: reached directly (see process_state.h)
+
 constexpr uint32_t kElementMagic = 0xA5A5A5A5u;
 constexpr uint32_t kHeadMagic = 0xADADADADu;
 constexpr uint32_t kTailMagic = 0xDADADADAu;
@@ -94,5 +96,7 @@ inline uint32_t ReadU32(const void* p) {
     memcpy(&v, p, sizeof v);
     return v;
 }
+
+#pragma GCC visibility pop
 
 }  // namespace kv

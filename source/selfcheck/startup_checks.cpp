@@ -8,6 +8,8 @@
 #include "KvCallStack.h"
 #include "KvFrame.h"
 #include "KvSelfCheck.h"
+#include "crash/dbghelp_binding.h"
+#include "crash/symbol_search_path.h"
 #include "frame/process_state.h"
 #include "selfcheck/check_record.h"
 #include "selfcheck/scoped_handle.h"
@@ -50,26 +52,45 @@ CheckResult StackCapture() {
 }
 
 // A private symbol session on its own process handle, so that the library's
-// own symbol handler and its options are left alone.
+// own symbol handler and its options are left alone. It searches where the
+// library's handler does; the reason says whether names came from a PDB (with
+// file and line) or from the export table alone.
 CheckResult SymbolsResolve() {
+    SymbolApi api;
+    if (!api.Bind()) return Fail("dbghelp.dll or one of its symbol functions is missing", GetLastError());
     ScopedHandle session;
     if (!DuplicateHandle(GetCurrentProcess(), GetCurrentProcess(), GetCurrentProcess(), session.out(), 0, FALSE,
                          DUPLICATE_SAME_ACCESS))
         return Fail("no process handle for a symbol session", GetLastError());
-    if (!SymInitialize(session.get(), nullptr, TRUE)) return Fail("SymInitialize failed", GetLastError());
+    api.setOptions(SYMOPT_UNDNAME | SYMOPT_DEFERRED_LOADS | SYMOPT_LOAD_LINES);
+    const std::string searchPath = SymbolSearchPath();
+    if (!api.initialize(session.get(), searchPath.c_str(), TRUE)) return Fail("SymInitialize failed", GetLastError());
     alignas(SYMBOL_INFO) char storage[sizeof(SYMBOL_INFO) + 256] = {};
     auto* symbol = reinterpret_cast<SYMBOL_INFO*>(storage);
     symbol->SizeOfStruct = sizeof(SYMBOL_INFO);
     symbol->MaxNameLen = 255;
     DWORD64 displacement = 0;
     const DWORD64 address = reinterpret_cast<DWORD64>(&RunKvDebugHelpTests);
-    const BOOL found = SymFromAddr(session.get(), address, &displacement, symbol);
+    const BOOL found = api.fromAddr(session.get(), address, &displacement, symbol);
     const DWORD error = GetLastError();
-    SymCleanup(session.get());
+    IMAGEHLP_MODULE64 module{};
+    module.SizeOfStruct = sizeof module;
+    const bool fromPdb = api.moduleInfo(session.get(), address, &module) && module.SymType == SymPdb;
+    IMAGEHLP_LINE64 line{};
+    line.SizeOfStruct = sizeof line;
+    DWORD lineDisplacement = 0;
+    const bool hasLine = api.lineFromAddr(session.get(), address, &lineDisplacement, &line) && line.FileName;
+    api.cleanup(session.get());
     if (!found) return Fail("no symbol for RunKvDebugHelpTests", error);
-    if (std::string(symbol->Name).find("RunKvDebugHelpTests") == std::string::npos)
-        return Fail(std::string("RunKvDebugHelpTests resolved as ") + symbol->Name);
-    return Pass(std::string("RunKvDebugHelpTests resolved as ") + symbol->Name);
+    std::string reason = std::string("RunKvDebugHelpTests resolved as ") + symbol->Name;
+    if (reason.find("RunKvDebugHelpTests", 32) == std::string::npos) return Fail(reason);
+    if (fromPdb) {
+        reason += std::string(" from ") + module.LoadedPdbName;
+        if (hasLine) reason += " (" + std::string(line.FileName) + ":" + std::to_string(line.LineNumber) + ")";
+    } else {
+        reason += " from the export table only: no PDB found on " + searchPath;
+    }
+    return Pass(reason);
 }
 
 }  // namespace

@@ -45,7 +45,8 @@ TEST(KvException, AssignmentSharesPreviousWithoutDoubleFree) {
         EXPECT_EQ("source", target.getDescription());
         for (int i = 0; i < KvException::kCallStackSize; ++i)
             EXPECT_EQ(source.getCallStackArray()[i], target.getCallStackArray()[i]) << i;
-        target = target;
+        const KvException& self = target;  // through a reference, as a self-assignment in real code happens
+        target = self;
         EXPECT_EQ(source.getLastException(), target.getLastException());
         {
             KvException third(4, "third", nullptr, "d.cpp", 4);

@@ -6,7 +6,7 @@ execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix} O
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "cmake --install failed")
 endif()
-foreach(f bin/KvDebugHelp.dll bin/kvdiag.exe lib/libKvDebugHelp.dll.a lib/KvDebugHelp.lib
+foreach(f bin/KvDebugHelp.dll bin/KvDebugHelp.pdb bin/kvdiag.exe bin/kvdiag.pdb lib/libKvDebugHelp.dll.a lib/KvDebugHelp.lib
           include/KvDebugHelp.h lib/cmake/KvDebugHelp/KvDebugHelpConfig.cmake)
   if(NOT EXISTS ${prefix}/${f})
     message(FATAL_ERROR "install lacks ${f}")

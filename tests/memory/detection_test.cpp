@@ -130,5 +130,5 @@ TEST(CallStackReports, WatcherLogsTheFirstAllocationsAtItsLine) {
     const HostRun o("mem_allocation_watcher");
     EXPECT_HAS(o.result.output, "watcher 0");
     EXPECT_EQ(2u, Count(o.log, "Memory Alloc StackTrace Trigger on detection_scenarios.cpp:")) << o.log;
-    EXPECT_EQ(2u, Count(o.log, ") WatchedAllocations(0x")) << o.log;
+    EXPECT_EQ(2u, Count(o.log, "WatchedAllocations(0x")) << o.log;
 }

@@ -10,11 +10,12 @@ std::string SettingsKeyPath(const std::string& hostName) {
     return "Software\\Korvan\\KvDebugHelp\\" + hostName;
 }
 
-ChildHost::ChildHost(const std::string& name) : name_(name) {
-    const std::string folder = ProgramFolder();
-    exePath_ = folder + "\\" + name + ".exe";
-    if (!CopyFileA((folder + "\\scenario_host.exe").c_str(), exePath_.c_str(), FALSE))
-        throw std::runtime_error("cannot copy scenario_host.exe to " + exePath_);
+ChildHost::ChildHost(const std::string& name) : ChildHost(name, ProgramFolder(), "scenario_host.exe") {}
+
+ChildHost::ChildHost(const std::string& name, const std::string& folder, const std::string& program)
+    : name_(name), exePath_(folder + "\\" + name + ".exe"), workingDirectory_(ProgramFolder()) {
+    if (!CopyFileA((ProgramFolder() + "\\" + program).c_str(), exePath_.c_str(), FALSE))
+        throw std::runtime_error("cannot copy " + program + " to " + exePath_);
     RegDeleteTreeA(HKEY_CURRENT_USER, SettingsKeyPath(name_).c_str());
 }
 
@@ -101,7 +102,7 @@ bool ChildHost::Start(const std::vector<std::string>& args) {
     PROCESS_INFORMATION pi{};
     std::string env = EnvironmentBlock(env_);
     const BOOL ok = CreateProcessA(exePath_.c_str(), &commandLine[0], nullptr, nullptr, TRUE, 0, &env[0],
-                                   ProgramFolder().c_str(), &si, &pi);
+                                   workingDirectory_.c_str(), &si, &pi);
     CloseHandle(writePipe);
     if (!ok) {
         CloseHandle(readPipe_);

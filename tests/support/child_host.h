@@ -23,6 +23,9 @@ public:
     // settings key HKEY_CURRENT_USER\Software\Korvan\KvDebugHelp\<name>, which
     // is cleared here and removed again at destruction).
     explicit ChildHost(const std::string& name);
+    // The same, copied from `program` (a program beside the tests) into
+    // `folder`, which must hold what the program loads (the DLL, PDBs).
+    ChildHost(const std::string& name, const std::string& folder, const std::string& program);
     ~ChildHost();
     ChildHost(const ChildHost&) = delete;
     ChildHost& operator=(const ChildHost&) = delete;
@@ -34,6 +37,8 @@ public:
     void SetSetting(const std::string& value, DWORD data);
     // An extra environment variable for the child (TZ=EST5, ...).
     void SetEnv(const std::string& name, const std::string& value);
+    // The child's current folder (default: the folder of the test programs).
+    void SetWorkingDirectory(const std::string& folder) { workingDirectory_ = folder; }
 
     // Runs: host SCENARIO ARGS..., waits up to timeoutMs, kills it after that.
     HostResult Run(const std::vector<std::string>& args, DWORD timeoutMs = 60000);
@@ -48,6 +53,7 @@ public:
 private:
     std::string name_;
     std::string exePath_;
+    std::string workingDirectory_;
     std::map<std::string, std::string> env_;
     HANDLE process_ = nullptr;
     HANDLE readPipe_ = nullptr;

@@ -168,7 +168,8 @@ TEST(DirFunctions, ListsTakeExactAttributeWordsAndCountFromOne) {
     auto* original = new CDirFunctions(dir);
     CDirFunctions copy(*original), assigned;
     assigned = *original;
-    assigned = assigned;
+    const CDirFunctions& self = assigned;
+    assigned = self;
     delete original;
     ASSERT_EQ(1, copy.GetItemDir(1, out.p));
     ASSERT_EQ(1, assigned.GetItemDir(3, out.p));

@@ -1,12 +1,16 @@
-// kvdiag dumpinfo: what a minidump holds, read back through DbgHlp.
+// kvdiag dumpinfo: what a minidump holds, read back through DbgHelp, with the
+// faulting thread's call stack.
 #include <windows.h>
 #include <dbghelp.h>
 #include <stdio.h>
+#include <string.h>
 
 #include <string>
+#include <vector>
 
 #include "command.h"
 #include "dump_reader.h"
+#include "dump_stack.h"
 #include "progress.h"
 
 namespace {
@@ -70,19 +74,28 @@ void PrintMemory(const MappedDump& dump) {
 
 }  // namespace
 
-KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE", "what a minidump holds: exception, thread, modules, memory") {
-    if (argc != 1) {
-        fprintf(stderr, "usage: kvdiag dumpinfo FILE\n");
+KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--symbols DIR]...",
+               "what a minidump holds: exception, faulting stack, modules, memory") {
+    const char* path = nullptr;
+    std::vector<std::string> symbolFolders;
+    bool wrongUse = false;
+    for (int i = 0; i < argc; ++i) {
+        if (strcmp(argv[i], "--symbols") == 0 && i + 1 < argc) symbolFolders.push_back(argv[++i]);
+        else if (!path && argv[i][0] != '-') path = argv[i];
+        else wrongUse = true;
+    }
+    if (!path || wrongUse) {
+        fprintf(stderr, "usage: kvdiag dumpinfo FILE [--symbols DIR]...\n");
         return 2;
     }
     kvdiag::Progress progress("dumpinfo");
     progress.Stage("mapping the dump");
-    MappedDump dump(argv[0]);
+    MappedDump dump(path);
     if (!dump.opened()) {
-        fprintf(stderr, "cannot open %s (error %lu)\n", argv[0], GetLastError());
+        fprintf(stderr, "cannot open %s (error %lu)\n", path, GetLastError());
         return 1;
     }
-    printf("Dump:           %s\n", argv[0]);
+    printf("Dump:           %s\n", path);
     printf("Size:           %llu bytes\n", static_cast<unsigned long long>(dump.size()));
     const auto* header = reinterpret_cast<const MINIDUMP_HEADER*>(dump.base());
     if (!header || dump.size() < sizeof *header || header->Signature != 0x504d444du /* "MDMP" */) {
@@ -92,6 +105,8 @@ KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE", "what a minidump holds: exception, thr
     printf("Dump type:      0x%llx\n", static_cast<unsigned long long>(header->Flags));
     progress.Stage("reading the exception");
     PrintException(dump);
+    progress.Stage("symbolizing the faulting stack");
+    kvdiag::PrintFaultingStack(dump, path, symbolFolders);
     progress.Stage("reading the modules");
     PrintModules(dump);
     progress.Stage("reading the memory list");

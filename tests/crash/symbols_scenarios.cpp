@@ -1,0 +1,99 @@
+// Child-host scenarios of symbol resolution: what the library names when the
+// host, the DLL and their PDBs are installed away from the build tree. Each
+// takes the product INI file's path first. The named functions print the line
+// the test must find; none is inlined or left through a tail call, and none
+// is in a namespace, so that their symbols are their bare names.
+#include <windows.h>
+#include <dbghelp.h>
+#include <stdio.h>
+
+#include "KvDebugHelp.h"
+#include "scenario.h"
+
+static bool ValidateIni(int argc, char** argv) {
+    if (argc >= 1) SetKorvanIniFilePath(argv[0]);
+    return argc >= 1 && ValidateKorvanIniFile() == 1;
+}
+
+static __attribute__((noinline)) void LogStackHere() {
+    LogInstrumentedAndKvcodeCallStacks(nullptr, 0); printf("stack site %d\n", __LINE__);
+}
+
+static __attribute__((noinline)) void* AllocateHere() {
+    void* block = osMemAlloc(4321, 0); printf("alloc site %d\n", __LINE__);
+    return block;
+}
+
+static __attribute__((noinline)) void ThrowHere() {
+    try {
+        printf("throw site %d\n", __LINE__ + 1);
+        throw KvException(0x80004005, "symbols check", nullptr, __FILE__, __LINE__);
+    } catch (const KvException&) {
+    }
+}
+
+// The symbol type and PDB the library's own handler loaded for a module, once
+// a lookup has made it load the module's symbols.
+static void PrintModuleSymbols(const char* label, const void* inModule) {
+    const DWORD64 address = reinterpret_cast<DWORD64>(inModule);
+    alignas(SYMBOL_INFO) char storage[sizeof(SYMBOL_INFO) + 256] = {};
+    auto* symbol = reinterpret_cast<SYMBOL_INFO*>(storage);
+    symbol->SizeOfStruct = sizeof(SYMBOL_INFO);
+    symbol->MaxNameLen = 255;
+    DWORD64 displacement = 0;
+    SymFromAddr(GetCurrentProcess(), address, &displacement, symbol);
+    IMAGEHLP_MODULE64 info{};
+    info.SizeOfStruct = sizeof info;
+    if (SymGetModuleInfo64(GetCurrentProcess(), address, &info))
+        printf("%s symtype=%d pdb=%s\n", label, int(info.SymType), info.LoadedPdbName);
+    else
+        printf("%s no module info (error %lu)\n", label, GetLastError());
+}
+
+static LONG WINAPI DumpingFilter(EXCEPTION_POINTERS* pointers) {
+    GenerateMiniDump(pointers);
+    return EXCEPTION_EXECUTE_HANDLER;
+}
+
+static __attribute__((noinline)) void CrashLevel3(int* volatile target) {
+    printf("level3 %d\n", __LINE__ + 2);
+    fflush(stdout);  // the crash ends the process before its buffers are written
+    *target = 3;
+    printf("not reached\n");
+}
+
+static __attribute__((noinline)) void CrashLevel2(int* target) {
+    printf("level2 %d\n", __LINE__ + 1);
+    CrashLevel3(target); printf("not reached\n");
+}
+
+static __attribute__((noinline)) void CrashLevel1(int* target) {
+    printf("level1 %d\n", __LINE__ + 1);
+    CrashLevel2(target); printf("not reached\n");
+}
+
+// INI_PATH: a call-stack log, an instrumented allocation in the memory
+// report, a KvException's stack, the symbol types of the DLL and the host, and
+// the self-check's symbol check.
+KV_SCENARIO(symbols_report) {
+    if (!ValidateIni(argc, argv)) return 3;
+    EnableCallStackAndAllocationInstrumentation(1, 2, const_cast<char*>(""), 0);
+    LogStackHere();
+    void* block = AllocateHere();
+    DbgMemHeapReport(0, 0xFFFFFFFFu, 0);
+    osMemFree(block);
+    ThrowHere();
+    PrintModuleSymbols("dll", reinterpret_cast<const void*>(&DbgLogWrite));
+    PrintModuleSymbols("host", reinterpret_cast<const void*>(&LogStackHere));
+    RunKvDebugHelpTests();
+    PrintUnitTestSummary();
+    return 0;
+}
+
+// INI_PATH: an access violation three calls deep, dumped by the filter.
+KV_SCENARIO(symbols_crash_three_deep) {
+    if (!ValidateIni(argc, argv)) return 3;
+    SetUnhandledExceptionFilter(DumpingFilter);
+    CrashLevel1(reinterpret_cast<int*>(0x10));
+    return 0;
+}
