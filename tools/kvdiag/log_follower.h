@@ -1,7 +1,9 @@
 // Follows one debug log across rolls, like tail -F. Nothing is held open
 // between polls: each poll opens the live file and the newest history files
 // for a moment (with full sharing, so a writer can roll meanwhile), reads
-// what was added since the last poll and closes them again. A roll shows as
+// what was added since the last poll and closes them again. (On Windows a
+// file deleted while another handle is open keeps its name until that handle
+// goes, and the writer's roll could then not move its live file into it.) A roll shows as
 // a live file with another identity; the files seen before are then found
 // further down the history chain and read to their end first, so no line is
 // lost or repeated as long as the log rolls fewer times between two polls
