@@ -264,7 +264,7 @@ void CollectSymbols(Collection& c, bool iniValid) {
 
 }  // namespace
 
-KVDIAG_COMMAND(collect, "collect [OUTFILE] [--since HOURS]",
+KVDIAG_COMMAND(collect, "collect [OUTFILE] [--since H] [--max-mb MB]",
                "one cabinet file for support: logs, dumps, INI, settings, self-check, symbols") {
     const char* iniOption = kvdiag::TakeIniOption(argc, argv);
     CollectOptions options;
