@@ -20,6 +20,14 @@ IniSnapshot SnapshotIniFile() {
     return snapshot;
 }
 
+bool TrySnapshotIniFile(IniSnapshot& snapshot) {
+    std::unique_lock<std::mutex> lock(IniFileLock, std::try_to_lock);
+    if (!lock.owns_lock()) return false;
+    memcpy(snapshot.path, IniLocation.path, sizeof snapshot.path);
+    snapshot.valid = IniLocation.valid;
+    return true;
+}
+
 int32_t ValidateIniFile(bool readOnly) {
     int32_t result = 0;
     DWORD error = ERROR_FILE_NOT_FOUND;

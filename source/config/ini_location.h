@@ -28,6 +28,8 @@ struct IniSnapshot {
     bool valid;
 };
 IniSnapshot SnapshotIniFile();
+// The same without waiting: false when another thread holds IniFileLock.
+bool TrySnapshotIniFile(IniSnapshot& snapshot);
 
 // True when the file opens for reading and (unless readOnly) for appending,
 // or when it is missing and tolerateMissing is set. Fails with the thread's

@@ -9,6 +9,7 @@
 
 #include "KvCallStack.h"
 #include "KvLogging.h"
+#include "crash/callstack_caller.h"
 #include "crash/callstack_state.h"
 #include "crash/callstack_symbols.h"
 #include "frame/process_state.h"
@@ -206,7 +207,7 @@ void LogInstrumentedAndKvcodeCallStacks(void** frames, uint32_t count) {
     if (!Instrumentation.callStackLogging) return;
     CallStackLockScope lock;
     if (!frames) {
-        count = Capture(1, kMaxFrames, Frames);  // frame 0 is the caller
+        count = CaptureFromCaller(Frames, kMaxFrames);
         frames = Frames;
     }
     const char* text = FormatStackText(frames, count);

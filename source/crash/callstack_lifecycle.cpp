@@ -2,6 +2,7 @@
 // exported start, stop and raw capture.
 #include "KvCallStack.h"
 #include "KvLogging.h"
+#include "crash/callstack_caller.h"
 #include "crash/callstack_lifecycle.h"
 #include "crash/callstack_state.h"
 #include "crash/callstack_symbols.h"
@@ -37,7 +38,7 @@ void ExitCallStackSystem(void) { kv::StopCallStackSystem(); }
 
 uint16_t GetStackFrames(void** frames, uint32_t count, uint32_t skip) {
     if (!frames) return 0;
-    return kv::Capture(skip + 1, count, frames);  // frame 0 is the caller when skip is 0
+    return kv::CaptureFromCaller(frames, count, skip);
 }
 
 }  // extern "C"

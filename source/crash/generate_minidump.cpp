@@ -1,43 +1,31 @@
-// GenerateMiniDump: the host's unhandled-exception filter calls this.
+// GenerateMiniDump: the host's unhandled-exception filter calls this. It may
+// run on a thread that crashed while holding one of the library's locks, or
+// while another thread that holds one is stuck or dead, so it never waits for
+// a lock: see minidump_settings.h.
 #include "KvCrash.h"
 
-#include <stdio.h>
-
-#include "KvConfig.h"
-#include "KvLogging.h"
-
-namespace {
-
-const int kPathSize = 260;
-const int kLogFolder = 1;
-
-void Report(const char* text) { DirectSyslogWrite("%s", text); }
-
-}  // namespace
+#include "crash/minidump_settings.h"
 
 extern "C" void GenerateMiniDump(EXCEPTION_POINTERS* exceptionPointers) {
-    char dumpPath[kPathSize] = {};
-    char iniPath[kPathSize] = {};
-    int mode = 3;
-    if (GetKorvanIniFilePath(iniPath, kPathSize) > 0)
-        mode = IniReadValueAsIntRange(iniPath, "Debug", "MiniDumpType", 3, 0, 3);
-    const bool hang = KorvanIniReadValueAsBool("Debug", "HangProcessIfDumpFailed", 0) != 0;
-    GetMemoryDumpPath(kLogFolder, dumpPath, kPathSize);
+    kv::DumpSettings settings;
+    kv::ReadDumpSettings(settings);
+    int mode = settings.mode;
 
     if (mode == 0) {
-        Report("## EXCEPTION ## - Minidump creation was skipped due to [Debug]MiniDumpType setting.");
+        kv::CrashSyslogWrite(settings,
+                             "## EXCEPTION ## - Minidump creation was skipped due to [Debug]MiniDumpType setting.");
         return;
     }
     if (mode == 2) {
         // 64-bit processes cannot use the medium strength: fall back to light.
-        Report("## EXCEPTION ## - 64 bit process does not support [Debug]MiniDumpType = 2 setting, minidump "
-               "creation has switched to mode 1.");
+        kv::CrashSyslogWrite(settings, "## EXCEPTION ## - 64 bit process does not support [Debug]MiniDumpType = 2 "
+                                       "setting, minidump creation has switched to mode 1.");
         mode = 1;
     }
 
     // The handle is kept even when creation failed: WriteDump then answers
     // E_ACCESSDENIED, which the failure line below reports.
-    HANDLE file = CreateFileA(dumpPath, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+    HANDLE file = CreateFileA(settings.dumpPath, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                               FILE_ATTRIBUTE_NORMAL | FILE_FLAG_WRITE_THROUGH, nullptr);
     HRESULT result;
     if (mode == 1) {
@@ -47,11 +35,18 @@ extern "C" void GenerateMiniDump(EXCEPTION_POINTERS* exceptionPointers) {
         HeavyMiniDump dump(file, exceptionPointers);
         result = dump.WriteDump();
     }
-    if (result == S_OK) return;
+    const char* fallback = settings.fallback;
+    if (result == S_OK) {
+        if (*fallback)
+            kv::CrashSyslogWrite(settings, "## EXCEPTION ## - Minidump created at \"%s\" with fallback: %s.",
+                                 settings.dumpPath, fallback);
+        return;
+    }
 
-    DirectSyslogWrite("## EXCEPTION ## - Minidump could not be created at \"%s\". DumpType=0x%x, HRESULT=0x%x", dumpPath,
-                      static_cast<unsigned>(mode), static_cast<unsigned>(result));
-    if (hang) {
+    kv::CrashSyslogWrite(settings, "## EXCEPTION ## - Minidump could not be created at \"%s\". DumpType=0x%x, HRESULT=0x%x%s%s",
+                         settings.dumpPath, static_cast<unsigned>(mode), static_cast<unsigned>(result),
+                         *fallback ? ", fallback: " : "", fallback);
+    if (settings.hang) {
         for (;;) Sleep(10000);  // keep the crashed process for a debugger
     }
 }

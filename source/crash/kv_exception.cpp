@@ -8,6 +8,7 @@
 #include "KvCallStack.h"
 #include "KvLogging.h"
 #include "KvMemory.h"
+#include "crash/callstack_caller.h"
 
 namespace {
 
@@ -63,7 +64,7 @@ KvException::KvException(long hResult_, const std::string& description_, const K
       callStack{} {
     if (previous_) previous = new KvException(*previous_);
     InterlockedIncrement(&liveCount);
-    callStackCount = GetStackFrames(reinterpret_cast<void**>(callStack), kCallStackSize, 2);
+    callStackCount = kv::CaptureFromCaller(reinterpret_cast<void**>(callStack), kCallStackSize);
     writeToLogFile();
 }
 
@@ -86,17 +87,25 @@ KvException::KvException(const KvException& other)
 
 KvException& KvException::operator=(const KvException& other) {
     if (this == &other) return *this;
-    if (other.previous) AddOwner(other.previous);
-    Release(previous);
-    previous = other.previous;
+    // other may live in this exception's own chain (cur = *cur.getLastException()),
+    // so everything is taken from it before the old chain is released, and
+    // nothing of it is read afterwards. The string copies come first: if they
+    // throw, this object is unchanged.
+    std::string newDescription = other.description;
+    std::string newFileName = other.fileName;
+    KvException* shared = other.previous;
+    if (shared) AddOwner(shared);
+    KvException* old = previous;
+    previous = shared;
     hResult = other.hResult;
-    description = other.description;
-    fileName = other.fileName;
+    description.swap(newDescription);
+    fileName.swap(newFileName);
     processId = other.processId;
     lineNumber = other.lineNumber;
     threadId = other.threadId;
     callStackCount = other.callStackCount;
     memcpy(callStack, other.callStack, sizeof callStack);
+    Release(old);
     return *this;
 }
 

@@ -11,6 +11,10 @@ namespace kv {
 // write, opening it first when needed and rolling it once it is too large.
 void AppendToDebugLog(const char* data, size_t length);
 
+// Bytes the live debug log can still take before it reaches its size limit
+// (the whole limit while it is not open).
+size_t DebugLogRoom();
+
 // Moves the live log into the history chain if it has reached its size limit
 // (another thread or process may have rolled it already).
 void RollDebugLog();

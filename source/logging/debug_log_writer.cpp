@@ -93,6 +93,14 @@ void AppendToDebugLog(const char* data, size_t length) {
     if (roll) RollDebugLog();
 }
 
+size_t DebugLogRoom() {
+    EnterCriticalSection(&DebugLogLock);
+    const long long size = logStream ? StreamFileSize() : 0;
+    LeaveCriticalSection(&DebugLogLock);
+    const long long limit = static_cast<long long>(Settings.debugLogSize);
+    return size < 0 || size >= limit ? 0 : size_t(limit - size);
+}
+
 }  // namespace kv
 
 extern "C" void DbgFileWrite(const char* format, ...) {

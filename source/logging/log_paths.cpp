@@ -12,7 +12,27 @@ namespace kv {
 namespace {
 constexpr int kLogFolderType = 1;
 constexpr int kDbLogFolderType = 10;
+
+// Kept for a crash filter that cannot wait for the configuration's locks.
+SRWLOCK LastFolderLock = SRWLOCK_INIT;
+char LastFolder[MAX_PATH] = "";
+
+void RecordLogFolder(const std::string& folder) {
+    if (folder.size() >= sizeof LastFolder) return;
+    AcquireSRWLockExclusive(&LastFolderLock);
+    memcpy(LastFolder, folder.c_str(), folder.size() + 1);
+    ReleaseSRWLockExclusive(&LastFolderLock);
+}
 }  // namespace
+
+bool TryLastKnownLogFolder(char* folder, size_t size) {
+    if (!TryAcquireSRWLockShared(&LastFolderLock)) return false;
+    const size_t length = strlen(LastFolder);
+    const bool known = length > 0 && length < size;
+    if (known) memcpy(folder, LastFolder, length + 1);
+    ReleaseSRWLockShared(&LastFolderLock);
+    return known;
+}
 
 int ResolveLogFolder(int folderType, std::string& folder) {
     folder.clear();
@@ -25,6 +45,7 @@ int ResolveLogFolder(int folderType, std::string& folder) {
         folder.clear();
         return -2;
     }
+    RecordLogFolder(folder);
     return int(folder.size());
 }
 

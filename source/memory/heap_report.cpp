@@ -70,9 +70,12 @@ void CollectRecords(uint32_t fromTime, uint32_t toTime) {
 // The table's lines are gathered in a static batch and appended to the debug
 // log a batch at a time: one flush and one size check per batch instead of
 // per line, and no allocation while the table is printed. The bytes in the
-// file are the same as line-by-line writes would give.
+// file are the same as line-by-line writes would give. A batch is flushed as
+// soon as it fills the room left before the log rolls, so the log passes its
+// size limit by one line at most, as with line-by-line writes.
 class TableWriter {
 public:
+    TableWriter() : room_(DebugLogRoom()) {}
     ~TableWriter() { Flush(); }
 
     __attribute__((format(printf, 2, 3))) void Line(const char* format, ...) {
@@ -88,19 +91,27 @@ public:
             va_end(args);
             if (length < 0 || size_t(length) >= sizeof batch_) return;  // longer than any real line
         }
+        const char* added = batch_ + used_;
+        for (const char* lf = added; (lf = static_cast<const char*>(memchr(lf, '\n', added + length - lf))); ++lf)
+            ++lineEnds_;  // each becomes CR LF in the file
         used_ += size_t(length);
+        if (used_ + lineEnds_ >= room_) Flush();
     }
 
     void Flush() {
         if (used_ == 0) return;
         AppendToDebugLog(crLf_, ToCrLf(batch_, used_, crLf_));
         used_ = 0;
+        lineEnds_ = 0;
+        room_ = DebugLogRoom();
     }
 
 private:
     static char batch_[16384];
     static char crLf_[2 * sizeof batch_];
     size_t used_ = 0;
+    size_t lineEnds_ = 0;
+    size_t room_;
 };
 char TableWriter::batch_[16384];
 char TableWriter::crLf_[2 * sizeof TableWriter::batch_];

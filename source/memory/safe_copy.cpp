@@ -50,7 +50,7 @@ bool CheckedRoom(const void* dst, uint32_t& room) {
     if (check != PointerCheck::Valid) {
         ReportBadPointer(check, dst);
         if (check != PointerCheck::NullElement) DumpMemoryAtPointer(dst);
-        DumpStackSkipping(3);
+        DumpCallerStack();
         return false;
     }
     room = DbgMemAllocLen(const_cast<void*>(dst));
@@ -76,7 +76,7 @@ void Copy(const char* line, void* dst, const void* src, uint32_t count, uint32_t
     }
     if (!Settings.logMemSafeCopy) return;
     DbgLogWrite(line, dst, Annotation(dst, count), src, Annotation(src, count), long(count), long(room));
-    DumpStackSkipping(3);
+    DumpCallerStack();
 }
 
 void Move(const char* line, void* dst, const void* src, uint32_t count, uint32_t room, bool checked) {
@@ -91,7 +91,7 @@ void Move(const char* line, void* dst, const void* src, uint32_t count, uint32_t
     }
     if (!Settings.logMemSafeCopy) return;
     DbgLogWrite(line, dst, Annotation(dst, count), src, Annotation(src, count), long(count), long(room));
-    DumpStackSkipping(3);
+    DumpCallerStack();
 }
 
 void Set(const char* line, void* dst, uint8_t value, uint32_t count, uint32_t room, bool checked) {
@@ -106,7 +106,7 @@ void Set(const char* line, void* dst, uint8_t value, uint32_t count, uint32_t ro
     }
     if (!Settings.logMemSafeCopy) return;
     DbgLogWrite(line, dst, Annotation(dst, count), long(count), long(room));
-    DumpStackSkipping(3);
+    DumpCallerStack();
 }
 
 char* StringCopy(const char* line, char* invalidText, char* dst, const char* src, bool checked) {
@@ -116,7 +116,7 @@ char* StringCopy(const char* line, char* invalidText, char* dst, const char* src
         if (usable && BoundedStringCopy(dst, room, src)) return dst;
     }
     DbgLogWrite(line, src, Annotation(src, 1), dst, Annotation(dst, 1));
-    DumpStackSkipping(3);
+    DumpCallerStack();
     if (!dst) return invalidText;
     dst[0] = 0;
     return dst;
@@ -188,7 +188,7 @@ uint16_t DbgHlpStrLengthCopy(char* dst, const char* src, int16_t length) {
     if (!dst || !src) {
         if (dst) dst[0] = 0;
         DbgLogWrite(kLine, dst, src, 0);
-        kv::DumpStackSkipping(2);
+        kv::DumpCallerStack();
         return 0;
     }
     const int16_t srcLength = int16_t(strlen(src));
@@ -204,7 +204,7 @@ uint16_t DbgHlpStrLengthCopy(char* dst, const char* src, int16_t length) {
         dst[n] = 0;
     }
     DbgLogWrite(kLine, dst, src, int(length));
-    kv::DumpStackSkipping(2);
+    kv::DumpCallerStack();
     return uint16_t(n);
 }
 

@@ -121,7 +121,7 @@ __attribute__((noinline)) void RefuseShortPointer(char* p) {
     const PointerCheck check = ClassifyPointer(p);
     ReportBadPointer(check, p);
     if (check != PointerCheck::NullElement) DumpMemoryAtPointer(p);
-    DumpStackSkipping(3);
+    DumpCallerStack();
 }
 
 __attribute__((noinline)) void FreeOtherModes(void* pointer) {

@@ -3,7 +3,7 @@
 #include <string.h>
 
 #include "KvLogging.h"
-#include "crash/callstack_state.h"
+#include "crash/callstack_caller.h"
 #include "memory/winmem_internal.h"
 #include "memory/winmem_report.h"
 #include "memory/winmem_state.h"
@@ -14,14 +14,14 @@ int DbgIsValidPtr(void* pointer) {
     using namespace kv;
     if (!pointer) {
         DbgLogWrite("NULL memory pointer\n");
-        DumpStackSkipping(2);
+        DumpCallerStack();
         return 0;
     }
     const PointerCheck check = ClassifyPointer(pointer);
     if (check == PointerCheck::Valid) return 1;
     ReportBadPointer(check, pointer);
     if (check != PointerCheck::NullElement) DumpMemoryAtPointer(pointer);
-    DumpStackSkipping(2);
+    DumpCallerStack();
     return 0;
 }
 
@@ -61,11 +61,11 @@ void MemFreeShare(void* pointer) {
     CloseHandle(mapping);
 }
 
-void DbgHlpDumpStack(void) { kv::DumpStackSkipping(2); }
+void DbgHlpDumpStack(void) { kv::DumpCallerStack(); }
 
 uint16_t DbgHlpGetStack(void** frames, uint32_t count) {
     if (!frames) return 0;
-    return kv::Capture(1, count, frames);  // frame 0 is the caller
+    return kv::CaptureFromCaller(frames, count);
 }
 
 void DbgHlpSetPageGuardWindow(uint64_t low, uint64_t high, uint32_t depth) {

@@ -4,15 +4,15 @@
 #include <string.h>
 
 #include "KvLogging.h"
-#include "crash/callstack_state.h"
+#include "crash/callstack_caller.h"
 #include "memory/winmem_report.h"
 #include "memory/winmem_state.h"
 
 namespace kv {
 
-void DumpStackSkipping(unsigned long skip) {
+void DumpCallerStack() {
     void* frames[40];
-    const uint16_t n = Capture(skip, 40, frames);
+    const uint16_t n = CaptureFromCaller(frames, 40);
     char line[4 * 24 + 2];
     for (uint16_t i = 0; i < n; i += 4) {
         int used = 0;
@@ -46,7 +46,7 @@ uint32_t FormatHexLine(const unsigned char* bytes, uint32_t count, char* line) {
 
 void DumpMemoryAtPointer(const void* pointer) {
     DbgLogWrite("Stack trace:\n");
-    DumpStackSkipping(2);
+    DumpCallerStack();
     const unsigned char* bytes = static_cast<const unsigned char*>(pointer);
     char line[80];
     for (int i = 0; i < 2; ++i) {

@@ -6,8 +6,9 @@
 
 namespace kv {
 
-// Captures up to 40 frames (skipping skip) and writes them four to a line.
-void DumpStackSkipping(unsigned long skip);
+// Captures up to 40 frames, starting at the host code that called into the
+// library, and writes them four to a line.
+void DumpCallerStack();
 
 // "Stack trace:", a stack dump and two hex lines of the bytes at pointer.
 void DumpMemoryAtPointer(const void* pointer);

@@ -13,6 +13,31 @@ LONG WINAPI DumpingFilter(EXCEPTION_POINTERS* pointers) {
     return EXCEPTION_EXECUTE_HANDLER;
 }
 
+DWORD WINAPI ReadIniPathForever(void*) {
+    char path[MAX_PATH];
+    for (;;) GetKorvanIniFilePath(path, sizeof path);  // takes IniFileLock
+}
+
+DWORD WINAPI TakeIniFileLock(void*) {
+    TolerateMissingIniFile();  // takes IniFileLock (and changes nothing here)
+    return 0;
+}
+
+// Suspends holder at a moment it holds IniFileLock: a probe thread that needs
+// the lock then cannot finish. The probe stays blocked for good.
+void SuspendWhileHoldingIniFileLock(HANDLE holder) {
+    for (;;) {
+        SuspendThread(holder);
+        HANDLE probe = CreateThread(nullptr, 0, TakeIniFileLock, nullptr, 0, nullptr);
+        // A probe that is merely slow to be scheduled on a busy machine gets a second, long wait.
+        const bool blocked = WaitForSingleObject(probe, 500) == WAIT_TIMEOUT &&
+                             WaitForSingleObject(probe, 10000) == WAIT_TIMEOUT;
+        CloseHandle(probe);
+        if (blocked) return;
+        ResumeThread(holder);
+    }
+}
+
 bool UseProductIni(int argc, char** argv) {
     if (argc >= 1) SetKorvanIniFilePath(argv[0]);
     return argc >= 1 && ValidateKorvanIniFile() == 1;
@@ -29,6 +54,22 @@ KV_SCENARIO(crash_access_violation) {
     int* volatile target = reinterpret_cast<int*>(0x10);
     if (argc >= 2) GenerateMiniDump(nullptr);
     else *target = 1;
+    return 0;
+}
+
+// INI_PATH: crashes while another thread holds IniFileLock; the filter must
+// neither wait for it nor give up the dump.
+KV_SCENARIO(crash_ini_locked) {
+    if (!UseProductIni(argc, argv)) return 3;
+    char logFolder[MAX_PATH];
+    if (GetDebugLogDirPath(1, logFolder, sizeof logFolder) <= 0) return 4;  // now known to the library
+    SetUnhandledExceptionFilter(DumpingFilter);
+    printf("thread=%lu\n", GetCurrentThreadId());
+    SuspendWhileHoldingIniFileLock(CreateThread(nullptr, 0, ReadIniPathForever, nullptr, 0, nullptr));
+    printf("lock held\n");
+    fflush(stdout);
+    int* volatile target = reinterpret_cast<int*>(0x10);
+    *target = 1;
     return 0;
 }
 

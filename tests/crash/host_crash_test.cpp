@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
+#include <sstream>
 
 #include "child_host.h"
 #include "../../tools/kvdiag/dump_reader.h"
@@ -89,6 +91,23 @@ TEST(GenerateMiniDump, DumpOrReportByMode) {
     }
 }
 
+// A thread holds IniFileLock at the crash: the filter dumps with the defaults
+// into the last known log folder, says so, and the process ends.
+TEST(GenerateMiniDump, DumpsWhileAnotherThreadHoldsIniFileLock) {
+    kvtest::ProductInstall install;
+    install.SetValue("Debug", "MiniDumpType", "1");  // not read: the lock is held
+    const std::string path = install.logDir() + "\\user.dmp";
+    const auto result = kvtest::ChildHost("crash_ini_locked").Run({"crash_ini_locked", install.iniPath()}, 120000);
+    EXPECT_FALSE(result.timedOut);
+    EXPECT_EQ(0xC0000005u, result.exitCode) << result.output;
+    EXPECT_NE(std::string::npos, result.output.find("lock held")) << result.output;
+    EXPECT_NE(std::string::npos, result.output.find("filter: dump returned")) << result.output;
+    const std::vector<std::string> expected = {"## EXCEPTION ## - Minidump created at \"" + path +
+                                               "\" with fallback: IniFileLock held: MiniDumpType 3, last known log folder."};
+    EXPECT_EQ(expected, LinesFrom(install.logDir() + "\\syslog.dat", {"## EXCEPTION ## - "}));
+    EXPECT_GT(CrashDumpSize(path, result.output, true), 0u) << "a full-memory dump, as MiniDumpType 3 gives";
+}
+
 // The first of a chain and the dummy open with the banner; the second does not.
 TEST(KvExceptionLog, ChainAndDummyExceptionOutput) {
     kvtest::ProductInstall install;
@@ -107,4 +126,28 @@ TEST(KvExceptionLog, ChainAndDummyExceptionOutput) {
     const auto notices = LinesFrom(install.logDir() + "\\syslog.dat", {"An error has been detected."});
     ASSERT_EQ(3u, notices.size());
     EXPECT_EQ(0u, notices[2].find("An error has been detected. \"this is a dummy exception\", error code: 0xc0000010"));
+}
+
+// Every dump and capture starts at the host function that called the export,
+// whatever the compiler made of the calls inside the library.
+TEST(FirstFrame, IsTheHostFunctionThatCalledTheExport) {
+    kvtest::ProductInstall install;
+    const auto result = kvtest::ChildHost("crash_first_frames").Run({"first_frames", install.iniPath()});
+    ASSERT_EQ(0u, result.exitCode) << result.output;
+    std::map<std::string, std::vector<std::string>> firstFrames;
+    std::istringstream lines(result.output);
+    for (std::string line; std::getline(lines, line);) {
+        const size_t colon = line.find(':');
+        if (colon == std::string::npos) continue;
+        std::istringstream symbols(line.substr(colon + 1));
+        auto& found = firstFrames[line.substr(0, colon)];
+        for (std::string symbol; symbols >> symbol;) found.push_back(symbol);
+    }
+    for (const char* entry : {"MemSafeCopy", "KvMemSafeCopy", "MemSafeMove", "MemSafeSet", "osMemFree", "KvException",
+                              "LogInstrumentedAndKvcodeCallStacks"}) {
+        SCOPED_TRACE(entry);
+        const auto& found = firstFrames[entry];
+        EXPECT_FALSE(found.empty()) << result.output;
+        for (const auto& symbol : found) EXPECT_EQ(std::string("CallerOf") + entry, symbol) << result.output;
+    }
 }

@@ -132,3 +132,22 @@ TEST(CallStackReports, WatcherLogsTheFirstAllocationsAtItsLine) {
     EXPECT_EQ(2u, Count(o.log, "Memory Alloc StackTrace Trigger on detection_scenarios.cpp:")) << o.log;
     EXPECT_EQ(2u, Count(o.log, "WatchedAllocations(0x")) << o.log;
 }
+
+// A report far larger than the log's size limit rolls the log as it goes:
+// neither the live file nor any history file passes the limit by more than a line.
+TEST(MemoryReports, ReportRollsTheLogAtItsSizeLimit) {
+    kvtest::ProductInstall install;
+    kvtest::ChildHost host("mem_report_rolls");
+    host.SetSetting("DebugLogSize", 16);  // KB
+    const auto result = host.Run({"mem_report_instrumented", install.iniPath(), "3000"});
+    ASSERT_EQ(0u, result.exitCode) << result.output;
+    constexpr size_t kLimit = 16 * 1024, kLongestLine = 300;
+    int files = 0;
+    for (const char* name : {"debug.log", "debug.001", "debug.002", "debug.003"}) {
+        const std::string path = install.logDir() + "\\" + name;
+        if (!kvtest::FileExists(path)) continue;
+        ++files;
+        EXPECT_LE(kvtest::ReadFileText(path).size(), kLimit + kLongestLine) << name;
+    }
+    EXPECT_GE(files, 2) << "the report rolled the log";
+}
