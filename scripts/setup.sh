@@ -15,6 +15,7 @@ command -v x86_64-w64-mingw32-dlltool >/dev/null 2>&1 || need="$need binutils-mi
 command -v wine >/dev/null 2>&1 || need="$need wine wine64"
 [ -f /usr/lib/wine/wine64 ] || need="$need wine64"
 [ -f /usr/src/googletest/CMakeLists.txt ] || need="$need googletest"
+command -v cabextract >/dev/null 2>&1 || need="$need cabextract"
 if [ -n "$need" ]; then
   echo "Installing:$need"
   SUDO=""

@@ -38,7 +38,13 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
     else if (name == "widelong") DbgLogWriteW(L"%ls", std::wstring(3000, L'W').c_str());  // longer than its buffer
     else if (name == "file") DbgFileWrite("%s", value.c_str());
     else if (name == "long") DbgLogWrite("%s", std::string(size_t(atoi(value.c_str())), 'L').c_str());
-    else if (name == "lines") {
+    else if (name == "numbered") {  // numbered=TAG:COUNT, paced so that a follower sees the log grow
+        const size_t colon = value.find(':');
+        for (int i = 0; i < atoi(value.c_str() + colon + 1); ++i) {
+            DbgLogWrite("%s %04d", value.substr(0, colon).c_str(), i);
+            Sleep(5);
+        }
+    } else if (name == "lines") {
         for (int i = 0; i < atoi(value.c_str()); ++i) DbgLogWrite("filler %04d %s", i, std::string(40, '.').c_str());
     } else if (name == "hold") {  // opens a file the way another program would, sharing nothing
         heldFile = CreateFileA(value.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
