@@ -71,6 +71,6 @@ TEST(KvdiagTail, AllMergesComponentsByTime) {
     }
     const auto result = kvtest::RunKvdiag("tail --all -f -n 5 --for 0.2 --ini \"" + host.install.iniPath() + "\"");
     EXPECT_EQ(0u, result.exitCode) << result.output;
-    EXPECT_TRUE(logtest::InOrder(result.output, {"Pump | ", " p1", "Valve | ", " v1", "Pump | ", " p2", "== following 2 logs"}))
+    EXPECT_TRUE(kvtest::InOrder(result.output, {"Pump | ", " p1", "Valve | ", " v1", "Pump | ", " p2", "== following 2 logs"}))
         << result.output;
 }
