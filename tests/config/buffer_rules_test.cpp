@@ -8,7 +8,7 @@
 #include "KvDebugHelp.h"
 #include "guarded_buffer.h"
 #include "product_install.h"
-#include "registry_fixtures.h"
+#include "registry_keys.h"
 
 using kvtest::GuardedBuffer;
 
@@ -17,7 +17,7 @@ TEST(BufferRules, ExactLengthFailsAndOneMoreByteSucceeds) {
     install.SetValue("RuntimeManager", "Profile", "operator");
     ASSERT_EQ(1, SetKorvanIniFilePath(install.iniPath().c_str()));
     ASSERT_EQ(1, ValidateKorvanIniFile());
-    cfgtest::TestKey key(HKEY_CURRENT_USER, "cfg_buffers");
+    kvtest::TestKey key(HKEY_CURRENT_USER, kvtest::kTestKeys + "cfg_buffers");
     key.SetString("Nine", "123456789");
     const std::string ini = install.iniPath(), sections("KVEDIT\0RuntimeManager", 21);
 

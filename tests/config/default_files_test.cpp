@@ -4,7 +4,7 @@
 
 #include "KvDebugHelp.h"
 #include "child_host.h"
-#include "registry_fixtures.h"
+#include "registry_keys.h"
 #include "temp_dir.h"
 
 using kvtest::TempDir;
@@ -91,7 +91,7 @@ TEST(DefaultFiles, MixedSeparatorsFromTheRegistryFindNoRoot) {
     // forward slash survives and the path is not split.
     std::string mixed = plant / "Config\\product.ini";
     mixed[mixed.find('\\')] = '/';
-    cfgtest::DefaultIniPathGuard guard;
+    kvtest::DefaultIniPathGuard guard;
     guard.Set(mixed);
     const auto result = kvtest::ChildHost("cfg_mixed").Run({"config_steps", "validate", "createini", "inipath"});
     const std::string lines[] = {"validate 0 error 2", "createini 1",

@@ -3,14 +3,13 @@
 // undone).
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "child_host.h"
 #include "product_install.h"
-#include "registry_fixtures.h"
+#include "registry_keys.h"
+#include "text_checks.h"
 
+using kvtest::Lines;
 using kvtest::ProductInstall;
-using Lines = std::vector<std::string>;
 
 namespace {
 
@@ -20,10 +19,7 @@ Lines RunSteps(const char* host, Lines steps) {
     steps.insert(steps.begin(), "config_steps");
     const auto result = child.Run(steps);
     EXPECT_EQ(0u, result.exitCode) << result.output;
-    Lines lines;
-    std::istringstream in(result.output);
-    for (std::string line; std::getline(in, line);) lines.push_back(line.substr(0, line.find_last_not_of('\r') + 1));
-    return lines;
+    return kvtest::SplitLines(result.output);
 }
 
 // A getter's line when it answers with the whole text.
@@ -76,7 +72,7 @@ TEST(IniValidation, MissingFileFailsUnlessTolerated) {
 
 TEST(IniValidation, EmptyPathComesFromDefaultIniPath) {
     ProductInstall install;
-    cfgtest::DefaultIniPathGuard guard;
+    kvtest::DefaultIniPathGuard guard;
     guard.Set(install.iniPath());
     EXPECT_EQ((Lines{"validate 1 error 0", Shown("inipath", install.iniPath()), Shown("folder1", install.logDir()),
                      "name 11 product.ini"}),

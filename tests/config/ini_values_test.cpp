@@ -29,7 +29,7 @@ TEST_F(IniValues, DefaultsAndLists) {
     int32_t n = -9;
     EXPECT_EQ("", Read("Main", "Empty", "unused", &n));
     EXPECT_EQ(0, n);
-    EXPECT_EQ("default", Read("main", "MISSING", "default"));
+    EXPECT_EQ("default", Read("Main", "Missing", "default"));
     EXPECT_EQ("", Read("Main", "Missing", nullptr, &n));
     EXPECT_EQ(0, n);
     char text[8];

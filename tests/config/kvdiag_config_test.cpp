@@ -7,17 +7,18 @@
 
 using kvtest::OutputHas;
 using kvtest::RunKvdiag;
+using kvtest::ValueAfter;
 
 TEST(KvdiagConfig, PathsShowsValidationAndEveryFolder) {
     kvtest::ProductInstall install;
     const auto good = RunKvdiag("paths --ini \"" + install.iniPath() + "\"");
     EXPECT_EQ(0u, good.exitCode) << good.output;
-    EXPECT_TRUE(OutputHas(good, "Validated               yes")) << good.output;
-    EXPECT_TRUE(OutputHas(good, " 2 LOGS\\Drivers      " + install.logDir() + "\\Drivers")) << good.output;
-    EXPECT_TRUE(OutputHas(good, "11 RUN               " + install.Path("Run"))) << good.output;
+    EXPECT_EQ("yes", ValueAfter(good.output, "Validated")) << good.output;
+    EXPECT_EQ(install.logDir() + "\\Drivers", ValueAfter(good.output, "2 LOGS\\Drivers")) << good.output;
+    EXPECT_EQ(install.Path("Run"), ValueAfter(good.output, "11 RUN")) << good.output;
     const auto missing = RunKvdiag("paths --ini \"" + install.Path("none.ini") + "\"");
     EXPECT_EQ(1u, missing.exitCode);
-    EXPECT_TRUE(OutputHas(missing, "Validated               no - missing (error 2)")) << missing.output;
+    EXPECT_EQ("no - missing (error 2)", ValueAfter(missing.output, "Validated")) << missing.output;
 }
 
 TEST(KvdiagConfig, IniReadsValuesAndInitCreatesOnce) {

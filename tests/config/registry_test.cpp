@@ -5,48 +5,55 @@
 
 #include "KvDebugHelp.h"
 #include "guarded_buffer.h"
-#include "registry_fixtures.h"
+#include "registry_keys.h"
 
-using cfgtest::TestKey;
+using kvtest::TestKey;
 
+// The value the library wrote is found in the 32-bit view, where it opened the key.
 TEST(Registry, MachineValuesLiveInThe32BitView) {
-    TestKey key(HKEY_LOCAL_MACHINE, "cfg_view");
+    TestKey key(HKEY_LOCAL_MACHINE, kvtest::kTestKeys + "cfg_view");
     ASSERT_EQ(0, RegistryWriteValueAsDword(HKEY_LOCAL_MACHINE, key.path().c_str(), "Answer", 42));
-    for (REGSAM view : {KEY_WOW64_32KEY, KEY_WOW64_64KEY}) {
-        HKEY opened = nullptr;
-        RegOpenKeyExA(HKEY_LOCAL_MACHINE, key.path().c_str(), 0, KEY_READ | view, &opened);
-        const bool found = opened && !RegQueryValueExA(opened, "Answer", nullptr, nullptr, nullptr, nullptr);
-        if (opened) RegCloseKey(opened);
-        EXPECT_EQ(view == KEY_WOW64_32KEY, found) << view;
-    }
-    uint32_t read = 0;
-    EXPECT_EQ(0, RegistryReadValueAsDword(HKEY_LOCAL_MACHINE, key.path().c_str(), "Answer", &read));
+    HKEY view32 = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS, RegOpenKeyExA(HKEY_LOCAL_MACHINE, key.path().c_str(), 0, KEY_READ | KEY_WOW64_32KEY,
+                                           &view32));
+    DWORD read = 0, size = sizeof read;
+    EXPECT_EQ(ERROR_SUCCESS, RegQueryValueExA(view32, "Answer", nullptr, nullptr, reinterpret_cast<BYTE*>(&read), &size));
+    RegCloseKey(view32);
     EXPECT_EQ(42u, read);
 }
 
 TEST(Registry, DwordsMissingKeysAndValues) {
-    TestKey key(HKEY_CURRENT_USER, "cfg_dword");
+    TestKey key(HKEY_CURRENT_USER, kvtest::kTestKeys + "cfg_dword");
     const std::string path = key.path(), noKey = path + "\\NoKey";
     uint32_t value = 7;
-    EXPECT_EQ(2, RegistryReadValueAsDword(HKEY_CURRENT_USER, path.c_str(), "Missing", &value));
-    EXPECT_EQ(1, RegistryReadValueAsDword(HKEY_CURRENT_USER, noKey.c_str(), "Any", &value));  // failure, not 2
-    EXPECT_EQ(1, RegistryWriteValueAsDword(HKEY_CURRENT_USER, noKey.c_str(), "Any", 1));      // never creates keys
-    EXPECT_EQ(1, RegistryReadValueAsDword(HKEY_CURRENT_USER, path.c_str(), nullptr, &value));
+    const struct {
+        HKEY root;
+        const std::string& subKey;
+        const char* name;
+        int32_t expected;
+    } reads[] = {{HKEY_CURRENT_USER, path, "Missing", 2},
+                 {HKEY_CURRENT_USER, noKey, "Any", 2},  // "not installed", told apart from other failures
+                 {nullptr, path, "Any", 1},             // a key that cannot be opened at all
+                 {HKEY_CURRENT_USER, path, nullptr, 1}};
+    for (const auto& r : reads) {
+        SCOPED_TRACE(r.subKey + " " + (r.name ? r.name : "(null)"));
+        EXPECT_EQ(r.expected, RegistryReadValueAsDword(r.root, r.subKey.c_str(), r.name, &value));
+        kvtest::GuardedBuffer text(8);  // cleared on every path
+        uint32_t size = 8;
+        EXPECT_EQ(r.expected, RegistryReadValueAsString(r.root, r.subKey.c_str(), r.name, text.data(), &size));
+        EXPECT_TRUE(text.AllZero());
+    }
+    EXPECT_EQ(1, RegistryWriteValueAsDword(HKEY_CURRENT_USER, noKey.c_str(), "Any", 1));  // never creates keys
     // No type check: a short string fills the low bytes, a long one does not fit.
     key.SetString("Short", "ab");
     key.SetString("Long", "abcdefgh");
     EXPECT_EQ(0, RegistryReadValueAsDword(HKEY_CURRENT_USER, path.c_str(), "Short", &value));
     EXPECT_EQ(uint32_t('a' | 'b' << 8), value);
     EXPECT_EQ(1, RegistryReadValueAsDword(HKEY_CURRENT_USER, path.c_str(), "Long", &value));
-    // A failed string read still clears the caller's buffer.
-    kvtest::GuardedBuffer missing(16);
-    uint32_t size = 16;
-    EXPECT_EQ(2, RegistryReadValueAsString(HKEY_CURRENT_USER, path.c_str(), "Nope", missing.data(), &size));
-    EXPECT_TRUE(missing.AllZero());
 }
 
 TEST(Registry, StringsAndListsByLengthAndType) {
-    TestKey key(HKEY_CURRENT_USER, "cfg_strings");
+    TestKey key(HKEY_CURRENT_USER, kvtest::kTestKeys + "cfg_strings");
     const std::string longText(300, 'x');
     key.SetString("Long", longText);
     key.SetString("Edge", std::string(259, 'y'));
@@ -77,7 +84,7 @@ TEST(Registry, StringsAndListsByLengthAndType) {
 }
 
 TEST(Registry, ReadOnlyKeysRefuseWritesAndSubKeysAreListed) {
-    TestKey key(HKEY_CURRENT_USER, "cfg_readonly");
+    TestKey key(HKEY_CURRENT_USER, kvtest::kTestKeys + "cfg_readonly");
     RegKey readOnly(key.path(), HKEY_CURRENT_USER, true), writable(key.path(), HKEY_CURRENT_USER, false);
     EXPECT_EQ(RegAccessFailed, RegKey(key.path() + "\\NoKey", HKEY_CURRENT_USER, false).WriteValueAsDword("K", 9));
     EXPECT_EQ(RegAccessFailed, readOnly.WriteValueAsDword("Kept", 9));

@@ -38,17 +38,11 @@ void SuspendWhileHoldingIniFileLock(HANDLE holder) {
     }
 }
 
-bool UseProductIni(int argc, char** argv) {
-    if (argc >= 1) SetKorvanIniFilePath(argv[0]);
-    return argc >= 1 && ValidateKorvanIniFile() == 1;
-}
-
 }  // namespace
 
 // INI_PATH [nullptrs]: crashes with an access violation at address 0x10 and
 // the filter dumps; with "nullptrs" calls GenerateMiniDump(nullptr) instead.
-KV_SCENARIO(crash_access_violation) {
-    if (!UseProductIni(argc, argv)) return 3;
+KV_INI_SCENARIO(crash_access_violation) {
     SetUnhandledExceptionFilter(DumpingFilter);
     printf("thread=%lu\n", GetCurrentThreadId());
     int* volatile target = reinterpret_cast<int*>(0x10);
@@ -59,8 +53,7 @@ KV_SCENARIO(crash_access_violation) {
 
 // INI_PATH: crashes while another thread holds IniFileLock; the filter must
 // neither wait for it nor give up the dump.
-KV_SCENARIO(crash_ini_locked) {
-    if (!UseProductIni(argc, argv)) return 3;
+KV_INI_SCENARIO(crash_ini_locked) {
     char logFolder[MAX_PATH];
     if (GetDebugLogDirPath(1, logFolder, sizeof logFolder) <= 0) return 4;  // now known to the library
     SetUnhandledExceptionFilter(DumpingFilter);
@@ -74,8 +67,7 @@ KV_SCENARIO(crash_ini_locked) {
 }
 
 // INI_PATH: a chain of two KvExceptions, then the dummy exception.
-KV_SCENARIO(crash_exception_chain) {
-    if (!UseProductIni(argc, argv)) return 3;
+KV_INI_SCENARIO(crash_exception_chain) {
     {
         KvException first(0x80070002, "file missing", nullptr, "loader.cpp", 41);
         KvException second(0x80004005, "load failed", &first, "starter.cpp", 7);

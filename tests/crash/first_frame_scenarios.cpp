@@ -120,8 +120,7 @@ void PrintDumps(DebugLog& log, const char* entry, void (*call)(char*)) {
 
 // INI_PATH: for each entry point, "Entry: first-frame-symbol ..." with the
 // first frame of every dump the call wrote (of the capture, for KvException).
-KV_SCENARIO(first_frames) {
-    if (argc < 1 || (SetKorvanIniFilePath(argv[0]), ValidateKorvanIniFile() != 1)) return 3;
+KV_INI_SCENARIO(first_frames) {
     EnableCallStackAndAllocationInstrumentation(1, 0, const_cast<char*>(""), 0);
     DebugLog log;
     log.Next();

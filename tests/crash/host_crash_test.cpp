@@ -6,10 +6,8 @@
 #include <map>
 #include <sstream>
 
-#include "child_host.h"
 #include "../../tools/kvdiag/dump_reader.h"
-#include "product_install.h"
-#include "temp_dir.h"
+#include "installed_host.h"
 
 namespace {
 
@@ -94,36 +92,35 @@ TEST(GenerateMiniDump, DumpOrReportByMode) {
 // A thread holds IniFileLock at the crash: the filter dumps with the defaults
 // into the last known log folder, says so, and the process ends.
 TEST(GenerateMiniDump, DumpsWhileAnotherThreadHoldsIniFileLock) {
-    kvtest::ProductInstall install;
-    install.SetValue("Debug", "MiniDumpType", "1");  // not read: the lock is held
-    const std::string path = install.logDir() + "\\user.dmp";
-    const auto result = kvtest::ChildHost("crash_ini_locked").Run({"crash_ini_locked", install.iniPath()}, 120000);
+    kvtest::InstalledHost h("crash_ini_locked");
+    h.install.SetValue("Debug", "MiniDumpType", "1");  // not read: the lock is held
+    const std::string path = h.File("user.dmp");
+    const auto& result = h.Run("crash_ini_locked");
     EXPECT_FALSE(result.timedOut);
     EXPECT_EQ(0xC0000005u, result.exitCode) << result.output;
-    EXPECT_NE(std::string::npos, result.output.find("lock held")) << result.output;
-    EXPECT_NE(std::string::npos, result.output.find("filter: dump returned")) << result.output;
+    EXPECT_HAS(result.output, "lock held");
+    EXPECT_HAS(result.output, "filter: dump returned");
     const std::vector<std::string> expected = {"## EXCEPTION ## - Minidump created at \"" + path +
                                                "\" with fallback: IniFileLock held: MiniDumpType 3, last known log folder."};
-    EXPECT_EQ(expected, LinesFrom(install.logDir() + "\\syslog.dat", {"## EXCEPTION ## - "}));
+    EXPECT_EQ(expected, LinesFrom(h.File("syslog.dat"), {"## EXCEPTION ## - "}));
     EXPECT_GT(CrashDumpSize(path, result.output, true), 0u) << "a full-memory dump, as MiniDumpType 3 gives";
 }
 
 // The first of a chain and the dummy open with the banner; the second does not.
 TEST(KvExceptionLog, ChainAndDummyExceptionOutput) {
-    kvtest::ProductInstall install;
-    const auto result = kvtest::ChildHost("crash_exception_log").Run({"crash_exception_chain", install.iniPath()});
-    ASSERT_EQ(0u, result.exitCode) << result.output;
-    EXPECT_NE(std::string::npos, result.output.find("live=0"));
-    const auto lines = LinesFrom(install.logDir() + "\\debug.log", {"*** KvException Dump", "KvException : pid="});
+    kvtest::InstalledHost h("crash_exception_log");
+    ASSERT_TRUE(h.Ok("crash_exception_chain"));
+    EXPECT_HAS(h.last.output, "live=0");
+    const auto lines = LinesFrom(h.File("debug.log"), {"*** KvException Dump", "KvException : pid="});
     const std::vector<std::string> expected = {
         "*** KvException Dump to follow ***", "description:\"file missing\" error=0x80070002 (loader.cpp:0041)",
         "description:\"load failed\" error=0x80004005 (starter.cpp:0007)",
         "*** KvException Dump to follow ***",
         "description:\"this is a dummy exception\" error=0xc0000010 (KvException:0125)",
     };
-    ASSERT_EQ(expected.size(), lines.size()) << kvtest::ReadFileText(install.logDir() + "\\debug.log");
+    ASSERT_EQ(expected.size(), lines.size()) << h.Log();
     for (size_t i = 0; i < lines.size(); ++i) EXPECT_NE(std::string::npos, lines[i].find(expected[i])) << lines[i];
-    const auto notices = LinesFrom(install.logDir() + "\\syslog.dat", {"An error has been detected."});
+    const auto notices = LinesFrom(h.File("syslog.dat"), {"An error has been detected."});
     ASSERT_EQ(3u, notices.size());
     EXPECT_EQ(0u, notices[2].find("An error has been detected. \"this is a dummy exception\", error code: 0xc0000010"));
 }
@@ -131,12 +128,11 @@ TEST(KvExceptionLog, ChainAndDummyExceptionOutput) {
 // Every dump and capture starts at the host function that called the export,
 // whatever the compiler made of the calls inside the library.
 TEST(FirstFrame, IsTheHostFunctionThatCalledTheExport) {
-    kvtest::ProductInstall install;
-    const auto result = kvtest::ChildHost("crash_first_frames").Run({"first_frames", install.iniPath()});
-    ASSERT_EQ(0u, result.exitCode) << result.output;
+    kvtest::InstalledHost h("crash_first_frames");
+    ASSERT_TRUE(h.Ok("first_frames"));
+    const auto& result = h.last;
     std::map<std::string, std::vector<std::string>> firstFrames;
-    std::istringstream lines(result.output);
-    for (std::string line; std::getline(lines, line);) {
+    for (const auto& line : kvtest::SplitLines(result.output)) {
         const size_t colon = line.find(':');
         if (colon == std::string::npos) continue;
         std::istringstream symbols(line.substr(colon + 1));

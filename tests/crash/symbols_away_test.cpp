@@ -12,11 +12,13 @@
 #include "child_host.h"
 #include "product_install.h"
 #include "temp_dir.h"
-#include "../memory/text_checks.h"
+#include "text_checks.h"
 
 namespace {
 
+using kvtest::Count;
 using kvtest::HostResult;
+using kvtest::LineFrom;
 
 // The number the host printed after "<label> ", or -1.
 int Printed(const std::string& output, const std::string& label) {
@@ -74,9 +76,7 @@ TEST(SymbolsAwayFromBuild, ReportsNameHostFunctionsFilesAndLinesFromPdbs) {
         const std::string file = "symbols_scenarios.cpp";
         EXPECT_HAS(LineFrom(log, "LogStackHere(0x"), file + " Line " + std::to_string(Printed(r.output, "stack site")));
         EXPECT_HAS(log, file + ":" + std::to_string(Printed(r.output, "alloc site")) + ",");  // the memory report row
-        // The KvException's symbolic stack follows its log line.
-        const std::string exceptionStack = log.substr(std::min(log.size(), log.find("description:\"symbols check\"")));
-        EXPECT_HAS(LineFrom(exceptionStack, "(symbols_host.exe) "), " Line ");
+        EXPECT_HAS(LineFrom(log, "ThrowHere(0x"), file + " Line " + std::to_string(Printed(r.output, "throw site")));
         const std::string check = LineFrom(r.output, "PASS  symbols resolve - RunKvDebugHelpTests resolved as "
                                                      "RunKvDebugHelpTests from ");
         EXPECT_HAS(check, "KvDebugHelp.pdb (");

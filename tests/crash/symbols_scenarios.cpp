@@ -10,11 +10,6 @@
 #include "KvDebugHelp.h"
 #include "scenario.h"
 
-static bool ValidateIni(int argc, char** argv) {
-    if (argc >= 1) SetKorvanIniFilePath(argv[0]);
-    return argc >= 1 && ValidateKorvanIniFile() == 1;
-}
-
 static __attribute__((noinline)) void LogStackHere() {
     LogInstrumentedAndKvcodeCallStacks(nullptr, 0); printf("stack site %d\n", __LINE__);
 }
@@ -76,7 +71,7 @@ static __attribute__((noinline)) void CrashLevel1(int* target) {
 // report, a KvException's stack, the symbol types of the DLL and the host, and
 // the self-check's symbol check.
 KV_SCENARIO(symbols_report) {
-    if (!ValidateIni(argc, argv)) return 3;
+    if (!UseProductIni(argc, argv)) return 3;
     EnableCallStackAndAllocationInstrumentation(1, 2, const_cast<char*>(""), 0);
     LogStackHere();
     void* block = AllocateHere();
@@ -92,7 +87,7 @@ KV_SCENARIO(symbols_report) {
 
 // INI_PATH: an access violation three calls deep, dumped by the filter.
 KV_SCENARIO(symbols_crash_three_deep) {
-    if (!ValidateIni(argc, argv)) return 3;
+    if (!UseProductIni(argc, argv)) return 3;
     SetUnhandledExceptionFilter(DumpingFilter);
     CrashLevel1(reinterpret_cast<int*>(0x10));
     return 0;

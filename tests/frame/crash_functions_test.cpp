@@ -2,33 +2,27 @@
 #include <gtest/gtest.h>
 
 #include "child_host.h"
+#include "text_checks.h"
 
-using kvtest::ChildHost;
-
-TEST(CrashFunctions, PleaseCrashRaisesIntegerDivideByZero) {
-    ChildHost host("crash_divide");
-    const auto result = host.Run({"please_crash"});
-    EXPECT_EQ(0xC0000094u, result.exitCode) << result.output;
-    EXPECT_NE(std::string::npos, result.output.find("about to divide"));
-    EXPECT_EQ(std::string::npos, result.output.find("survived"));
-}
-
-TEST(CrashFunctions, CrashButCatchReturnsNormally) {
-    ChildHost host("crash_catch");
-    const auto result = host.Run({"crash_but_catch"});
-    EXPECT_EQ(7u, result.exitCode) << result.output;
-    EXPECT_NE(std::string::npos, result.output.find("caught twice"));
-}
-
-TEST(CrashFunctions, DisplayErrorTrapsOnlyWithCrashOnError) {
-    ChildHost quiet("crash_display_off");
-    auto result = quiet.Run({"display_error"});
-    EXPECT_EQ(0u, result.exitCode);
-    EXPECT_NE(std::string::npos, result.output.find("no trap"));
-
-    ChildHost trapping("crash_display_on");
-    trapping.SetSetting("CrashOnError", 1);
-    result = trapping.Run({"display_error"});
-    EXPECT_EQ(0x80000003u, result.exitCode) << result.output;
-    EXPECT_EQ(std::string::npos, result.output.find("no trap"));
+TEST(CrashFunctions, EachEndsItsHostAsDocumented) {
+    const struct {
+        const char *host, *scenario;
+        bool crashOnError;
+        DWORD exitCode;
+        const char *has, *lacks;
+    } cases[] = {
+        {"crash_divide", "please_crash", false, 0xC0000094, "about to divide", "survived"},
+        {"crash_catch", "crash_but_catch", false, 7, "caught twice", nullptr},
+        {"crash_display_off", "display_error", false, 0, "no trap", nullptr},  // traps only with CrashOnError
+        {"crash_display_on", "display_error", true, 0x80000003, nullptr, "no trap"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.host);
+        kvtest::ChildHost host(c.host);
+        if (c.crashOnError) host.SetSetting("CrashOnError", 1);
+        const auto result = host.Run({c.scenario});
+        EXPECT_EQ(c.exitCode, result.exitCode) << result.output;
+        if (c.has) { EXPECT_HAS(result.output, c.has); }
+        if (c.lacks) { EXPECT_LACKS(result.output, c.lacks); }
+    }
 }

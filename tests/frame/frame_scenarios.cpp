@@ -43,10 +43,8 @@ KV_SCENARIO(display_error) {
 // Sets the identity and command-line texts, then makes the library print them:
 // a memory error report carries IdString, the memory report CommandLine.
 // Arguments: INI path, length of the identity text.
-KV_SCENARIO(identity_in_reports) {
+KV_INI_SCENARIO(identity_in_reports) {
     if (argc < 2) return 2;
-    SetKorvanIniFilePath(argv[0]);
-    if (!ValidateKorvanIniFile()) return 3;
     std::string id(size_t(atoi(argv[1])), 'i');
     id.back() = 'Z';  // the last character shows whether the text was cut
     DbgHlpSetIdStr(id.c_str());

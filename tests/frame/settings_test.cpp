@@ -1,112 +1,54 @@
-// Per-executable settings: defaults, clamps and conversions, read at attach in
-// a child host whose settings key the test prepares.
+// Per-executable settings as child hosts resolve them at attach: defaults,
+// clamps as signed numbers, rounding and flags. Each column of the table is
+// one host whose settings key the test prepares.
 #include <gtest/gtest.h>
 
 #include <map>
-#include <sstream>
 
 #include "child_host.h"
+#include "text_checks.h"
 
-using kvtest::ChildHost;
-
-namespace {
-
-std::map<std::string, long long> ParseSettings(const std::string& output) {
-    std::map<std::string, long long> values;
-    std::istringstream in(output);
-    std::string line;
-    while (std::getline(in, line)) {
-        const size_t eq = line.find('=');
-        if (eq == std::string::npos || line.find(' ') != std::string::npos) continue;
-        values[line.substr(0, eq)] = std::stoll(line.substr(eq + 1));
+TEST(Settings, DefaultsClampsAndFlagsAtAttach) {
+    constexpr long long kUnset = -99999;  // not written in that host: the default applies
+    struct Column {
+        long long written, expected;
+    };
+    const struct {
+        const char* name;
+        long long byDefault;
+        Column columns[3];
+    } rows[] = {
+        {"DebugLogSize", 4194304, {{0, 1024}, {20000, 10485760}, {kUnset, 0}}},  // written in KB
+        {"DebugLogHistoryFiles", 1, {{-3, 0}, {25, 10}, {kUnset, 0}}},
+        {"MemoryBufferSize", 16, {{13, 16}, {600, 512}, {20, 20}}},  // rounded up to a multiple of 4
+        {"HeapCheckInterval", 50, {{1, 5}, {301, 300}, {kUnset, 0}}},
+        {"HeapCheckRate", 5, {{0, 1}, {61, 60}, {9, 9}}},
+        {"StackTraceSize", 8, {{0, 1}, {41, 40}, {kUnset, 0}}},
+        {"Padding", 0, {{-7, 0}, {5000, 1024}, {kUnset, 0}}},
+        {"LogErrors", 1, {{0, 0}, {kUnset, 0}, {kUnset, 0}}},
+        {"LogMemSafeCopy", 1, {{0, 0}, {kUnset, 0}, {kUnset, 0}}},
+        {"CrashOnError", 0, {{kUnset, 0}, {7, 1}, {kUnset, 0}}},  // flags follow non-zero
+        {"TruncateMemSafeCopy", 0, {{kUnset, 0}, {0x100, 1}, {kUnset, 0}}},
+        // Read only when debug mode 16 is on at attach, which it never is.
+        {"Mode16StackDepth", 0, {{kUnset, 0}, {kUnset, 0}, {5, 0}}},
+        {"Mode16HighLimit", 0, {{kUnset, 0}, {kUnset, 0}, {kUnset, 0}}},
+    };
+    const char* hosts[] = {"settings_defaults", "settings_low", "settings_high", "settings_other"};
+    for (int h = 0; h < 4; ++h) {
+        SCOPED_TRACE(hosts[h]);
+        kvtest::ChildHost host(hosts[h]);
+        const auto column = [&](const auto& row) { return h ? row.columns[h - 1] : Column{kUnset, 0}; };
+        for (const auto& r : rows)
+            if (column(r).written != kUnset) host.SetSetting(r.name, DWORD(column(r).written));
+        const auto result = host.Run({"print_settings"});
+        ASSERT_EQ(0u, result.exitCode) << result.output;
+        std::map<std::string, long long> got;
+        for (const auto& line : kvtest::SplitLines(result.output))
+            if (line.find(' ') == std::string::npos && line.find('=') != std::string::npos)
+                got[line.substr(0, line.find('='))] = std::stoll(line.substr(line.find('=') + 1));
+        for (const auto& r : rows)
+            EXPECT_EQ(column(r).written == kUnset ? r.byDefault : column(r).expected, got[r.name]) << r.name;
+        // DbgHlpGetInfo reports the low 16 bits of the mode and of HeapCheckRate.
+        if (h == 3) { EXPECT_HAS(result.output, "info.debugMode=4660 info.heapCheckRate=9"); }
     }
-    return values;
-}
-
-std::map<std::string, long long> SettingsOf(ChildHost& host) {
-    const auto result = host.Run({"print_settings"});
-    EXPECT_EQ(0u, result.exitCode) << result.output;
-    return ParseSettings(result.output);
-}
-
-}  // namespace
-
-TEST(Settings, MissingKeyGivesEveryDefault) {
-    ChildHost host("settings_defaults");
-    auto s = SettingsOf(host);
-    EXPECT_EQ(4194304, s["DebugLogSize"]);
-    EXPECT_EQ(1, s["DebugLogHistoryFiles"]);
-    EXPECT_EQ(1, s["LogErrors"]);
-    EXPECT_EQ(1, s["LogMemSafeCopy"]);
-    EXPECT_EQ(0, s["TruncateMemSafeCopy"]);
-    EXPECT_EQ(0, s["CrashOnError"]);
-    EXPECT_EQ(5, s["HeapCheckRate"]);
-    EXPECT_EQ(8, s["StackTraceSize"]);
-    EXPECT_EQ(16, s["MemoryBufferSize"]);
-    EXPECT_EQ(50, s["HeapCheckInterval"]);
-    EXPECT_EQ(0, s["Padding"]);
-    // Mode16 values are read only when debug mode 16 is on at attach, which it never is.
-    EXPECT_EQ(0, s["Mode16StackDepth"]);
-    EXPECT_EQ(0, s["Mode16HighLimit"]);
-}
-
-TEST(Settings, ValuesAreClampedAsSignedNumbers) {
-    ChildHost low("settings_low");
-    low.SetSetting("DebugLogSize", 0);
-    low.SetSetting("DebugLogHistoryFiles", DWORD(-3));
-    low.SetSetting("MemoryBufferSize", DWORD(-1));
-    low.SetSetting("HeapCheckInterval", 1);
-    low.SetSetting("HeapCheckRate", 0);
-    low.SetSetting("StackTraceSize", 0);
-    low.SetSetting("Padding", DWORD(-7));
-    auto s = SettingsOf(low);
-    EXPECT_EQ(1024, s["DebugLogSize"]);
-    EXPECT_EQ(0, s["DebugLogHistoryFiles"]);
-    EXPECT_EQ(0, s["MemoryBufferSize"]);
-    EXPECT_EQ(5, s["HeapCheckInterval"]);
-    EXPECT_EQ(1, s["HeapCheckRate"]);
-    EXPECT_EQ(1, s["StackTraceSize"]);
-    EXPECT_EQ(0, s["Padding"]);
-
-    ChildHost high("settings_high");
-    high.SetSetting("DebugLogSize", 20000);
-    high.SetSetting("DebugLogHistoryFiles", 25);
-    high.SetSetting("MemoryBufferSize", 600);
-    high.SetSetting("HeapCheckInterval", 301);
-    high.SetSetting("HeapCheckRate", 61);
-    high.SetSetting("StackTraceSize", 41);
-    high.SetSetting("Padding", 5000);
-    s = SettingsOf(high);
-    EXPECT_EQ(10485760, s["DebugLogSize"]);
-    EXPECT_EQ(10, s["DebugLogHistoryFiles"]);
-    EXPECT_EQ(512, s["MemoryBufferSize"]);
-    EXPECT_EQ(300, s["HeapCheckInterval"]);
-    EXPECT_EQ(60, s["HeapCheckRate"]);
-    EXPECT_EQ(40, s["StackTraceSize"]);
-    EXPECT_EQ(1024, s["Padding"]);
-}
-
-TEST(Settings, GuardSizeRoundsUpAndFlagsFollowNonZero) {
-    ChildHost host("settings_flags");
-    host.SetSetting("MemoryBufferSize", 13);
-    host.SetSetting("LogErrors", 0);
-    host.SetSetting("LogMemSafeCopy", 0);
-    host.SetSetting("CrashOnError", 7);
-    host.SetSetting("TruncateMemSafeCopy", 0x100);
-    host.SetSetting("HeapCheckRate", 9);
-    auto s = SettingsOf(host);
-    EXPECT_EQ(16, s["MemoryBufferSize"]);
-    EXPECT_EQ(0, s["LogErrors"]);
-    EXPECT_EQ(0, s["LogMemSafeCopy"]);
-    EXPECT_EQ(1, s["CrashOnError"]);
-    EXPECT_EQ(1, s["TruncateMemSafeCopy"]);
-    const auto result = host.Run({"print_settings"});
-    // DbgHlpGetInfo reports the low 16 bits of the mode and of HeapCheckRate.
-    EXPECT_NE(std::string::npos, result.output.find("info.debugMode=4660 info.heapCheckRate=9"));
-}
-
-TEST(Settings, ExactMultipleOfFourStays) {
-    ChildHost host("settings_exact");
-    host.SetSetting("MemoryBufferSize", 20);
-    EXPECT_EQ(20, SettingsOf(host)["MemoryBufferSize"]);
 }

@@ -16,7 +16,18 @@ struct ScenarioRegistrar {
 
 }  // namespace kvhost
 
+// Points the library at the product INI file named by argv[0] and validates
+// it; false when there is no argument or the file does not validate.
+bool UseProductIni(int argc, char** argv);
+
 #define KV_SCENARIO(id)                                                        \
     static int id##_scenario(int argc, char** argv);                           \
     static ::kvhost::ScenarioRegistrar id##_registrar(#id, id##_scenario);     \
     static int id##_scenario([[maybe_unused]] int argc, [[maybe_unused]] char** argv)
+
+// A scenario whose first argument is the product INI file (argv[0] stays in
+// place); the host exits with 90 when the file does not validate.
+#define KV_INI_SCENARIO(id)                                                        \
+    static int id##_body(int argc, char** argv);                                   \
+    KV_SCENARIO(id) { return UseProductIni(argc, argv) ? id##_body(argc, argv) : 90; } \
+    static int id##_body([[maybe_unused]] int argc, [[maybe_unused]] char** argv)

@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 
+#include "KvConfig.h"
 #include "scenario.h"
 
 namespace kvhost {
@@ -19,6 +20,12 @@ static std::map<std::string, ScenarioFn>& Scenarios() {
 ScenarioRegistrar::ScenarioRegistrar(const char* name, ScenarioFn fn) { Scenarios()[name] = fn; }
 
 }  // namespace kvhost
+
+bool UseProductIni(int argc, char** argv) {
+    if (argc < 1) return false;
+    SetKorvanIniFilePath(argv[0]);
+    return ValidateKorvanIniFile() == 1;
+}
 
 int main(int argc, char** argv) {
     setvbuf(stdout, nullptr, _IONBF, 0);  // output must survive a crash

@@ -77,18 +77,6 @@ TEST(FileNames, BadInputGetsItsResultAndNeverTakesAByteMore) {
     EXPECT_TRUE(buffer.Untouched());
     // The DBLog folder never fails on the folder: the bare name comes back.
     EXPECT_EQ("5 DBLog", Path(GetAlarmServerDBLogDirPath, 1));
-
-    // Null pointers are ignored.
-    DbgLogWrite(nullptr);
-    DbgLogWriteW(nullptr);
-    DbgFileWrite(nullptr);
-    DirectSyslogWrite(nullptr);
-    DirectSyslogWriteW(nullptr);
-    DirectSyslogWriteEx(true, nullptr);
-    WriteLog(nullptr, "%s", "nothing");
-    CloseLog(nullptr);
-    SetApplicationSyslog(nullptr);
-    EXPECT_EQ(nullptr, OpenLog(nullptr, 1, true));
     // Without a validated INI file the folder is empty: the path starts at the
     // drive's root, where an over-long name cannot be opened either.
     EXPECT_EQ(nullptr, OpenLog(std::string(300, 'n').c_str(), 1, true));

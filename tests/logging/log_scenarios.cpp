@@ -24,11 +24,6 @@ std::string Unescape(std::string text) {
     return text;
 }
 
-bool UseProductIni(const char* iniPath) {
-    SetKorvanIniFilePath(iniPath);
-    return ValidateKorvanIniFile() == 1;
-}
-
 HANDLE heldFile = INVALID_HANDLE_VALUE;
 
 // One operation "name=value" (or "name"); false for an unknown operation.
@@ -44,7 +39,13 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
     else if (name == "widelong") DbgLogWriteW(L"%ls", std::wstring(3000, L'W').c_str());  // longer than its buffer
     else if (name == "file") DbgFileWrite("%s", value.c_str());
     else if (name == "long") DbgLogWrite("%s", std::string(size_t(atoi(value.c_str())), 'L').c_str());
-    else if (name == "lines") {
+    else if (name == "numbered") {  // numbered=TAG:COUNT, paced so that a follower sees the log grow
+        const size_t colon = value.find(':');
+        for (int i = 0; i < atoi(value.c_str() + colon + 1); ++i) {
+            DbgLogWrite("%s %04d", value.substr(0, colon).c_str(), i);
+            Sleep(5);
+        }
+    } else if (name == "lines") {
         for (int i = 0; i < atoi(value.c_str()); ++i) DbgLogWrite("filler %04d %s", i, std::string(40, '.').c_str());
     } else if (name == "hold") {  // opens a file the way another program would, sharing nothing
         heldFile = CreateFileA(value.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
@@ -93,6 +94,24 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
     else if (name == "sys") DirectSyslogWrite("%s", value.c_str());
     else if (name == "sysw") DirectSyslogWriteW(L"%ls", wideValue.c_str());
     else if (name == "sysoff") DirectSyslogWriteEx(false, "%s", value.c_str());
+    else if (name == "syslines" || name == "sysevents") {  // one event of N lines, or N events of a line
+        std::string text;
+        for (int i = 0; i < atoi(value.c_str()); ++i) text += "l" + std::to_string(i) + "\n";
+        if (name == "syslines") DirectSyslogWrite("%s", text.c_str());
+        else
+            for (int i = 0; i < atoi(value.c_str()); ++i) DirectSyslogWrite("l%d", i);
+    } else if (name == "nulls") {  // every logging export given null where it takes a pointer
+        DbgLogWrite(nullptr);
+        DbgLogWriteW(nullptr);
+        DbgFileWrite(nullptr);
+        DirectSyslogWrite(nullptr);
+        DirectSyslogWriteW(nullptr);
+        DirectSyslogWriteEx(true, nullptr);
+        WriteLog(nullptr, "%s", "nothing");
+        CloseLog(nullptr);
+        SetApplicationSyslog(nullptr);
+        printf("null open=%d\n", OpenLog(nullptr, 1, true) != nullptr);
+    }
     else if (name == "open" || name == "openshut") {  // open=NAME:KB
         const size_t colon = value.find(':');
         appLog = OpenLog(value.substr(0, colon).c_str(), uint32_t(atoi(value.c_str() + colon + 1)), name == "open");
@@ -109,8 +128,7 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
 }  // namespace
 
 // log_script INI OP...: runs the operations in order.
-KV_SCENARIO(log_script) {
-    if (argc < 1 || !UseProductIni(argv[0])) return 3;
+KV_INI_SCENARIO(log_script) {
     LogFile* appLog = nullptr;
     for (int i = 1; i < argc; ++i)
         if (!RunOperation(argv[i], appLog)) return printf("unknown operation %s\n", argv[i]), 2;
@@ -130,8 +148,8 @@ KV_SCENARIO(log_stamp) {
 
 // log_stress INI TAG THREADS LINES: THREADS threads each write LINES numbered
 // lines to the debug log of component "stress".
-KV_SCENARIO(log_stress) {
-    if (argc < 4 || !UseProductIni(argv[0])) return 3;
+KV_INI_SCENARIO(log_stress) {
+    if (argc < 4) return 2;
     SetComponentName("stress");
     const int lines = atoi(argv[3]);
     std::vector<std::thread> workers;

@@ -6,13 +6,11 @@
 
 #include <regex>
 
-#include "child_host.h"
-#include "product_install.h"
-#include "temp_dir.h"
+#include "installed_host.h"
 
 namespace logtest {
 
-using Lines = std::vector<std::string>;
+using kvtest::Lines;
 
 // The text after a line's timestamp (date, time to the millisecond, tab, UTC
 // offset) and the separator; "~line" for a line without a valid timestamp.
@@ -29,38 +27,17 @@ inline Lines Messages(const std::string& path, char separator = ' ') {
     return messages;
 }
 
-// True when every part occurs in text, each after the one before.
-inline bool InOrder(const std::string& text, const Lines& parts) {
-    size_t at = 0;
-    for (const auto& part : parts) {
-        if ((at = text.find(part, at)) == std::string::npos) return false;
-        at += part.size();
-    }
-    return true;
-}
-
 // A child host running log_script against its own installation. With
 // rollHistory >= 0 the debug log rolls at 1 KB, keeping that many history files.
-struct LogHost {
-    kvtest::ProductInstall install;
-    kvtest::ChildHost host;
-    kvtest::HostResult last;
-
-    explicit LogHost(const char* name, int rollHistory = -1) : host(name) {
+struct LogHost : kvtest::InstalledHost {
+    explicit LogHost(const char* name, int rollHistory = -1) : InstalledHost(name) {
         if (rollHistory < 0) return;
         host.SetSetting("DebugLogSize", 1);
         host.SetSetting("DebugLogHistoryFiles", DWORD(rollHistory));
         CreateDirectoryA(install.logDir().c_str(), nullptr);
     }
-    std::string File(const std::string& name) const { return install.logDir() + "\\" + name; }
-
     // Runs the operations; fails with the child's output unless it exits with 0.
-    ::testing::AssertionResult Ok(Lines ops) {
-        ops.insert(ops.begin(), {"log_script", install.iniPath()});
-        last = host.Run(ops);
-        if (!last.timedOut && last.exitCode == 0) return ::testing::AssertionSuccess();
-        return ::testing::AssertionFailure() << "exit " << last.exitCode << "\n" << last.output;
-    }
+    ::testing::AssertionResult Ok(Lines ops) { return InstalledHost::Ok("log_script", std::move(ops)); }
     Lines Messages(const std::string& name, char separator = ' ') const {
         return logtest::Messages(File(name), separator);
     }

@@ -56,9 +56,9 @@ TEST(LightMode, FrameCountersAndZeroing) {
     EXPECT_EQ(std::string(10, '\0'), Bytes(p, 10));
     EXPECT_EQ(std::make_pair(before.first + 1, before.second + 1), Counts());
     osMemFree(p);
+    osMemFree(nullptr);  // ignored: frees nothing
     EXPECT_EQ(before.second, Counts().second);
     EXPECT_EQ(0u, DbgMemAllocLen(nullptr));
-    osMemFree(nullptr);  // ignored
 }
 
 // A pointer into the middle of a block or past a damaged trailer is refused
@@ -103,10 +103,16 @@ TEST(LightMode, ProtectedAndSharedBlocks) {
     EXPECT_EQ(p + 10, info.BaseAddress);
     osMemFreeProtect();
 
+    // A shared block is a view of a pagefile-backed mapping, unmapped whole at its free.
     char* s = static_cast<char*>(MemAllocShare(100));
     ASSERT_NE(nullptr, s);
+    ASSERT_NE(0u, VirtualQuery(s, &info, sizeof info));
+    EXPECT_EQ(DWORD(MEM_MAPPED), info.Type);
     memset(s, 'q', 100);
+    void* view = info.AllocationBase;
     MemFreeShare(s);
+    ASSERT_NE(0u, VirtualQuery(view, &info, sizeof info));
+    EXPECT_EQ(DWORD(MEM_FREE), info.State);
 }
 
 TEST_F(GuardedMode, ElementLayoutListAndStatistics) {
@@ -138,7 +144,6 @@ TEST_F(GuardedMode, ElementLayoutListAndStatistics) {
     osMemFree(b);
     osMemFree(a);
     EXPECT_EQ(before, InUse());
-    dbgMemStats(nullptr);
 }
 
 TEST_F(GuardedMode, DumpsThroughTheCallersWriter) {

@@ -12,22 +12,6 @@
 
 namespace {
 
-bool UseProductIni(int argc, char** argv) {
-    if (argc < 1) return false;
-    SetKorvanIniFilePath(argv[0]);
-    return ValidateKorvanIniFile() == 1;
-}
-
-}  // namespace
-
-// A scenario that first points the library at the product INI file in argv[0].
-#define MEM_LOG_SCENARIO(id)                                                           \
-    static int id##_body(int argc, char** argv);                                       \
-    KV_SCENARIO(id) { return UseProductIni(argc, argv) ? id##_body(argc, argv) : 90; } \
-    static int id##_body([[maybe_unused]] int argc, [[maybe_unused]] char** argv)
-
-namespace {
-
 // Three neighbours; the middle one is damaged at offset and then found by the
 // full check and again at its free.
 int DamageMiddleElement(int offset, int length) {
@@ -48,12 +32,12 @@ int DamageMiddleElement(int offset, int length) {
 
 }  // namespace
 
-MEM_LOG_SCENARIO(mem_overrun_one_byte) { return DamageMiddleElement(16, 1); }
-MEM_LOG_SCENARIO(mem_overrun_sixteen_bytes) { return DamageMiddleElement(16, 16); }
-MEM_LOG_SCENARIO(mem_underrun_one_byte) { return DamageMiddleElement(-1, 1); }
+KV_INI_SCENARIO(mem_overrun_one_byte) { return DamageMiddleElement(16, 1); }
+KV_INI_SCENARIO(mem_overrun_sixteen_bytes) { return DamageMiddleElement(16, 16); }
+KV_INI_SCENARIO(mem_underrun_one_byte) { return DamageMiddleElement(-1, 1); }
 
 // Debug mode 8 keeps freed elements: the second free is reported once.
-MEM_LOG_SCENARIO(mem_double_free_kept) {
+KV_INI_SCENARIO(mem_double_free_kept) {
     DbgHlpSetDebugMode(8);
     char* p = static_cast<char*>(osMemAlloc(12, 0));
     osMemFree(p);
@@ -62,7 +46,7 @@ MEM_LOG_SCENARIO(mem_double_free_kept) {
 }
 
 // Freeing the middle of a block, in guarded mode (argument "guarded") or light mode.
-MEM_LOG_SCENARIO(mem_free_middle) {
+KV_INI_SCENARIO(mem_free_middle) {
     if (argc > 1 && !strcmp(argv[1], "guarded")) DbgHlpSetDebugMode(1);
     char* p = static_cast<char*>(osMemAlloc(200, OSMEM_ZERO));
     osMemFree(p + 100);
@@ -72,7 +56,7 @@ MEM_LOG_SCENARIO(mem_free_middle) {
 
 // Light mode: a freed block is recognised by its magic. The block is crafted:
 // Wine's HeapFree overwrites a freed block's first bytes (Windows does not).
-MEM_LOG_SCENARIO(mem_light_double_free) {
+KV_INI_SCENARIO(mem_light_double_free) {
     unsigned char block[40];
     const uint32_t head[2] = {16, 0xADADFEEEu};
     memcpy(block, head, 8);
@@ -82,7 +66,7 @@ MEM_LOG_SCENARIO(mem_light_double_free) {
 }
 
 // Debug mode 2: one element leaks, one exempt element is left on purpose.
-MEM_LOG_SCENARIO(mem_leak_at_unload) {
+KV_INI_SCENARIO(mem_leak_at_unload) {
     DbgHlpSetDebugMode(2);
     osMemAlloc(33, OSMEM_NO_LEAK_REPORT);
     osMemAlloc(77, 0);
@@ -104,7 +88,7 @@ __attribute__((noinline)) void ReportInstrumentedAllocations(int extra) {
     osMemFree(first);
 }
 
-MEM_LOG_SCENARIO(mem_report_instrumented) {
+KV_INI_SCENARIO(mem_report_instrumented) {
     ReportInstrumentedAllocations(argc > 1 ? atoi(argv[1]) : 0);
     return 0;
 }
@@ -137,7 +121,7 @@ KV_SCENARIO(mem_symbolic_stack) {
 
 // The allocation watcher logs the stack of the first two allocations at the
 // watched line only.
-MEM_LOG_SCENARIO(mem_allocation_watcher) {
+KV_INI_SCENARIO(mem_allocation_watcher) {
     EnableCallStackAndAllocationInstrumentation(1, 2, const_cast<char*>(""), 0);
     WatchedAllocations();
     return 0;

@@ -6,26 +6,22 @@
 #include <string>
 #include <vector>
 
-#include "child_host.h"
+#include "installed_host.h"
 #include "kvdiag_runner.h"
-#include "product_install.h"
-#include "temp_dir.h"
-#include "text_checks.h"
+
+using kvtest::Count;
+using kvtest::LineFrom;
 
 namespace {
 
 // A scenario run against a fresh installation, with the debug log it left.
-struct HostRun {
-    kvtest::ProductInstall install;
-    kvtest::HostResult result;
+// The host's name, which the reports carry, is the scenario's unless given.
+struct HostRun : kvtest::InstalledHost {
     std::string log;
-    // The host's name, which the reports carry, is the scenario's unless given.
-    explicit HostRun(const std::string& scenario, const std::string& extra = "", const std::string& host = "") {
-        std::vector<std::string> args{scenario, install.iniPath()};
-        if (!extra.empty()) args.push_back(extra);
-        result = kvtest::ChildHost(host.empty() ? scenario : host).Run(args);
-        EXPECT_EQ(0u, result.exitCode) << result.output;
-        log = kvtest::ReadFileText(install.logDir() + "\\debug.log");
+    explicit HostRun(const std::string& scenario, const std::string& extra = "", const std::string& name = "")
+        : InstalledHost(name.empty() ? scenario : name) {
+        EXPECT_TRUE(Ok(scenario, extra.empty() ? std::vector<std::string>{} : std::vector<std::string>{extra}));
+        log = Log();
     }
 };
 
@@ -89,7 +85,7 @@ TEST(MemoryReports, BadFreesAndLeaksAreReportedOnce) {
 TEST(MemoryReports, InstrumentedReportNamesEachAllocationSite) {
     const HostRun o("mem_report_instrumented");
     int sites[2] = {0, 0};
-    ASSERT_EQ(2, sscanf(o.result.output.c_str(), "site %d site %d", &sites[0], &sites[1])) << o.result.output;
+    ASSERT_EQ(2, sscanf(o.last.output.c_str(), "site %d site %d", &sites[0], &sites[1])) << o.last.output;
     EXPECT_HAS(o.log, "Memory Report: mem_report_instrumented PID ");
     EXPECT_HAS(o.log, "current memory allocation count");
     EXPECT_HAS(o.log, "Type, Timestamp, Bytes, PID, Pointer, Source, Content");
@@ -100,11 +96,11 @@ TEST(MemoryReports, InstrumentedReportNamesEachAllocationSite) {
     EXPECT_HAS(summary.output, "Overwritten blocks: 0");
     EXPECT_HAS(summary.output, "Allocations by source site: 2");
     EXPECT_HAS(summary.output, "Total memory buffers reported 2, net byte total 333");
-    const char* rows[2][2] = {{", 00111, ", "      1          111  "}, {", 00222, ", "      1          222  "}};
+    const char* rows[2][2] = {{", 00111, ", " 1 111 "}, {", 00222, ", " 1 222 "}};
     for (int i = 0; i < 2; ++i) {
         const std::string site = "detection_scenarios.cpp:" + std::to_string(sites[i]);
         EXPECT_HAS(LineFrom(o.log, rows[i][0]), "memory\\" + site + ",");
-        EXPECT_HAS(LineFrom(summary.output, rows[i][1]), site);
+        EXPECT_HAS(LineFrom(kvtest::Squeezed(summary.output), rows[i][1]), site);
     }
 
     const HostRun capped("mem_report_instrumented", "10050");
@@ -116,7 +112,7 @@ TEST(MemoryReports, InstrumentedReportNamesEachAllocationSite) {
 TEST(CallStackReports, SymbolicStackNamesHostFunctionsAndLines) {
     const HostRun o("mem_symbolic_stack");
     int site = 0;
-    ASSERT_EQ(1, sscanf(o.result.output.c_str(), "site %d", &site)) << o.result.output;
+    ASSERT_EQ(1, sscanf(o.last.output.c_str(), "site %d", &site)) << o.last.output;
     EXPECT_HAS(o.log, "Callstack instrumentation has been enabled (PID ");
     EXPECT_HAS(o.log, "(mem_symbolic_stack.exe) ");
     const size_t frame = o.log.find("HostFunctionForStack");
@@ -128,7 +124,7 @@ TEST(CallStackReports, SymbolicStackNamesHostFunctionsAndLines) {
 
 TEST(CallStackReports, WatcherLogsTheFirstAllocationsAtItsLine) {
     const HostRun o("mem_allocation_watcher");
-    EXPECT_HAS(o.result.output, "watcher 0");
+    EXPECT_HAS(o.last.output, "watcher 0");
     EXPECT_EQ(2u, Count(o.log, "Memory Alloc StackTrace Trigger on detection_scenarios.cpp:")) << o.log;
     EXPECT_EQ(2u, Count(o.log, "WatchedAllocations(0x")) << o.log;
 }
@@ -136,15 +132,13 @@ TEST(CallStackReports, WatcherLogsTheFirstAllocationsAtItsLine) {
 // A report far larger than the log's size limit rolls the log as it goes:
 // neither the live file nor any history file passes the limit by more than a line.
 TEST(MemoryReports, ReportRollsTheLogAtItsSizeLimit) {
-    kvtest::ProductInstall install;
-    kvtest::ChildHost host("mem_report_rolls");
-    host.SetSetting("DebugLogSize", 16);  // KB
-    const auto result = host.Run({"mem_report_instrumented", install.iniPath(), "3000"});
-    ASSERT_EQ(0u, result.exitCode) << result.output;
+    kvtest::InstalledHost h("mem_report_rolls");
+    h.host.SetSetting("DebugLogSize", 16);  // KB
+    ASSERT_TRUE(h.Ok("mem_report_instrumented", {"3000"}));
     constexpr size_t kLimit = 16 * 1024, kLongestLine = 300;
     int files = 0;
     for (const char* name : {"debug.log", "debug.001", "debug.002", "debug.003"}) {
-        const std::string path = install.logDir() + "\\" + name;
+        const std::string path = h.File(name);
         if (!kvtest::FileExists(path)) continue;
         ++files;
         EXPECT_LE(kvtest::ReadFileText(path).size(), kLimit + kLongestLine) << name;

@@ -23,10 +23,8 @@ void PrintStats(const char* when) {
 
 }  // namespace
 
-// Guarded mode: freeing a stack buffer is reported (to the product INI
-// file's log when one is given), or traps with "CrashOnError".
-KV_SCENARIO(mem_free_stack_buffer) {
-    if (argc > 0 && (SetKorvanIniFilePath(argv[0]), ValidateKorvanIniFile() != 1)) return 90;
+// Guarded mode: freeing a stack buffer is reported, or traps with "CrashOnError".
+KV_INI_SCENARIO(mem_free_stack_buffer) {
     DbgHlpSetDebugMode(1);
     char local[256];
     memset(local, 'L', sizeof local);
@@ -38,7 +36,7 @@ KV_SCENARIO(mem_free_stack_buffer) {
 
 // Debug mode 16 with a window covering every address: the element ends at a
 // no-access page, so the first byte past it faults at the write itself.
-KV_SCENARIO(mem_page_guard) {
+KV_INI_SCENARIO(mem_page_guard) {
     DbgHlpSetDebugMode(0x10);
     DbgHlpSetPageGuardWindow(0, ~0ull, 16);
     volatile char* p = static_cast<char*>(osMemAlloc(10, OSMEM_ZERO));
@@ -48,13 +46,13 @@ KV_SCENARIO(mem_page_guard) {
     osMemFree(q);
     PrintStats("freed");
     fflush(stdout);
-    if (argc > 0 && !strcmp(argv[0], "overrun")) p[10] = 'x';
+    if (argc > 1 && !strcmp(argv[1], "overrun")) p[10] = 'x';
     printf("survived\n");
     return 0;
 }
 
 // The page pool ("AllocFromPage"): blocks filled, freed and reused.
-KV_SCENARIO(mem_page_pool) {
+KV_INI_SCENARIO(mem_page_pool) {
     std::vector<char*> blocks;
     for (int i = 0; i < 3000; ++i) {
         char* p = static_cast<char*>(osMemAlloc(uint32_t(i % 200), OSMEM_ZERO));
@@ -82,10 +80,9 @@ KV_SCENARIO(mem_page_pool) {
 
 // Four threads in guarded mode allocate blocks of random sizes and free them
 // at random later, often on another thread than the one that allocated them.
-// Arguments: the debug mode, then the product INI file (reports reach its log).
-KV_SCENARIO(mem_guarded_stress) {
-    DbgHlpSetDebugMode(argc > 0 ? uint16_t(atoi(argv[0])) : 1);
-    if (argc > 1 && (SetKorvanIniFilePath(argv[1]), ValidateKorvanIniFile() != 1)) return 90;
+// Arguments: the product INI file (reports reach its log), the debug mode.
+KV_INI_SCENARIO(mem_guarded_stress) {
+    DbgHlpSetDebugMode(argc > 1 ? uint16_t(atoi(argv[1])) : 1);
     constexpr int kThreads = 4, kRounds = 20000, kSlots = 256;
     std::vector<std::atomic<char*>> shared(kSlots);
     for (auto& s : shared) s = nullptr;

@@ -1,5 +1,6 @@
 #include "child_host.h"
 
+#include <mutex>
 #include <stdexcept>
 
 #include "temp_dir.h"
@@ -19,11 +20,18 @@ ChildHost::ChildHost(const std::string& name, const std::string& folder, const s
     RegDeleteTreeA(HKEY_CURRENT_USER, SettingsKeyPath(name_).c_str());
 }
 
+ChildHost::ChildHost(const Program& program)
+    : name_(program.fileName),
+      exePath_(ProgramFolder() + "\\" + program.fileName),
+      workingDirectory_(ProgramFolder()),
+      ownsCopy_(false) {}
+
 ChildHost::~ChildHost() {
     if (process_) {
         TerminateProcess(process_, 1);
         Wait(5000);
     }
+    if (!ownsCopy_) return;
     RegDeleteTreeA(HKEY_CURRENT_USER, SettingsKeyPath(name_).c_str());
     DeleteFileA(exePath_.c_str());
 }
@@ -75,24 +83,43 @@ std::string EnvironmentBlock(const std::map<std::string, std::string>& overrides
     return out + '\0';
 }
 
-DWORD WINAPI ReadAll(void* self) {
-    auto* pair = static_cast<std::pair<HANDLE, std::string*>*>(self);
-    char chunk[4096];
-    DWORD got;
-    while (ReadFile(pair->first, chunk, sizeof chunk, &got, nullptr) && got) pair->second->append(chunk, got);
-    delete pair;
-    return 0;
-}
-
 }  // namespace
 
+// The read end of the child's output pipe and what came through it. The
+// reading thread owns a share, so a child killed while a grandchild still
+// holds the pipe can be given up on without waiting for the pipe to close.
+struct ChildHost::Output {
+    HANDLE pipe = nullptr;
+    std::mutex lock;
+    std::string text;
+
+    static DWORD WINAPI ReadAll(void* param) {
+        const std::unique_ptr<std::shared_ptr<Output>> share(static_cast<std::shared_ptr<Output>*>(param));
+        Output& out = **share;
+        char chunk[4096];
+        DWORD got;
+        while (ReadFile(out.pipe, chunk, sizeof chunk, &got, nullptr) && got) {
+            std::lock_guard<std::mutex> hold(out.lock);
+            out.text.append(chunk, got);
+        }
+        CloseHandle(out.pipe);
+        return 0;
+    }
+};
+
 bool ChildHost::Start(const std::vector<std::string>& args) {
-    std::string commandLine = Quote(exePath_);
-    for (const auto& a : args) commandLine += " " + Quote(a);
+    std::string arguments;
+    for (const auto& a : args) arguments += " " + Quote(a);
+    return StartCommandLine(arguments);
+}
+
+bool ChildHost::StartCommandLine(const std::string& arguments) {
+    std::string commandLine = Quote(exePath_) + " " + arguments;
     SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
     HANDLE writePipe;
-    if (!CreatePipe(&readPipe_, &writePipe, &inherit, 0)) return false;
-    SetHandleInformation(readPipe_, HANDLE_FLAG_INHERIT, 0);
+    output_ = std::make_shared<Output>();
+    if (!CreatePipe(&output_->pipe, &writePipe, &inherit, 0)) return false;
+    SetHandleInformation(output_->pipe, HANDLE_FLAG_INHERIT, 0);
     STARTUPINFOA si{};
     si.cb = sizeof si;
     si.dwFlags = STARTF_USESTDHANDLES;
@@ -105,14 +132,12 @@ bool ChildHost::Start(const std::vector<std::string>& args) {
                                    workingDirectory_.c_str(), &si, &pi);
     CloseHandle(writePipe);
     if (!ok) {
-        CloseHandle(readPipe_);
-        readPipe_ = nullptr;
+        CloseHandle(output_->pipe);
         return false;
     }
     CloseHandle(pi.hThread);
     process_ = pi.hProcess;
-    output_.clear();
-    readerThread_ = CreateThread(nullptr, 0, ReadAll, new std::pair<HANDLE, std::string*>(readPipe_, &output_), 0,
+    readerThread_ = CreateThread(nullptr, 0, Output::ReadAll, new std::shared_ptr<Output>(output_), 0,
                                  nullptr);
     return true;
 }
@@ -123,7 +148,7 @@ HostResult ChildHost::Wait(DWORD timeoutMs) {
     HostResult result;
     if (!process_) {
         result.exitCode = DWORD(-1);
-        result.output = "host could not be started";
+        result.output = exePath_ + " could not be started";
         return result;
     }
     if (WaitForSingleObject(process_, timeoutMs) == WAIT_TIMEOUT) {
@@ -134,13 +159,13 @@ HostResult ChildHost::Wait(DWORD timeoutMs) {
     GetExitCodeProcess(process_, &result.exitCode);
     CloseHandle(process_);
     process_ = nullptr;
-    // The pipe ends when every holder of its write end is gone.
-    WaitForSingleObject(readerThread_, 10000);
+    // The output ends when every holder of the pipe's write end is gone; a
+    // killed child's own children may hold it on.
+    WaitForSingleObject(readerThread_, result.timedOut ? 1000 : 10000);
     CloseHandle(readerThread_);
     readerThread_ = nullptr;
-    CloseHandle(readPipe_);
-    readPipe_ = nullptr;
-    result.output = output_;
+    std::lock_guard<std::mutex> hold(output_->lock);
+    result.output = output_->text;
     return result;
 }
 

@@ -1,11 +1,13 @@
-// Child host processes: a copy of scenario_host.exe under its own name, so it
-// reads its own per-executable settings key at attach, started with a scenario
-// and its arguments. Attach, detach, crashes and settings are tested this way.
+// Child processes with their output and a real timeout. A child host is a copy
+// of scenario_host.exe under its own name, so it reads its own per-executable
+// settings key at attach, started with a scenario and its arguments. Attach,
+// detach, crashes and settings are tested this way; kvdiag runs on the same layer.
 #pragma once
 
 #include <windows.h>
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -26,6 +28,12 @@ public:
     // The same, copied from `program` (a program beside the tests) into
     // `folder`, which must hold what the program loads (the DLL, PDBs).
     ChildHost(const std::string& name, const std::string& folder, const std::string& program);
+    // Another program of the program folder ("kvdiag.exe"), used as it is:
+    // no copy and no settings key.
+    struct Program {
+        std::string fileName;
+    };
+    explicit ChildHost(const Program& program);
     ~ChildHost();
     ChildHost(const ChildHost&) = delete;
     ChildHost& operator=(const ChildHost&) = delete;
@@ -45,6 +53,8 @@ public:
 
     // Starts without waiting (for a child that hangs on purpose); then Wait.
     bool Start(const std::vector<std::string>& args);
+    // Start with the arguments already quoted into one text.
+    bool StartCommandLine(const std::string& arguments);
     // Waits up to timeoutMs; on timeout the child is killed and timedOut set.
     HostResult Wait(DWORD timeoutMs);
     // True while a started child has not ended.
@@ -54,10 +64,11 @@ private:
     std::string name_;
     std::string exePath_;
     std::string workingDirectory_;
+    bool ownsCopy_ = true;
     std::map<std::string, std::string> env_;
     HANDLE process_ = nullptr;
-    HANDLE readPipe_ = nullptr;
-    std::string output_;
+    struct Output;  // shared with the thread that reads the child's output
+    std::shared_ptr<Output> output_;
     HANDLE readerThread_ = nullptr;
 };
 

@@ -2,18 +2,28 @@
 // end-to-end tests of its commands.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 
 #include "child_host.h"
+#include "text_checks.h"
 
 namespace kvtest {
 
-// Runs "<program folder>\kvdiag.exe ARGUMENTS" (arguments quoted by the
-// caller), collecting stdout and stderr until the tool closes them; killed and
-// timedOut set when it has not ended timeoutMs after that.
-HostResult RunKvdiag(const std::string& arguments, DWORD timeoutMs = 120000);
+// Runs "kvdiag.exe ARGUMENTS" (arguments quoted by the caller) from the program
+// folder. A kvdiag still running after timeoutMs is killed and fails the test
+// with what it printed so far.
+inline HostResult RunKvdiag(const std::string& arguments, DWORD timeoutMs = 120000) {
+    ChildHost kvdiag(ChildHost::Program{"kvdiag.exe"});
+    kvdiag.StartCommandLine(arguments);
+    HostResult result = kvdiag.Wait(timeoutMs);
+    if (result.timedOut)
+        ADD_FAILURE() << "kvdiag " << arguments << " still ran after " << timeoutMs << " ms; output so far:\n"
+                      << result.output;
+    return result;
+}
 
-// True when the tool's output contains text.
 inline bool OutputHas(const HostResult& result, const std::string& text) {
     return result.output.find(text) != std::string::npos;
 }

@@ -1,5 +1,7 @@
 #include "temp_dir.h"
 
+#include "text_checks.h"
+
 #include <windows.h>
 #include <stdio.h>
 
@@ -50,16 +52,7 @@ bool WriteFileText(const std::string& path, const std::string& text) {
     return bool(out);
 }
 
-std::vector<std::string> ReadLines(const std::string& path) {
-    std::vector<std::string> lines;
-    std::istringstream in(ReadFileText(path));
-    std::string line;
-    while (std::getline(in, line)) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        lines.push_back(line);
-    }
-    return lines;
-}
+std::vector<std::string> ReadLines(const std::string& path) { return SplitLines(ReadFileText(path)); }
 
 std::vector<std::string> ListFolder(const std::string& folder, const std::string& pattern) {
     std::vector<std::string> names;

@@ -10,4 +10,6 @@ if(TARGET test_util)
   # The command split is checked directly against the regular expression it replaces.
   target_sources(test_util PRIVATE ${PROJECT_SOURCE_DIR}/source/util/command_split.cpp)
   target_include_directories(test_util PRIVATE ${PROJECT_SOURCE_DIR}/source)
+  # kvdiag collect's cabinet is read back with the cabinet API (FDI).
+  target_link_libraries(test_util PRIVATE cabinet)
 endif()

@@ -1,35 +1,21 @@
-// Helpers of the tests that start programs: tool keys, named events, the
-// stand-in MAPI32.DLL switched on for one program, and "key=value" records.
+// Helpers of the tests that start programs: named events, the stand-in
+// MAPI32.DLL switched on for one program, and "key=value" records.
 #pragma once
 
 #include <windows.h>
 
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "registry_keys.h"
 #include "temp_dir.h"
+#include "text_checks.h"
 
 namespace utiltest {
 
 using Record = std::map<std::string, std::string>;
-
-// A tool key below the product root key (32-bit view), removed at the end.
-struct ToolKey {
-    ToolKey(const std::string& name, const std::string& command, const std::string& folder = "")
-        : path("Software\\Korvan\\SCADA Installs\\8.40\\" + name) {
-        HKEY key;
-        if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_WRITE | KEY_WOW64_32KEY, nullptr,
-                            &key, nullptr))
-            return;
-        RegSetValueExA(key, "", 0, REG_SZ, (const BYTE*)command.c_str(), DWORD(command.size() + 1));
-        if (!folder.empty()) RegSetValueExA(key, "WorkingDirectory", 0, REG_SZ, (const BYTE*)folder.c_str(), DWORD(folder.size() + 1));
-        RegCloseKey(key);
-    }
-    ~ToolKey() { RegDeleteKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), KEY_WOW64_32KEY, 0); }
-    std::string path;
-};
+using kvtest::ToolKey;
 
 // A named event, created unsignalled, for the life of the object.
 struct NamedEvent {
@@ -56,9 +42,7 @@ inline std::string QuotedRecorder() { return "\"" + kvtest::ProgramFolder() + "\
 // The "key=value" lines of a text, a new record at each line with firstKey.
 inline std::vector<Record> Records(const std::string& text, const std::string& firstKey) {
     std::vector<Record> records;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
+    for (const auto& line : kvtest::SplitLines(text)) {
         const size_t eq = line.find('=');
         if (eq == std::string::npos) continue;
         if (line.compare(0, eq, firstKey) == 0) records.emplace_back();

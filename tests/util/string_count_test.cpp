@@ -70,24 +70,21 @@ TEST(StringCountInFile, RelativeNamesStartAtTheProgramFolder) {
     EXPECT_EQ(0, dir.KillFileName(name.c_str(), 1));
 }
 
-TEST(StringCountInFile, CarryAcrossBlocksFollowsTheReadCounts) {
+// Intended: of the edge file's four matches (A, B, C, E) C and E are lost and
+// D is gained, because the carry offset counts only the latest read. When
+// block 1's last start position (65533) matches there is no carry, so block 2
+// is a fresh read of file [65536, 131072) and the match is not seen twice;
+// block 2 then carries its tail, which finds the match across 131072.
+TEST(StringCountInFile, BlockEdgesFollowTheReadCounts) {
+    std::string last(2 * kBlock + 1000, '.');
+    Put(last, 65533, "abc");
+    Put(last, 131070, "abc");
+    const struct { const char* name; std::string data; int expected; } cases[] = {
+        {"edge.txt", EdgeFile(), 3}, {"last.txt", last, 2}};
     CDirFunctions dir;
     TempDir tmp("util_count_edge");
-    kvtest::WriteFileText(tmp / "edge.txt", EdgeFile());
-    // Intended: of the file's four (A, B, C, E) C and E are lost and D is
-    // gained, because the carry offset counts only the latest read.
-    EXPECT_EQ(3, dir.StringCountInFile((tmp / "edge.txt").c_str(), "abc", 1, 0));
-}
-
-TEST(StringCountInFile, MatchAtTheLastPositionEndsTheBlockWithoutCarry) {
-    CDirFunctions dir;
-    TempDir tmp("util_count_last");
-    // Block 1's last start position (65533) matches: no carry, so block 2 is
-    // a fresh read of file [65536, 131072) and the match is not seen twice.
-    // Block 2 then carries its tail, which finds the match across 131072.
-    std::string data(2 * kBlock + 1000, '.');
-    Put(data, 65533, "abc");
-    Put(data, 131070, "abc");
-    kvtest::WriteFileText(tmp / "last.txt", data);
-    EXPECT_EQ(2, dir.StringCountInFile((tmp / "last.txt").c_str(), "abc", 1, 0));
+    for (const auto& c : cases) {
+        kvtest::WriteFileText(tmp / c.name, c.data);
+        EXPECT_EQ(c.expected, dir.StringCountInFile((tmp / c.name).c_str(), "abc", 1, 0)) << c.name;
+    }
 }

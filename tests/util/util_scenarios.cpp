@@ -35,12 +35,7 @@ KV_SCENARIO(util_send_mail) {
 
 // Arguments: product INI path, then tool names. Validates the INI file and
 // starts each tool, printing "result=N" per tool.
-KV_SCENARIO(util_start_tools) {
-    if (argc < 1) return 2;
-    if (!SetKorvanIniFilePath(argv[0]) || !ValidateKorvanIniFile()) {
-        printf("the product INI file does not validate\n");
-        return 3;
-    }
+KV_INI_SCENARIO(util_start_tools) {
     for (int i = 1; i < argc; ++i) printf("result=%d\n", StartRegisteredTool(argv[i]));
     return 0;
 }

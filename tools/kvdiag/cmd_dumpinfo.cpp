@@ -11,6 +11,7 @@
 #include "command.h"
 #include "dump_reader.h"
 #include "dump_stack.h"
+#include "progress.h"
 
 namespace {
 
@@ -87,6 +88,8 @@ KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--symbols DIR]...",
         fprintf(stderr, "usage: kvdiag dumpinfo FILE [--symbols DIR]...\n");
         return 2;
     }
+    kvdiag::Progress progress("dumpinfo");
+    progress.Stage("mapping the dump");
     MappedDump dump(path);
     if (!dump.opened()) {
         fprintf(stderr, "cannot open %s (error %lu)\n", path, GetLastError());
@@ -100,9 +103,13 @@ KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--symbols DIR]...",
         return 1;
     }
     printf("Dump type:      0x%llx\n", static_cast<unsigned long long>(header->Flags));
+    progress.Stage("reading the exception");
     PrintException(dump);
+    progress.Stage("symbolizing the faulting stack");
     kvdiag::PrintFaultingStack(dump, path, symbolFolders);
+    progress.Stage("reading the modules");
     PrintModules(dump);
+    progress.Stage("reading the memory list");
     PrintMemory(dump);
     return 0;
 }

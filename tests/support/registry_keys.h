@@ -1,19 +1,22 @@
-// Registry state for one test, in the 32-bit view the product uses: a private
-// key removed with its contents at the end, and the product's "DefaultINIPath"
-// saved and put back (the demo's sample installation relies on it).
+// Registry state for one test, in the 32-bit view the product uses: keys
+// created for the test and removed with their contents at the end, and the
+// product's "DefaultINIPath" saved and put back (the demo's sample
+// installation relies on it).
 #pragma once
 
 #include <windows.h>
 
 #include <string>
 
-namespace cfgtest {
+namespace kvtest {
 
 constexpr REGSAM kAllAccess32 = KEY_ALL_ACCESS | KEY_WOW64_32KEY;
+const std::string kProductRootKey = "Software\\Korvan\\SCADA Installs\\8.40";
+const std::string kTestKeys = "Software\\Korvan\\KvDebugHelpTests\\";
 
 class TestKey {
 public:
-    TestKey(HKEY root, const std::string& name) : root_(root), path_("Software\\Korvan\\KvDebugHelpTests\\" + name) {
+    TestKey(HKEY root, const std::string& path) : root_(root), path_(path) {
         RegCreateKeyExA(root_, path_.c_str(), 0, nullptr, 0, kAllAccess32, nullptr, &key_, nullptr);
     }
     ~TestKey() {
@@ -42,11 +45,21 @@ private:
     HKEY key_ = nullptr;
 };
 
+// A registered tool: its key below the product root key, with the command as
+// the default value and, when given, its working folder.
+struct ToolKey : TestKey {
+    ToolKey(const std::string& name, const std::string& command, const std::string& folder = "")
+        : TestKey(HKEY_LOCAL_MACHINE, kProductRootKey + "\\" + name) {
+        SetString("", command);
+        if (!folder.empty()) SetString("WorkingDirectory", folder);
+    }
+};
+
 class DefaultIniPathGuard {
 public:
     DefaultIniPathGuard() {
-        RegCreateKeyExA(HKEY_LOCAL_MACHINE, "Software\\Korvan\\SCADA Installs\\8.40", 0, nullptr, 0, kAllAccess32,
-                        nullptr, &key_, nullptr);
+        RegCreateKeyExA(HKEY_LOCAL_MACHINE, kProductRootKey.c_str(), 0, nullptr, 0, kAllAccess32, nullptr, &key_,
+                        nullptr);
         char text[1024] = "";
         DWORD size = sizeof text - 1;
         had_ = !RegQueryValueExA(key_, kValue, nullptr, &type_, reinterpret_cast<BYTE*>(text), &size);
@@ -72,4 +85,4 @@ private:
     std::string saved_;
 };
 
-}  // namespace cfgtest
+}  // namespace kvtest

@@ -1,0 +1,56 @@
+// A cabinet file written with the cabinet API every Windows has (cabinet.dll,
+// FCI), so Explorer and expand open it on the support side. Files are read
+// with full sharing, as they stand when added: a log another process is
+// writing is neither locked nor read past the size it had then.
+#pragma once
+
+#include <windows.h>
+#include <fci.h>
+#include <stdint.h>
+
+#include <functional>
+#include <string>
+
+namespace kvdiag {
+
+class CabWriter {
+public:
+    // Starts the cabinet at path; it is written (or replaced) by Finish.
+    explicit CabWriter(const std::string& path);
+    ~CabWriter();
+    CabWriter(const CabWriter&) = delete;
+    CabWriter& operator=(const CabWriter&) = delete;
+
+    bool ok() const { return context_ != nullptr; }
+    const std::string& error() const { return error_; }
+    // Called while a file is compressed: bytes of it read so far, its size.
+    void OnProgress(std::function<void(uint64_t, uint64_t)> progress) { progress_ = std::move(progress); }
+
+    // Adds source under nameInCab (a relative path with backslashes); on
+    // failure the reason goes to reason and the archive keeps what it had.
+    bool Add(const std::string& source, const std::string& nameInCab, std::string& reason);
+    // The bytes the last file added went in with.
+    uint64_t lastSize() const { return pendingSize_; }
+    // Writes the cabinet out; false with error() when it could not be.
+    bool Finish();
+
+    // Callback plumbing for FCI (public for the C callbacks only).
+    struct Handle;
+    Handle* TakePending();
+    void Status(ULONG bytesRead);
+    void RecordError(DWORD error) { lastWin32Error_ = error; }
+
+private:
+    std::string Reason(const char* action) const;
+
+    HFCI context_ = nullptr;
+    ERF erf_{};
+    CCAB cab_{};
+    std::string error_;
+    Handle* pending_ = nullptr;  // the source of the file being added
+    uint64_t pendingSize_ = 0, pendingDone_ = 0;
+    DWORD lastWin32Error_ = 0;
+    std::function<void(uint64_t, uint64_t)> progress_;
+};
+
+}  // namespace kvdiag
