@@ -74,7 +74,10 @@ TEST(SymbolsAwayFromBuild, ReportsNameHostFunctionsFilesAndLinesFromPdbs) {
         EXPECT_HAS(LineFrom(r.output, "dll symtype=3 pdb="), "KvDebugHelp.pdb");
         EXPECT_HAS(LineFrom(r.output, "host symtype=3 pdb="), "scenario_host.pdb");
         const std::string file = "symbols_scenarios.cpp";
-        EXPECT_HAS(LineFrom(log, "LogStackHere(0x"), file + " Line " + std::to_string(Printed(r.output, "stack site")));
+        EXPECT_HAS(log, "Callstack instrumentation has been enabled (PID ");
+        EXPECT_HAS(LineFrom(log, "(symbols_host.exe) LogStackHere(0x"),
+                   file + " Line " + std::to_string(Printed(r.output, "stack site")));
+        EXPECT_NE(std::string::npos, log.find("symbols_report_scenario", log.find("LogStackHere(0x"))) << log;
         EXPECT_HAS(log, file + ":" + std::to_string(Printed(r.output, "alloc site")) + ",");  // the memory report row
         EXPECT_HAS(LineFrom(log, "ThrowHere(0x"), file + " Line " + std::to_string(Printed(r.output, "throw site")));
         const std::string check = LineFrom(r.output, "PASS  symbols resolve - RunKvDebugHelpTests resolved as "

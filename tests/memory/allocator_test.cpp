@@ -181,16 +181,3 @@ TEST_F(GuardedMode, DumpsThroughTheCallersWriter) {
     osMemFree(exact);
     osMemFree(big);
 }
-
-TEST_F(GuardedMode, KeptFreedElementStaysListed) {
-    DbgHlpSetDebugMode(0x08);
-    char* p = static_cast<char*>(osMemAlloc(16, 0));
-    DbgMemElement* e = ElementOf(p);
-    osMemFree(p);
-    EXPECT_EQ(0x01u, e->flags & 0x01);
-    osMemFree(p);  // reported, and still listed
-    EXPECT_EQ(0xA5A5A5A5u, e->magic);
-    bool listed = false;
-    for (DbgMemElement* i = dbgMemFirstHdr(); i; i = dbgMemNextHdr(i)) listed |= i == e;
-    EXPECT_TRUE(listed);
-}
