@@ -39,7 +39,6 @@ uint64_t CrashDumpSize(const std::string& path, const std::string& output, bool 
 
 }  // namespace
 
-// One installation, one host per case.
 TEST(GenerateMiniDump, DumpOrReportByMode) {
     kvtest::ProductInstall install;
     const std::string path = install.logDir() + "\\user.dmp", syslog = install.logDir() + "\\syslog.dat";

@@ -122,6 +122,9 @@ TEST(SymbolsAwayFromBuild, DumpinfoPrintsTheFaultingStackWithFilesAndLines) {
         ASSERT_EQ(0xC0000005u, crash.exitCode) << crash.output;
         const HostResult info = away.Run("kvdiag", "kvdiag.exe", {"dumpinfo", dump});
         ASSERT_EQ(0u, info.exitCode) << info.output;
+        for (const char* part : {"Exception: code 0xc0000005 at 0x", "write of address 0x0000000000000010",
+                                 "Faulting thread: ", "Modules: ", "Memory: "})
+            EXPECT_HAS(kvtest::Squeezed(info.output), part);
         // Windows keeps the modules a light dump's stack points into; Wine
         // keeps none, and kvdiag says so.
         if (!c.fullMemory && info.output.find("the dump lists no modules") != std::string::npos) continue;

@@ -21,7 +21,6 @@ long long CurrentSetting(const std::string& name) {
     return -1;
 }
 
-// Restores the debug-log settings a test changes.
 struct DebugLogSettingsGuard {
     long long size = CurrentSetting("DebugLogSize");
     uint16_t history = DbgHlpGetCountOfDebugLogHistoryFiles();

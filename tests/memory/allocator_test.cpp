@@ -155,14 +155,13 @@ TEST_F(GuardedMode, DumpsThroughTheCallersWriter) {
     Lines.clear();
     dbgMemDumpMemory(ElementOf(big), CollectLine);
     // Lead title, 1 guard line, "Memory:", 8 + dots + 8, trail title, 1 guard line.
+    // (The guard lines' bytes are checked in the detection reports.)
     ASSERT_EQ(22u, Lines.size());
-    std::string guardLine;
-    for (int i = 0; i < 16; ++i) guardLine += "FD ";
-    EXPECT_EQ(std::vector<std::string>({"Lead Buffer:\n", guardLine + "      ................\n", "Memory:\n"}),
-              std::vector<std::string>(Lines.begin(), Lines.begin() + 3));
+    EXPECT_EQ("Lead Buffer:\n", Lines[0]);
+    EXPECT_EQ("Memory:\n", Lines[2]);
     EXPECT_EQ(std::string(47, '.') + "\n", Lines[11]);
     EXPECT_EQ("Trail Buffer:\n", Lines[20]);
-    EXPECT_NE(std::string::npos, Lines[3].find("61 61 ")) << Lines[3];
+    EXPECT_EQ(0u, Lines[3].find("61 61 ")) << Lines[3];
     EXPECT_NE(std::string::npos, Lines[3].find("aaaaaaaaaaaaaaaa\n")) << Lines[3];
 
     Lines.clear();

@@ -73,7 +73,6 @@ private:
     HANDLE readerThread_ = nullptr;
 };
 
-// The settings key path of a host name.
 std::string SettingsKeyPath(const std::string& hostName);
 
 }  // namespace kvtest
