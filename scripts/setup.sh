@@ -16,6 +16,9 @@ command -v wine >/dev/null 2>&1 || need="$need wine wine64"
 [ -f /usr/lib/wine/wine64 ] || need="$need wine64"
 [ -f /usr/src/googletest/CMakeLists.txt ] || need="$need googletest"
 command -v cabextract >/dev/null 2>&1 || need="$need cabextract"
+# Header trees of the benchmark's peer logger (copied into the build, header-only).
+[ -f /usr/include/spdlog/spdlog.h ] || need="$need libspdlog-dev"
+[ -f /usr/include/fmt/format.h ] || need="$need libfmt-dev"
 if [ -n "$need" ]; then
   echo "Installing:$need"
   SUDO=""

@@ -17,7 +17,7 @@
 namespace {
 
 FILE* OpenLiveFile(const char* path, bool denyWrite) {
-    FILE* stream = kv::OpenSharedStream(path, kv::StreamMode::AppendText, denyWrite);
+    FILE* stream = kv::OpenSharedStream(path, denyWrite);
     if (stream) fseek(stream, 0, SEEK_END);  // so ftell gives the size before the first write
     return stream;
 }

@@ -6,15 +6,16 @@ namespace kv {
 
 namespace {
 
-unsigned long long PathKey(const char* path) {
-    unsigned long long hash = 1469598103934665603ull;  // FNV-1a of the lower-case path
-    for (const char* p = path; *p; ++p) {
-        char c = *p;
-        if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
-        if (c == '/') c = '\\';
-        hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211ull;
-    }
-    return hash;
+constexpr DWORD kOwnerCheckMs = 250;
+
+// Volume serial numbers differ between two drive letters of one folder (Wine
+// maps C: and Z: onto one file system), so the file index alone names the lock;
+// two files of different volumes sharing one lock only wait for each other.
+bool FileKey(HANDLE file, unsigned long long& key) {
+    BY_HANDLE_FILE_INFORMATION info;
+    if (!GetFileInformationByHandle(file, &info)) return false;
+    key = (static_cast<unsigned long long>(info.nFileIndexHigh) << 32) | info.nFileIndexLow;
+    return true;
 }
 
 bool ProcessEnded(DWORD pid) {
@@ -27,18 +28,20 @@ bool ProcessEnded(DWORD pid) {
 
 }  // namespace
 
-bool CrossProcessLock::Attach(const char* path) {
-    const unsigned long long key = PathKey(path);
-    if (word_ && key == key_) return true;
+bool CrossProcessLock::Attach(HANDLE file) {
+    unsigned long long key;
+    if (!FileKey(file, key)) return false;
+    if (shared_ && key == key_) return true;
     Detach();
     char name[64];
     snprintf(name, sizeof name, "Local\\KvDebugHelp.LogLock.%016llx", key);
     mapping_ = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, name);
-    if (!mapping_) return false;
-    word_ = static_cast<volatile LONG*>(MapViewOfFile(mapping_, FILE_MAP_WRITE, 0, 0, sizeof(LONG)));
-    if (!word_) {
-        CloseHandle(mapping_);
-        mapping_ = nullptr;
+    snprintf(name, sizeof name, "Local\\KvDebugHelp.LogWake.%016llx", key);
+    wake_ = CreateEventA(nullptr, FALSE, FALSE, name);
+    if (mapping_ && wake_)
+        shared_ = static_cast<Shared*>(MapViewOfFile(mapping_, FILE_MAP_WRITE, 0, 0, sizeof(Shared)));
+    if (!shared_) {
+        Detach();
         return false;
     }
     key_ = key;
@@ -46,41 +49,58 @@ bool CrossProcessLock::Attach(const char* path) {
 }
 
 void CrossProcessLock::Detach() {
-    if (word_) UnmapViewOfFile(const_cast<LONG*>(word_));
+    if (shared_) UnmapViewOfFile(shared_);
     if (mapping_) CloseHandle(mapping_);
-    word_ = nullptr;
-    mapping_ = nullptr;
+    if (wake_) CloseHandle(wake_);
+    shared_ = nullptr;
+    mapping_ = wake_ = nullptr;
     key_ = 0;
 }
 
+bool CrossProcessLock::TakeFree() {
+    return InterlockedCompareExchange(&shared_->owner, LONG(GetCurrentProcessId()), 0) == 0;
+}
+
+// A holder killed while writing never releases; its process id tells.
+bool CrossProcessLock::TakeFromEndedOwner() {
+    const LONG owner = shared_->owner;
+    return owner && DWORD(owner) != GetCurrentProcessId() && ProcessEnded(DWORD(owner)) &&
+           InterlockedCompareExchange(&shared_->owner, LONG(GetCurrentProcessId()), owner) == owner;
+}
+
 bool CrossProcessLock::Acquire(DWORD timeoutMs) {
-    if (!word_) return false;
-    const LONG self = LONG(GetCurrentProcessId());
+    if (!shared_) return false;
+    if (TakeFree()) return stuck_ = false, true;
+    // Another process holds it for one write of some microseconds: spinning
+    // a little is cheaper than sleeping.
+    for (int spin = 0; spin < 200; ++spin) {
+        YieldProcessor();
+        if (shared_->owner == 0 && TakeFree()) return stuck_ = false, true;
+    }
+    if (stuck_) timeoutMs = 0;
     const DWORD start = GetTickCount();
-    DWORD lastOwnerCheck = start;
-    for (unsigned spin = 0;; ++spin) {
-        if (InterlockedCompareExchange(word_, self, 0) == 0) return true;
-        if (spin < 64) {
-            YieldProcessor();
-            continue;
+    for (;;) {
+        InterlockedIncrement(&shared_->waiters);
+        // Counted before the last try, so a release after it sets the event.
+        bool taken = TakeFree();
+        const DWORD waited = GetTickCount() - start;
+        if (!taken && waited < timeoutMs) {
+            const DWORD slice = timeoutMs - waited < kOwnerCheckMs ? timeoutMs - waited : kOwnerCheckMs;
+            taken = WaitForSingleObject(wake_, slice) == WAIT_OBJECT_0 && TakeFree();
         }
-        if (spin < 128) SwitchToThread();
-        else Sleep(1);
-        const DWORD now = GetTickCount();
-        if (now - lastOwnerCheck >= 500) {
-            // A holder that died (or was killed) while writing never releases.
-            lastOwnerCheck = now;
-            const LONG owner = *word_;
-            if (owner && owner != self && ProcessEnded(DWORD(owner)) &&
-                InterlockedCompareExchange(word_, self, owner) == owner)
-                return true;
+        InterlockedDecrement(&shared_->waiters);
+        if (taken || TakeFree() || TakeFromEndedOwner()) return stuck_ = false, true;
+        if (GetTickCount() - start >= timeoutMs) {
+            stuck_ = true;
+            return false;
         }
-        if (now - start >= timeoutMs) return false;
     }
 }
 
 void CrossProcessLock::Release() {
-    if (word_) InterlockedExchange(word_, 0);
+    if (!shared_) return;
+    InterlockedExchange(&shared_->owner, 0);
+    if (shared_->waiters > 0) SetEvent(wake_);
 }
 
 }  // namespace kv

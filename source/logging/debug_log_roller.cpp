@@ -6,8 +6,8 @@
 
 #include "KvLogging.h"
 #include "frame/process_state.h"
-#include "logging/cross_process_lock.h"
 #include "logging/debug_log.h"
+#include "logging/roll_claim.h"
 
 namespace kv {
 
@@ -29,13 +29,6 @@ public:
 private:
     HANDLE h_;
 };
-
-bool FileSize(const char* path, unsigned long long& size) {
-    WIN32_FILE_ATTRIBUTE_DATA data;
-    if (!GetFileAttributesExA(path, GetFileExInfoStandard, &data)) return false;
-    size = (static_cast<unsigned long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
-    return true;
-}
 
 // Keeps the chain without holes: a missing history file is replaced by a note.
 void WriteHoleNote(const char* path) {
@@ -63,30 +56,32 @@ void MoveChain(char (*history)[MAX_PATH], int count) {
 
 }  // namespace
 
+// Set while a thread of this process rolls: a second one has nothing to do
+// (the claim alone may not tell threads of one process apart everywhere).
+static volatile LONG rollingHere;
+
 void RollDebugLog() {
     const int count = Settings.debugLogHistoryFiles < 0 ? 0
                       : Settings.debugLogHistoryFiles > kMaxHistory ? kMaxHistory
                                                                     : Settings.debugLogHistoryFiles;
-    // Composed before taking DebugLogLock (see the writer); zero-filled as the
-    // path functions expect.
+    // Composed before anything is claimed: the folder lookup takes the
+    // configuration's own locks. Zero-filled as the path functions expect.
     char history[kMaxHistory + 1][MAX_PATH];
     memset(history, 0, sizeof history);
     for (int i = 0; i <= count; ++i)
         if (GetDebugLogFilePath(i, 1, history[i], MAX_PATH - 1) <= 0) return;
 
-    if (!LocksReady) return;
-    // Processes sharing the log roll it one at a time, and nobody writes
-    // meanwhile: a second roller that checked the size before the first moved
-    // the file would otherwise move or delete the fresh live file.
-    CrossProcessLock fileLock;
-    if (!fileLock.Attach(history[0])) return;
-    EnterCriticalSection(&DebugLogLock);
+    if (InterlockedExchange(&rollingHere, 1)) return;
     {
-        CrossProcessHold hold(fileLock);
-        unsigned long long size = 0;
-        if (hold.held() && FileSize(history[0], size) && size >= Settings.debugLogSize) MoveChain(history, count);
+        // Whoever holds the claim rolls; a second roller that checked the size
+        // before the first moved the file would otherwise move or delete the
+        // fresh live file. Writers go on meanwhile: each writes to the file its
+        // handle names, and a line that lands in a file just rolled stays whole
+        // in the history.
+        RollClaim claim(history[0]);
+        if (claim.held() && claim.size() >= Settings.debugLogSize) MoveChain(history, count);
     }
-    LeaveCriticalSection(&DebugLogLock);
+    InterlockedExchange(&rollingHere, 0);
 }
 
 }  // namespace kv

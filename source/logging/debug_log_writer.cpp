@@ -1,29 +1,106 @@
-// The debug log stream: opened lazily by the first write, flushed after every
-// write, closed when a write fails or the file reaches its size limit.
+// The debug log's line queue. Threads of one process do not each wait for the
+// file: a thread copies its line into the pending batch under the queue lock and,
+// if no thread is writing, becomes the writer and writes the whole batch in one
+// call; the others sleep until their batch is written. So the file's lock is
+// contended by one thread per process, a busy process writes more lines per
+// call instead of fewer, and every call still returns only after its line has
+// reached the file (the log survives a crash of the caller).
 #include <windows.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <io.h>
+#include <string.h>
 
 #include "KvLogging.h"
 #include "frame/process_state.h"
-#include "logging/cross_process_lock.h"
 #include "logging/debug_log.h"
-#include "logging/shared_stream.h"
+#include "logging/debug_log_file.h"
 
 namespace kv {
 
 namespace {
 
-FILE* logStream;  // guarded by DebugLogLock
-HANDLE logHandle;  // the stream's handle, for the size check
-// Serialises the writes of all processes sharing the file: appends from
-// several processes are not atomic everywhere (Wine places them by a size
-// check followed by a positioned write).
-CrossProcessLock fileLock;
-// Larger than any line, so a line (flushed at once) reaches the file in one write.
-char logStreamBuffer[8192];
+constexpr size_t kBatchCapacity = 64 * 1024;
+// Batches one writer writes before it hands the role on: more saves wake-ups,
+// fewer bounds the writer's own call.
+constexpr int kBatchesPerWriter = 4;
+char batchBuffers[2][kBatchCapacity];
+
+// Guards the queue: a slim lock rather than DebugLogLock, so that the threads
+// of a written batch, woken together, take it shared to see that they are
+// done instead of queueing one by one for a critical section.
+SRWLOCK queueLock = SRWLOCK_INIT;
+volatile LONG spinner;
+
+void Lock() { AcquireSRWLockExclusive(&queueLock); }
+void Unlock() { ReleaseSRWLockExclusive(&queueLock); }
+
+// A condition variable that is only signalled when a thread sleeps on it (a
+// wake-up is a system call). count changes under the shared lock: interlocked.
+struct Sleepers {
+    CONDITION_VARIABLE cv = CONDITION_VARIABLE_INIT;
+    volatile LONG count = 0;
+    // Called and returns with queueLock held exclusively.
+    void Wait() {
+        InterlockedIncrement(&count);
+        SleepConditionVariableSRW(&cv, &queueLock, INFINITE, 0);
+        InterlockedDecrement(&count);
+    }
+    // Called with queueLock held exclusively; sleeps holding it shared. True,
+    // with the lock left, once finished(); else returns with it exclusive.
+    template <typename Finished>
+    bool WaitShared(Finished finished) {
+        Unlock();
+        AcquireSRWLockShared(&queueLock);
+        bool done = finished();
+        // One thread at a time spins briefly first: a batch is written in some
+        // microseconds, about what falling asleep and waking costs.
+        if (!done && !InterlockedExchange(&spinner, 1)) {
+            ReleaseSRWLockShared(&queueLock);
+            for (int i = 0; i < 2000 && !done; ++i) {
+                YieldProcessor();
+                done = (i & 15) == 15 && finished();
+            }
+            AcquireSRWLockShared(&queueLock);
+            InterlockedExchange(&spinner, 0);
+            done = finished();
+        }
+        if (!done) {
+            InterlockedIncrement(&count);
+            SleepConditionVariableSRW(&cv, &queueLock, INFINITE, CONDITION_VARIABLE_LOCKMODE_SHARED);
+            InterlockedDecrement(&count);
+            done = finished();
+        }
+        ReleaseSRWLockShared(&queueLock);
+        if (!done) Lock();
+        return done;
+    }
+    void WakeOne() {
+        if (count) WakeConditionVariable(&cv);
+    }
+    void WakeAll() {
+        if (count) WakeAllConditionVariable(&cv);
+    }
+};
+
+// Guarded by queueLock.
+struct LineQueue {
+    char* pending = batchBuffers[0];
+    char* spare = batchBuffers[1];
+    size_t bytes = 0;
+    unsigned lines = 0;
+    unsigned long long collecting = 1;  // number of the pending batch
+    // Batches up to this one are written or dropped; read unlocked by a spinner.
+    volatile unsigned long long finished = 0;
+    bool writing = false;
+    char livePath[MAX_PATH] = "";
+    bool pathKnown = false;
+    // The threads of batch n sleep on done[n % 2], so finishing a batch wakes
+    // only its own threads; the others (room in the buffer, the writer's role
+    // for a large report) sleep on roleFree.
+    Sleepers done[2];
+    Sleepers roleFree;
+} queue;
 
 // Set while this thread composes the log path: a line the folder lookup writes
 // meanwhile is dropped instead of recursing into another open.
@@ -31,72 +108,112 @@ thread_local bool composingPath;
 
 bool Enabled() { return Settings.logErrors && LocksReady; }
 
-// Composed outside DebugLogLock: the folder lookup takes the configuration's
-// own locks, which must never be taken while this one is held.
+// Composed outside every lock of the log: the folder lookup takes the
+// configuration's own locks, and a thread holding one of those may be waiting
+// for its line to be written.
 bool LiveLogPath(char (&path)[MAX_PATH]) {
-    if (composingPath) return false;
     composingPath = true;
     const int length = GetDebugLogFilePath(-1, 1, path, sizeof path);
     composingPath = false;
     return length > 0;
 }
 
-FILE* OpenLiveLog(const char* path) {
-    FILE* stream = OpenSharedStream(path, StreamMode::AppendBinary);
-    if (!stream) return nullptr;
-    setvbuf(stream, logStreamBuffer, _IOFBF, sizeof logStreamBuffer);
-    logHandle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
-    return stream;
+void Finish(unsigned long long number) {
+    queue.finished = number;
+    queue.done[number % 2].WakeAll();
+    queue.roleFree.WakeAll();
 }
 
-// The size of the file the stream writes to (which may have been rolled into
-// a history file by another process meanwhile).
-long long StreamFileSize() {
-    LARGE_INTEGER size;
-    return GetFileSizeEx(logHandle, &size) ? size.QuadPart : -1;
+// Called with queueLock held, no writer active and the path known: writes
+// the pending batch (extra after it), and the batches that gather meanwhile,
+// with the lock left during each write. True when a roll is due.
+bool WritePending(const char* extra, size_t extraLength) {
+    queue.writing = true;
+    bool roll = false;
+    for (int round = 0; round < kBatchesPerWriter && (queue.bytes || extra); ++round) {
+        char* batch = queue.pending;
+        const size_t bytes = queue.bytes;
+        const unsigned lines = queue.lines;
+        const unsigned long long number = queue.collecting++;
+        queue.pending = queue.spare;
+        queue.bytes = 0;
+        queue.lines = 0;
+        char path[MAX_PATH];
+        memcpy(path, queue.livePath, sizeof path);
+        Unlock();
+
+        const BatchResult result = WriteBatchToLog(path, batch, bytes, lines, extra, extraLength);
+
+        Lock();
+        queue.spare = batch;
+        extra = nullptr;
+        Finish(number);
+        if (result.forgetPath || result.roll) {
+            // After a roll the live log's path is composed again.
+            queue.pathKnown = false;
+            roll = result.roll;
+            break;
+        }
+    }
+    queue.writing = false;
+    queue.done[queue.collecting % 2].WakeOne();  // a thread of the pending batch takes over
+    return roll;
+}
+
+// Called with queueLock held (and left meanwhile). False when the path
+// cannot be composed: the pending lines are dropped (the product INI file is
+// not validated yet, or the folder cannot be created).
+bool ComposeLivePath() {
+    Unlock();
+    char path[MAX_PATH];
+    const bool composed = LiveLogPath(path);
+    Lock();
+    if (composed && !queue.pathKnown) {
+        memcpy(queue.livePath, path, sizeof path);
+        queue.pathKnown = true;
+    }
+    if (queue.pathKnown) return true;
+    queue.bytes = 0;
+    queue.lines = 0;
+    Finish(queue.collecting++);
+    return false;
 }
 
 }  // namespace
 
 void AppendToDebugLog(const char* data, size_t length) {
-    if (!Enabled()) return;
-    EnterCriticalSection(&DebugLogLock);
-    if (!logStream) {
-        LeaveCriticalSection(&DebugLogLock);
-        char path[MAX_PATH];
-        if (!LiveLogPath(path) || !Enabled()) return;
-        EnterCriticalSection(&DebugLogLock);
-        if (!logStream && (logStream = OpenLiveLog(path)) != nullptr) fileLock.Attach(path);
-        if (!logStream) {
-            LeaveCriticalSection(&DebugLogLock);
-            return;
-        }
-    }
+    if (!Enabled() || composingPath || length == 0) return;
+    Lock();
     bool roll = false;
-    {
-        CrossProcessHold hold(fileLock);
-        if (!hold.held() && fileLock.Attached()) {
-            LeaveCriticalSection(&DebugLogLock);  // another process is stuck: the line is dropped
-            return;
+    if (length > kBatchCapacity) {
+        // A report larger than a batch: its thread writes it itself, after the
+        // lines pending before it.
+        for (bool done = false; !done;) {
+            if (queue.writing) queue.roleFree.Wait();
+            else if (!queue.pathKnown) done = !ComposeLivePath();
+            else roll = WritePending(data, length), done = true;
         }
-        if (fwrite(data, 1, length, logStream) != length || fflush(logStream) != 0) {
-            fclose(logStream);
-            logStream = nullptr;
-        } else if (StreamFileSize() >= static_cast<long long>(Settings.debugLogSize)) {
-            // Closed under the lock, so no other thread can write to a closed stream.
-            fclose(logStream);
-            logStream = nullptr;
-            roll = true;
+    } else {
+        while (queue.bytes + length > kBatchCapacity) queue.roleFree.Wait();
+        memcpy(queue.pending + queue.bytes, data, length);
+        queue.bytes += length;
+        queue.lines++;
+        const unsigned long long mine = queue.collecting;
+        while (queue.finished < mine) {
+            if (!queue.writing) {
+                if (!queue.pathKnown) ComposeLivePath();
+                else roll = WritePending(nullptr, 0) || roll;
+            } else if (queue.done[mine % 2].WaitShared([&] { return queue.finished >= mine; })) {
+                return;  // a writer of another thread wrote this line (so this thread rolls nothing)
+            }
         }
     }
-    LeaveCriticalSection(&DebugLogLock);
+    Unlock();
     if (roll) RollDebugLog();
 }
 
 size_t DebugLogRoom() {
-    EnterCriticalSection(&DebugLogLock);
-    const long long size = logStream ? StreamFileSize() : 0;
-    LeaveCriticalSection(&DebugLogLock);
+    const long long size = DebugLogSizeSeen();
     const long long limit = static_cast<long long>(Settings.debugLogSize);
     return size < 0 || size >= limit ? 0 : size_t(limit - size);
 }

@@ -9,7 +9,7 @@
 
 namespace kv {
 
-FILE* OpenSharedStream(const char* path, StreamMode mode, bool denyWrite) {
+FILE* OpenSharedStream(const char* path, bool denyWrite) {
     if (!path || !*path) return nullptr;
     const DWORD share = FILE_SHARE_READ | FILE_SHARE_DELETE | (denyWrite ? 0 : FILE_SHARE_WRITE);
     // FILE_APPEND_DATA without FILE_WRITE_DATA: the system places every write
@@ -18,15 +18,12 @@ FILE* OpenSharedStream(const char* path, StreamMode mode, bool denyWrite) {
     HANDLE file = CreateFileA(path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE, share,
                               nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return nullptr;
-    const bool text = mode == StreamMode::AppendText;
-    // The binary stream leaves appending to the handle alone; the runtime's own
-    // append flag would add a seek to the end before every write.
-    const int fd = _open_osfhandle(reinterpret_cast<intptr_t>(file), text ? _O_APPEND | _O_TEXT : 0);
+    const int fd = _open_osfhandle(reinterpret_cast<intptr_t>(file), _O_APPEND | _O_TEXT);
     if (fd == -1) {
         CloseHandle(file);
         return nullptr;
     }
-    FILE* stream = _fdopen(fd, text ? "a" : "ab");
+    FILE* stream = _fdopen(fd, "a");
     if (!stream) {
         _close(fd);  // closes the handle too
         return nullptr;

@@ -6,13 +6,9 @@
 
 namespace kv {
 
-enum class StreamMode {
-    AppendBinary,  // every write lands at the end, whole; ftell does not follow it
-    AppendText,    // the runtime's append mode, LF -> CR LF translation and ftell
-};
-
-// Opens (creating) path for appending through a non-inheritable handle that
-// shares read and delete, and write unless denyWrite. Null on failure.
-FILE* OpenSharedStream(const char* path, StreamMode mode, bool denyWrite = false);
+// Opens (creating) path in the runtime's text append mode (LF -> CR LF, ftell)
+// through a non-inheritable handle that shares read and delete, and write
+// unless denyWrite. Null on failure.
+FILE* OpenSharedStream(const char* path, bool denyWrite = false);
 
 }  // namespace kv

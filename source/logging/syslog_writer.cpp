@@ -54,7 +54,7 @@ void WriteEvent(char* text, const char* stamp) {
     }
     char path[MAX_PATH] = {};
     GetSyslogFilePath(1, 0, path, sizeof path);
-    FILE* file = kv::OpenSharedStream(path, kv::StreamMode::AppendText);
+    FILE* file = kv::OpenSharedStream(path);
     if (!file) return;
     ForEachLine(text, [&](const char* line) {
         char formatted[kLineSize];

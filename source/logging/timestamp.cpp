@@ -7,19 +7,38 @@
 
 namespace {
 char sharedTimestamp[32];  // used when the caller passes no buffer
+
+// UTC minus local time, in minutes.
+long QueryBias() {
+    TIME_ZONE_INFORMATION zone;
+    switch (GetTimeZoneInformation(&zone)) {
+        case TIME_ZONE_ID_UNKNOWN: return zone.Bias;
+        case TIME_ZONE_ID_STANDARD: return zone.Bias + zone.StandardBias;
+        case TIME_ZONE_ID_DAYLIGHT: return zone.Bias + zone.DaylightBias;
+        default: return 0;
+    }
 }
+
+// The zone query costs as much as the rest of a log line, and its answer only
+// changes on a minute of local time (daylight saving starts and ends on one):
+// each thread asks again when the local minute changes.
+long BiasAt(const SYSTEMTIME& now) {
+    thread_local unsigned long long cachedMinute = ~0ull;
+    thread_local long cachedBias;
+    const unsigned long long minute = (((now.wYear * 16ull + now.wMonth) * 32 + now.wDay) * 32 + now.wHour) * 64 +
+                                      now.wMinute;
+    if (minute != cachedMinute) {
+        cachedBias = QueryBias();
+        cachedMinute = minute;
+    }
+    return cachedBias;
+}
+}  // namespace
 
 extern "C" char* GetDateTimeString(char* buffer, uint32_t* length) {
     SYSTEMTIME now;
     GetLocalTime(&now);
-    TIME_ZONE_INFORMATION zone;
-    long bias;  // UTC minus local time, in minutes
-    switch (GetTimeZoneInformation(&zone)) {
-        case TIME_ZONE_ID_UNKNOWN: bias = zone.Bias; break;
-        case TIME_ZONE_ID_STANDARD: bias = zone.Bias + zone.StandardBias; break;
-        case TIME_ZONE_ID_DAYLIGHT: bias = zone.Bias + zone.DaylightBias; break;
-        default: bias = 0; break;
-    }
+    const long bias = BiasAt(now);
     const char sign = bias > 0 ? '-' : '+';
     const long magnitude = bias < 0 ? -bias : bias;
     char* out = buffer ? buffer : sharedTimestamp;

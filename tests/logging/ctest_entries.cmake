@@ -10,3 +10,12 @@ foreach(tz offset IN ZIP_LISTS logging_zones logging_offsets)
   set_tests_properties(logging_zone_${name} PROPERTIES ENVIRONMENT "TZ=${tz}"
     PASS_REGULAR_EXPRESSION "stamp=[0-9]+-[0-9][0-9]-[0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9][.][0-9][0-9][0-9]\t${pattern}[|]length=30[|]own=1.*shared=[^|]*\t${pattern}[|]")
 endforeach()
+
+# A log folder on a file system that fills up: the entry mounts a small tmpfs
+# (seen by Wine through Z:), runs the full-disk test there and unmounts.
+add_test(NAME logging_full_disk
+         COMMAND ${CMAKE_COMMAND} -DEMULATOR=${CMAKE_BINARY_DIR}/wine-run.sh -DTEST=$<TARGET_FILE:test_logging>
+                 -P ${CMAKE_CURRENT_SOURCE_DIR}/logging/full_disk.cmake
+         WORKING_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+set_tests_properties(logging_full_disk PROPERTIES CROSSCOMPILING_EMULATOR "" TIMEOUT 300
+                     SKIP_REGULAR_EXPRESSION "SKIPPED:")

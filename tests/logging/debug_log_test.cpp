@@ -2,6 +2,8 @@
 // messages, rolling and faults.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "log_test_util.h"
 
 using namespace kvtest;
@@ -85,4 +87,73 @@ TEST(DebugLogFaults, WritesResumeOnceTheFaultClearsAndNothingHangs) {
     const auto live = history.Messages("debug.log");
     EXPECT_EQ("last", live.empty() ? "" : live.back());
     EXPECT_NE("held by a viewer", ReadFileText(history.File("debug.001")));
+}
+
+TEST(DebugLogFaults, AWriterKilledMidWriteOrRollHoldsNobodyUpAndLosesNoOtherLine) {
+    // Two floods of four threads rolling at 1 KB are killed while the paced
+    // writer goes on; most of a flood's time is spent holding the file's lock
+    // or rolling, so the kills land there.
+    LogHost paced("log_paced", 10);
+    ASSERT_TRUE(paced.host.Start({"log_script", paced.install.iniPath(), "comp=stress", "paced=600:2"}));
+    for (const char* name : {"log_flood1", "log_flood2"}) {
+        kvtest::ChildHost flood(name);
+        flood.SetSetting("DebugLogSize", 1);
+        flood.SetSetting("DebugLogHistoryFiles", 10);
+        ASSERT_TRUE(flood.Start({"log_stress", paced.install.iniPath(), name, "4", "100000000"}));
+        EXPECT_TRUE(flood.Wait(400).timedOut) << "the flood ended before it was killed";
+    }
+    const auto r = paced.host.Wait(60000);
+    ASSERT_TRUE(!r.timedOut && r.exitCode == 0) << r.output;
+    const unsigned long longest = strtoul(r.output.c_str() + r.output.find("longest=") + 8, nullptr, 10);
+    EXPECT_LT(longest, 1000u) << "a writer waited for a dead one";
+
+    // The chain has no gap, every line is whole, and the paced writer's lines
+    // still in it are its last ones without a gap (older ones rolled off the end).
+    std::vector<int> numbers;
+    size_t files = 1;
+    for (char name[32] = "debug.stress.log"; FileExists(paced.File(name));
+         snprintf(name, sizeof name, "debug.stress.%03zu", files++))
+        for (const auto& message : paced.Messages(name)) {
+            EXPECT_TRUE(message[0] != '~' || message == "~This file was either deleted or moved")
+                << name << ": " << message;
+            if (message.rfind("paced n", 0) == 0) numbers.push_back(atoi(message.c_str() + 7));
+        }
+    EXPECT_EQ(files - 1, ListFolder(paced.install.logDir(), "debug.stress.*").size()) << "a hole in the chain";
+    std::sort(numbers.begin(), numbers.end());
+    ASSERT_FALSE(numbers.empty());
+    EXPECT_EQ(599, numbers.back());
+    EXPECT_EQ(size_t(600 - numbers.front()), numbers.size()) << "paced lines missing in the middle";
+}
+
+TEST(DebugLogFaults, ALogFolderRenamedWhileOpenIsCreatedAgain) {
+    LogHost h("log_moved");
+    const std::string moved = h.install.logDir() + ".old";
+    // The folder is checked by its path once a second; lines meanwhile follow
+    // the open file into the renamed folder.
+    ASSERT_TRUE(h.Ok({"line=first", "move=" + h.install.logDir() + "|" + moved, "sleep=1100", "line=second"}));
+    EXPECT_TRUE(InOrder(h.last.output, {"moved=1"})) << h.last.output;
+    EXPECT_EQ(Lines{"second"}, h.Messages("debug.log"));
+    EXPECT_EQ(Lines{"first"}, Messages(moved + "\\debug.log"));
+}
+
+// Run by the logging_full_disk entry, which mounts a file system of 300 KB and
+// names it in KV_TEST_SMALL_DISK.
+TEST(DebugLogFaults, AFullDiskDropsLinesQuietlyAndCountsThem) {
+    const char* disk = getenv("KV_TEST_SMALL_DISK");
+    if (!disk) GTEST_SKIP() << "needs a small file system: run by the logging_full_disk test entry";
+    LogHost h("log_fulldisk");
+    const std::string logs = std::string(disk) + "\\Logs", filler = std::string(disk) + "\\filler";
+    h.install.SetValue("KVEDIT", "LOGS", logs);
+    ASSERT_TRUE(h.Ok({"line=before", "fill=" + filler, "lines=200", "delete=" + filler, "line=after"}));
+    EXPECT_TRUE(InOrder(h.last.output, {"filled=1", "deleted=1"})) << h.last.output;
+    const auto messages = Messages(logs + "\\debug.log");
+    ASSERT_GE(messages.size(), 3u);
+    EXPECT_EQ("before", messages.front());
+    EXPECT_EQ("after", messages.back());
+    // Every line whole; the line before the last says how many were lost.
+    unsigned dropped = 0;
+    sscanf(messages[messages.size() - 2].c_str(), "%u debug log lines could not be written", &dropped);
+    EXPECT_GT(dropped, 0u) << messages[messages.size() - 2];
+    EXPECT_EQ(200u, messages.size() - 3 + dropped) << "filler lines written plus dropped";
+    for (const auto& message : messages) EXPECT_NE('~', message[0]) << message;
 }

@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 #include <thread>
 #include <vector>
@@ -70,7 +71,27 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
                 found++, inheritable += (flags & HANDLE_FLAG_INHERIT) != 0;
         }
         printf("found=%d inheritable=%d\n", found, inheritable);
-    } else if (name == "sys") DirectSyslogWrite("%s", value.c_str());
+    } else if (name == "paced") {  // paced=COUNT:PAUSE_MS numbered lines; prints the longest call
+        const int count = atoi(value.c_str()), pause = atoi(value.c_str() + value.find(':') + 1);
+        DWORD longest = 0;
+        for (int i = 0; i < count; ++i, Sleep(DWORD(pause))) {
+            const DWORD before = GetTickCount();
+            DbgLogWrite("paced n%d", i);
+            longest = std::max(longest, GetTickCount() - before);
+        }
+        printf("longest=%lu\n", static_cast<unsigned long>(longest));
+    } else if (name == "fill") {  // writes a file until the disk is full
+        const HANDLE h = CreateFileA(value.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+        static const char block[4096] = {};
+        DWORD written = 0;
+        for (DWORD size = sizeof block; size; size /= 2)
+            while (WriteFile(h, block, size, &written, nullptr) && written == size) {
+            }
+        printf("filled=%d\n", CloseHandle(h) != 0);
+    } else if (name == "move") printf("moved=%d\n", MoveFileA(value.substr(0, value.find('|')).c_str(),
+                                                               value.substr(value.find('|') + 1).c_str()) != 0);
+    else if (name == "sleep") Sleep(DWORD(atoi(value.c_str())));
+    else if (name == "sys") DirectSyslogWrite("%s", value.c_str());
     else if (name == "sysw") DirectSyslogWriteW(L"%ls", wideValue.c_str());
     else if (name == "sysoff") DirectSyslogWriteEx(false, "%s", value.c_str());
     else if (name == "syslines" || name == "sysevents") {  // one event of N lines, or N events of a line

@@ -20,6 +20,13 @@ inline std::string MessageOf(const std::string& line, char separator = ' ') {
     return stamped ? line.substr(31) : "~" + line;
 }
 
+// The messages of a log file's lines (see MessageOf).
+inline Lines Messages(const std::string& path, char separator = ' ') {
+    Lines messages;
+    for (const auto& line : kvtest::ReadLines(path)) messages.push_back(MessageOf(line, separator));
+    return messages;
+}
+
 // A child host running log_script against its own installation. With
 // rollHistory >= 0 the debug log rolls at 1 KB, keeping that many history files.
 struct LogHost : kvtest::InstalledHost {
@@ -32,9 +39,7 @@ struct LogHost : kvtest::InstalledHost {
     // Runs the operations; fails with the child's output unless it exits with 0.
     ::testing::AssertionResult Ok(Lines ops) { return InstalledHost::Ok("log_script", std::move(ops)); }
     Lines Messages(const std::string& name, char separator = ' ') const {
-        Lines messages;
-        for (const auto& line : kvtest::ReadLines(File(name))) messages.push_back(MessageOf(line, separator));
-        return messages;
+        return logtest::Messages(File(name), separator);
     }
 };
 

@@ -132,13 +132,15 @@ bool WriteVersionReport(const std::string& path) {
     char computer[MAX_COMPUTERNAME_LENGTH + 1] = "";
     DWORD length = sizeof computer;
     GetComputerNameA(computer, &length);
-    OSVERSIONINFOA os{};
+    // RtlGetVersion tells the true version; GetVersionEx answers 6.2 on any
+    // later Windows to a program without a compatibility manifest.
+    RTL_OSVERSIONINFOW os{};
     os.dwOSVersionInfoSize = sizeof os;
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-    GetVersionExA(&os);
-#pragma GCC diagnostic pop
-    fprintf(out, "%-18s %s, Windows %lu.%lu build %lu %s\n", "Machine", computer, os.dwMajorVersion,
+    using RtlGetVersionFn = LONG(WINAPI*)(RTL_OSVERSIONINFOW*);
+    if (auto rtlGetVersion = reinterpret_cast<RtlGetVersionFn>(
+            reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "RtlGetVersion"))))
+        rtlGetVersion(&os);
+    fprintf(out, "%-18s %s, Windows %lu.%lu build %lu %ls\n", "Machine", computer, os.dwMajorVersion,
             os.dwMinorVersion, os.dwBuildNumber, os.szCSDVersion);
     SYSTEMTIME now;
     GetLocalTime(&now);
