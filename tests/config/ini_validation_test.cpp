@@ -13,7 +13,6 @@ using kvtest::ProductInstall;
 
 namespace {
 
-// The step lines printed by config_steps in a new host process.
 Lines RunSteps(const char* host, Lines steps) {
     kvtest::ChildHost child(host);
     steps.insert(steps.begin(), "config_steps");

@@ -14,6 +14,7 @@
 #include "KvDebugHelp.h"
 #include "scenario.h"
 #include "temp_dir.h"
+#include "text_checks.h"
 
 #define KEEP_FRAME() asm volatile("" ::: "memory")
 
@@ -72,16 +73,12 @@ std::string SymbolOf(uint64_t returnAddress) {
 std::vector<uint64_t> RawDumpStarts(const std::string& text) {
     std::vector<uint64_t> starts;
     bool inDump = false;
-    for (size_t at = 0; at < text.size();) {
-        size_t end = text.find('\n', at);
-        if (end == std::string::npos) end = text.size();
-        const std::string line = text.substr(at, end - at);
+    for (const std::string& line : kvtest::SplitLines(text)) {
         const size_t tab = line.find('\t');
-        const size_t message = tab == std::string::npos ? std::string::npos : line.find(' ', tab);
+        const size_t message = tab == std::string::npos ? tab : line.find(' ', tab);
         const bool dumpLine = message != std::string::npos && line.compare(message + 1, 2, "0x") == 0;
         if (dumpLine && !inDump) starts.push_back(strtoull(line.c_str() + message + 1, nullptr, 16));
         inDump = dumpLine;
-        at = end + 1;
     }
     return starts;
 }
@@ -92,27 +89,21 @@ std::string FirstSymbolicFrame(const std::string& text) {
     return open == std::string::npos ? "?" : text.substr(open + 2, text.find('(', open) - open - 2);
 }
 
-class DebugLog {
-public:
-    DebugLog() { GetDebugLogFilePath(-1, 1, path_, sizeof path_); }
-    // What was written since the last call.
-    std::string Next() {
-        const std::string text = kvtest::ReadFileText(path_);
-        const std::string added = text.substr(read_ < text.size() ? read_ : text.size());
-        read_ = text.size();
-        return added;
-    }
+// What the debug log gained since the last call.
+std::string NewInDebugLog() {
+    static size_t read = 0;
+    char path[MAX_PATH] = "";
+    GetDebugLogFilePath(-1, 1, path, sizeof path);
+    const std::string text = kvtest::ReadFileText(path);
+    const std::string added = text.substr(read < text.size() ? read : text.size());
+    read = text.size();
+    return added;
+}
 
-private:
-    char path_[MAX_PATH] = "";
-    size_t read_ = 0;
-};
-
-void PrintDumps(DebugLog& log, const char* entry, void (*call)(char*)) {
-    char buffer[16] = "LLLLLLLLLLLLLLL";  // not an allocator pointer: no magic before it
-    call(buffer + 8);
-    printf("%s:", entry);
-    for (uint64_t start : RawDumpStarts(log.Next())) printf(" %s", SymbolOf(start).c_str());
+// "Entry: symbol ..." with the first frame of every dump written since the last call.
+void PrintDumpStarts(const char* entry, const std::string& first = "") {
+    printf("%s:%s", entry, first.c_str());
+    for (uint64_t start : RawDumpStarts(NewInDebugLog())) printf(" %s", SymbolOf(start).c_str());
     printf("\n");
 }
 
@@ -122,17 +113,17 @@ void PrintDumps(DebugLog& log, const char* entry, void (*call)(char*)) {
 // first frame of every dump the call wrote (of the capture, for KvException).
 KV_INI_SCENARIO(first_frames) {
     EnableCallStackAndAllocationInstrumentation(1, 0, const_cast<char*>(""), 0);
-    DebugLog log;
-    log.Next();
-    PrintDumps(log, "MemSafeCopy", CallerOfMemSafeCopy);
-    PrintDumps(log, "KvMemSafeCopy", CallerOfKvMemSafeCopy);
-    PrintDumps(log, "MemSafeMove", CallerOfMemSafeMove);
-    PrintDumps(log, "MemSafeSet", CallerOfMemSafeSet);
-    PrintDumps(log, "osMemFree", CallerOfosMemFree);
-    printf("KvException: %s", SymbolOf(CallerOfKvException()).c_str());
-    for (uint64_t start : RawDumpStarts(log.Next())) printf(" %s", SymbolOf(start).c_str());  // its banner dump
-    printf("\n");
+    NewInDebugLog();
+    const struct { const char* entry; void (*call)(char*); } entries[] = {
+        {"MemSafeCopy", CallerOfMemSafeCopy}, {"KvMemSafeCopy", CallerOfKvMemSafeCopy},
+        {"MemSafeMove", CallerOfMemSafeMove}, {"MemSafeSet", CallerOfMemSafeSet}, {"osMemFree", CallerOfosMemFree}};
+    for (const auto& e : entries) {
+        char buffer[16] = "LLLLLLLLLLLLLLL";  // not an allocator pointer: no magic before it
+        e.call(buffer + 8);
+        PrintDumpStarts(e.entry);
+    }
+    PrintDumpStarts("KvException", " " + SymbolOf(CallerOfKvException()));  // the capture, then its banner dump
     CallerOfLogInstrumentedAndKvcodeCallStacks();
-    printf("LogInstrumentedAndKvcodeCallStacks: %s\n", FirstSymbolicFrame(log.Next()).c_str());
+    printf("LogInstrumentedAndKvcodeCallStacks: %s\n", FirstSymbolicFrame(NewInDebugLog()).c_str());
     return 0;
 }

@@ -59,33 +59,28 @@ TEST(KvException, AssignmentSharesPreviousWithoutDoubleFree) {
     EXPECT_EQ(before, KvExceptionGetLiveCount());
 }
 
-// The assigned-from exception may be a member of the target's own chain:
-// assignment must take what it needs before it releases that chain.
+// The assigned-from exception may be a member of the target's own chain, one
+// link down at a time or two at once: assignment must take what it needs
+// before it releases that chain.
 TEST(KvException, AssignmentFromItsOwnChain) {
     const long before = KvExceptionGetLiveCount();
-    {
-        KvException first(1, "first", nullptr, "a.cpp", 1);
-        KvException second(2, "second", &first, "b.cpp", 2);
-        KvException cur(3, "third", &second, "c.cpp", 3);
-        const char* expected[] = {"second", "first"};
-        for (const char* description : expected) {
-            cur = *cur.getLastException();
-            EXPECT_EQ(description, cur.getDescription());
+    for (bool twoAtOnce : {false, true}) {
+        {
+            KvException first(1, "first", nullptr, "a.cpp", 1);
+            KvException second(2, "second", &first, "b.cpp", 2);
+            KvException cur(3, "third", &second, "c.cpp", 3);
+            if (twoAtOnce) cur = *cur.getLastException()->getLastException();
+            for (const char* description : {"second", "first"}) {
+                if (twoAtOnce) break;
+                cur = *cur.getLastException();
+                EXPECT_EQ(description, cur.getDescription());
+            }
+            EXPECT_EQ("a.cpp", cur.getFileName());
+            EXPECT_EQ(1, cur.getHResult());
+            EXPECT_EQ(nullptr, cur.getLastException());
         }
-        EXPECT_EQ(nullptr, cur.getLastException());
-        EXPECT_EQ(1, cur.getHResult());
+        EXPECT_EQ(before, KvExceptionGetLiveCount()) << twoAtOnce;
     }
-    EXPECT_EQ(before, KvExceptionGetLiveCount());
-    {
-        KvException first(1, "first", nullptr, "a.cpp", 1);
-        KvException second(2, "second", &first, "b.cpp", 2);
-        KvException cur(3, "third", &second, "c.cpp", 3);
-        cur = *cur.getLastException()->getLastException();  // two links down
-        EXPECT_EQ("first", cur.getDescription());
-        EXPECT_EQ("a.cpp", cur.getFileName());
-        EXPECT_EQ(nullptr, cur.getLastException());
-    }
-    EXPECT_EQ(before, KvExceptionGetLiveCount());
 }
 
 // The class lives in the DLL; the host throws and catches it.

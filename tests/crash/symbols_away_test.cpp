@@ -74,7 +74,10 @@ TEST(SymbolsAwayFromBuild, ReportsNameHostFunctionsFilesAndLinesFromPdbs) {
         EXPECT_HAS(LineFrom(r.output, "dll symtype=3 pdb="), "KvDebugHelp.pdb");
         EXPECT_HAS(LineFrom(r.output, "host symtype=3 pdb="), "scenario_host.pdb");
         const std::string file = "symbols_scenarios.cpp";
-        EXPECT_HAS(LineFrom(log, "LogStackHere(0x"), file + " Line " + std::to_string(Printed(r.output, "stack site")));
+        EXPECT_HAS(log, "Callstack instrumentation has been enabled (PID ");
+        EXPECT_HAS(LineFrom(log, "(symbols_host.exe) LogStackHere(0x"),
+                   file + " Line " + std::to_string(Printed(r.output, "stack site")));
+        EXPECT_NE(std::string::npos, log.find("symbols_report_scenario", log.find("LogStackHere(0x"))) << log;
         EXPECT_HAS(log, file + ":" + std::to_string(Printed(r.output, "alloc site")) + ",");  // the memory report row
         EXPECT_HAS(LineFrom(log, "ThrowHere(0x"), file + " Line " + std::to_string(Printed(r.output, "throw site")));
         const std::string check = LineFrom(r.output, "PASS  symbols resolve - RunKvDebugHelpTests resolved as "
@@ -119,6 +122,9 @@ TEST(SymbolsAwayFromBuild, DumpinfoPrintsTheFaultingStackWithFilesAndLines) {
         ASSERT_EQ(0xC0000005u, crash.exitCode) << crash.output;
         const HostResult info = away.Run("kvdiag", "kvdiag.exe", {"dumpinfo", dump});
         ASSERT_EQ(0u, info.exitCode) << info.output;
+        for (const char* part : {"Exception: code 0xc0000005 at 0x", "write of address 0x0000000000000010",
+                                 "Faulting thread: ", "Modules: ", "Memory: "})
+            EXPECT_HAS(kvtest::Squeezed(info.output), part);
         // Windows keeps the modules a light dump's stack points into; Wine
         // keeps none, and kvdiag says so.
         if (!c.fullMemory && info.output.find("the dump lists no modules") != std::string::npos) continue;

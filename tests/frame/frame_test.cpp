@@ -21,7 +21,6 @@ long long CurrentSetting(const std::string& name) {
     return -1;
 }
 
-// Restores the debug-log settings a test changes.
 struct DebugLogSettingsGuard {
     long long size = CurrentSetting("DebugLogSize");
     uint16_t history = DbgHlpGetCountOfDebugLogHistoryFiles();
@@ -32,20 +31,17 @@ struct DebugLogSettingsGuard {
 
 TEST(FrameSetters, DebugLogInisClampAndIgnoreNonPositive) {
     DebugLogSettingsGuard restore;
-    DbgHlpSetDebugLogInis(64, 3);
-    EXPECT_EQ(65536, CurrentSetting("DebugLogSize"));
-    EXPECT_EQ(3, DbgHlpGetCountOfDebugLogHistoryFiles());
-
-    DbgHlpSetDebugLogInis(0, -1);  // neither changes anything
-    EXPECT_EQ(65536, CurrentSetting("DebugLogSize"));
-    EXPECT_EQ(3, DbgHlpGetCountOfDebugLogHistoryFiles());
-    DbgHlpSetDebugLogInis(-5, 0);  // a zero count is a valid count
-    EXPECT_EQ(65536, CurrentSetting("DebugLogSize"));
-    EXPECT_EQ(0, DbgHlpGetCountOfDebugLogHistoryFiles());
-
-    DbgHlpSetDebugLogInis(99999, 12);
-    EXPECT_EQ(10485760, CurrentSetting("DebugLogSize"));
-    EXPECT_EQ(10, DbgHlpGetCountOfDebugLogHistoryFiles());
+    const struct { int32_t kb; int16_t count; long long size; int history; } steps[] = {
+        {64, 3, 65536, 3},
+        {0, -1, 65536, 3},  // neither changes anything
+        {-5, 0, 65536, 0},  // a zero count is a valid count
+        {99999, 12, 10485760, 10},
+    };
+    for (const auto& s : steps) {
+        DbgHlpSetDebugLogInis(s.kb, s.count);
+        EXPECT_EQ(s.size, CurrentSetting("DebugLogSize")) << s.kb;
+        EXPECT_EQ(s.history, DbgHlpGetCountOfDebugLogHistoryFiles()) << s.count;
+    }
 }
 
 TEST(FrameSetters, DebugModeAndInfo) {

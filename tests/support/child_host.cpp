@@ -142,7 +142,17 @@ bool ChildHost::StartCommandLine(const std::string& arguments) {
     return true;
 }
 
-bool ChildHost::Running() const { return process_ && WaitForSingleObject(process_, 0) == WAIT_TIMEOUT; }
+bool ChildHost::WaitForOutput(const std::string& text, DWORD timeoutMs) {
+    if (!output_) return false;
+    for (const DWORD start = GetTickCount();; Sleep(10)) {
+        const bool ended = !readerThread_ || WaitForSingleObject(readerThread_, 0) == WAIT_OBJECT_0;
+        {
+            std::lock_guard<std::mutex> hold(output_->lock);
+            if (output_->text.find(text) != std::string::npos) return true;
+        }
+        if (ended || GetTickCount() - start > timeoutMs) return false;
+    }
+}
 
 HostResult ChildHost::Wait(DWORD timeoutMs) {
     HostResult result;

@@ -57,8 +57,9 @@ public:
     bool StartCommandLine(const std::string& arguments);
     // Waits up to timeoutMs; on timeout the child is killed and timedOut set.
     HostResult Wait(DWORD timeoutMs);
-    // True while a started child has not ended.
-    bool Running() const;
+    // Waits until the child has printed text (true), or its output ended or
+    // timeoutMs passed (false).
+    bool WaitForOutput(const std::string& text, DWORD timeoutMs = 60000);
 
 private:
     std::string name_;
@@ -72,7 +73,6 @@ private:
     HANDLE readerThread_ = nullptr;
 };
 
-// The settings key path of a host name.
 std::string SettingsKeyPath(const std::string& hostName);
 
 }  // namespace kvtest

@@ -18,7 +18,6 @@ public:
     size_t size() const { return size_; }
     // True when every byte still holds fill (nothing was written).
     bool Untouched() const;
-    // True when every byte is zero.
     bool AllZero() const;
 
 private:

@@ -12,22 +12,14 @@ namespace kvtest {
 class KvdiagProcess {
 public:
     // Starts "<program folder>\kvdiag.exe ARGUMENTS" (arguments quoted by the caller).
-    explicit KvdiagProcess(const std::string& arguments);
-    ~KvdiagProcess();  // kills the tool if it still runs
-    KvdiagProcess(const KvdiagProcess&) = delete;
-    KvdiagProcess& operator=(const KvdiagProcess&) = delete;
-
-    // Reads output until text has appeared (true) or the tool closed its output.
-    bool ReadUntil(const std::string& text);
-    // Reads the rest and waits up to timeoutMs for the end, killing it after that.
-    HostResult Finish(DWORD timeoutMs);
+    explicit KvdiagProcess(const std::string& arguments) { tool_.StartCommandLine(arguments); }
+    // True once text has appeared; false when the tool ended its output first.
+    bool ReadUntil(const std::string& text) { return tool_.WaitForOutput(text); }
+    // Waits up to timeoutMs for the end, killing the tool after that.
+    HostResult Finish(DWORD timeoutMs) { return tool_.Wait(timeoutMs); }
 
 private:
-    bool ReadSome();
-
-    HANDLE process_ = nullptr;
-    HANDLE readPipe_ = nullptr;
-    HostResult result_;
+    ChildHost tool_{ChildHost::Program{"kvdiag.exe"}};
 };
 
 }  // namespace kvtest

@@ -17,7 +17,6 @@ public:
     std::string iniPath() const { return dir_ / "Config\\product.ini"; }
     std::string logDir() const { return dir_ / "Logs"; }
     std::string Path(const std::string& relative) const { return dir_ / relative; }
-    // Writes one value of the product INI file.
     void SetValue(const std::string& section, const std::string& key, const std::string& value) const;
 
 private:

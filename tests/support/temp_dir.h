@@ -16,7 +16,6 @@ public:
     TempDir& operator=(const TempDir&) = delete;
 
     const std::string& path() const { return path_; }
-    // path() + "\\" + relative
     std::string operator/(const std::string& relative) const;
 
 private:

@@ -35,14 +35,6 @@ inline std::string LineFrom(const std::string& text, const std::string& what) {
     return at == std::string::npos ? std::string() : text.substr(at, text.find_first_of("\r\n", at) - at);
 }
 
-// What follows a label on its line, past the blanks that align columns.
-inline std::string ValueAfter(const std::string& text, const std::string& label) {
-    const std::string line = LineFrom(text, label);
-    if (line.empty()) return "<no " + label + ">";
-    const size_t at = line.find_first_not_of(' ', label.size());
-    return at == std::string::npos ? "" : line.substr(at);
-}
-
 // The text with every run of blanks cut to one, so checks on a tool's table
 // do not depend on its column widths.
 inline std::string Squeezed(const std::string& text) {

@@ -12,7 +12,6 @@ using namespace utiltest;
 
 namespace {
 
-// A child host that loads the stand-in MAPI32.DLL and records into tmp.
 struct MailHost {
     explicit MailHost(const std::string& name) : host(name), native(name + ".exe") {
         host.SetEnv("KV_MAPI_RECORD", record);

@@ -13,14 +13,12 @@ using kvtest::TempDir;
 
 namespace {
 
-// A char* result slot that frees what the members hand back.
 struct Out {
     char* p = nullptr;
     ~Out() { free(p); }
     std::string str() const { return p ? p : "<null>"; }
 };
 
-// The current folder changed for one test and restored afterwards.
 struct CurrentFolder {
     explicit CurrentFolder(const std::string& path) {
         GetCurrentDirectoryA(MAX_PATH, saved);

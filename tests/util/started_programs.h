@@ -17,7 +17,6 @@ namespace utiltest {
 using Record = std::map<std::string, std::string>;
 using kvtest::ToolKey;
 
-// A named event, created unsignalled, for the life of the object.
 struct NamedEvent {
     explicit NamedEvent(const char* name) : handle(CreateEventA(nullptr, TRUE, FALSE, name)) { ResetEvent(handle); }
     ~NamedEvent() { CloseHandle(handle); }
