@@ -4,6 +4,7 @@
 #include <windows.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 #include <functional>
@@ -63,6 +64,30 @@ std::string PrepareInstallation() {
 
 void LogLine() { DbgLogWrite("%s", kMessage); }
 void PeerLine() { kvbench::SpdlogPeerLine(kMessage); }
+
+// The floor the machine sets: each thread appends a line of the same length to
+// a file of its own, without any lock. With more busy threads than cores, a
+// thread is preempted in the middle of a call for whole scheduler slices, and
+// the longest call shows it whatever the log does.
+struct BareFile {
+    HANDLE handle;
+    char path[MAX_PATH];
+    BareFile() {
+        snprintf(path, sizeof path, "%s\\Logs\\bare.%lu.log", kvbench::ScratchFolder().c_str(),
+                 GetCurrentThreadId());
+        handle = CreateFileA(path, FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr);
+    }
+    ~BareFile() {
+        CloseHandle(handle);
+        DeleteFileA(path);
+    }
+};
+void BareLine() {
+    thread_local BareFile file;
+    static const std::string line = std::string(kMessage) + std::string(112 - strlen(kMessage) - 2, ' ') + "\r\n";
+    DWORD written;
+    WriteFile(file.handle, line.data(), DWORD(line.size()), &written, nullptr);
+}
 
 // Writes `lines` lines on each of `threads` threads; lines per second, the
 // longest single call and the call that 99.9 % of calls stay within.
@@ -167,6 +192,8 @@ KV_BENCH(logging) {
         RoomWithoutRoll(livePath, kScalingLines * 112);
         kvbench::Report("DbgLogWrite, " + std::to_string(threads) + " thread(s), no roll",
                         Figures(Throughput(threads, int(kScalingLines) / threads)));
+        kvbench::Report("  bare WriteFile, a file per thread, no lock",
+                        Figures(Throughput(threads, int(kScalingLines) / threads, BareLine)));
     }
 
     // The peer: spdlog's thread-safe file sink, flushed after every line.
