@@ -7,12 +7,6 @@
 
 namespace {
 
-LONG WINAPI DumpingFilter(EXCEPTION_POINTERS* pointers) {
-    GenerateMiniDump(pointers);
-    printf("filter: dump returned\n");
-    return EXCEPTION_EXECUTE_HANDLER;
-}
-
 DWORD WINAPI ReadIniPathForever(void*) {
     char path[MAX_PATH];
     for (;;) GetKorvanIniFilePath(path, sizeof path);  // takes IniFileLock
@@ -59,8 +53,6 @@ KV_INI_SCENARIO(crash_ini_locked) {
     SetUnhandledExceptionFilter(DumpingFilter);
     printf("thread=%lu\n", GetCurrentThreadId());
     SuspendWhileHoldingIniFileLock(CreateThread(nullptr, 0, ReadIniPathForever, nullptr, 0, nullptr));
-    printf("lock held\n");
-    fflush(stdout);
     int* volatile target = reinterpret_cast<int*>(0x10);
     *target = 1;
     return 0;

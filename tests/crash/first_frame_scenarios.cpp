@@ -3,7 +3,6 @@
 // call is never a jump (the empty asm after it), so that function's own frame
 // is on the stack and must be the first frame reported.
 #include <windows.h>
-#include <dbghelp.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -17,56 +16,26 @@
 #include "text_checks.h"
 
 #define KEEP_FRAME() asm volatile("" ::: "memory")
+#define CALLER_OF(entry, call) \
+    __attribute__((noinline)) void CallerOf##entry([[maybe_unused]] char* dst) { call; KEEP_FRAME(); }
 
 extern "C" {
 
-__attribute__((noinline)) void CallerOfMemSafeCopy(char* dst) {
-    MemSafeCopy(dst, "x", 0, 8);  // a zero count is reported
-    KEEP_FRAME();
-}
-__attribute__((noinline)) void CallerOfKvMemSafeCopy(char* dst) {
-    KvMemSafeCopy(dst, "x", 1);  // not an allocator pointer
-    KEEP_FRAME();
-}
-__attribute__((noinline)) void CallerOfMemSafeMove(char* dst) {
-    MemSafeMove(dst, "x", 0, 8);
-    KEEP_FRAME();
-}
-__attribute__((noinline)) void CallerOfMemSafeSet(char* dst) {
-    MemSafeSet(dst, 'x', 0, 8);
-    KEEP_FRAME();
-}
-__attribute__((noinline)) void CallerOfosMemFree(char* notAllocated) {
-    osMemFree(notAllocated);
-    KEEP_FRAME();
-}
+CALLER_OF(MemSafeCopy, MemSafeCopy(dst, "x", 0, 8))  // a zero count is reported
+CALLER_OF(KvMemSafeCopy, KvMemSafeCopy(dst, "x", 1))  // not an allocator pointer
+CALLER_OF(MemSafeMove, MemSafeMove(dst, "x", 0, 8))
+CALLER_OF(MemSafeSet, MemSafeSet(dst, 'x', 0, 8))
+CALLER_OF(osMemFree, osMemFree(dst))
+CALLER_OF(LogInstrumentedAndKvcodeCallStacks, LogInstrumentedAndKvcodeCallStacks(nullptr, 0))
 __attribute__((noinline)) uint64_t CallerOfKvException() {
     KvException raised(1, "first frame", nullptr, "frames.cpp", 1);
     KEEP_FRAME();
     return raised.getCallStackArray()[0];
 }
-__attribute__((noinline)) void CallerOfLogInstrumentedAndKvcodeCallStacks() {
-    LogInstrumentedAndKvcodeCallStacks(nullptr, 0);
-    KEEP_FRAME();
-}
 
 }  // extern "C"
 
 namespace {
-
-// The symbol of a return address, through the symbol handler the library
-// started (the call itself lies one byte before the address).
-std::string SymbolOf(uint64_t returnAddress) {
-    union {
-        SYMBOL_INFO info;
-        char bytes[sizeof(SYMBOL_INFO) + 256];
-    } symbol{};
-    symbol.info.SizeOfStruct = sizeof(SYMBOL_INFO);
-    symbol.info.MaxNameLen = 256;
-    DWORD64 displacement = 0;
-    if (!SymFromAddr(GetCurrentProcess(), returnAddress - 1, &displacement, &symbol.info)) return "?";
-    return symbol.info.Name;
-}
 
 // The first address of every raw stack dump in text: a dump is a run of lines
 // whose message (after the timestamp) starts with "0x".
@@ -100,10 +69,11 @@ std::string NewInDebugLog() {
     return added;
 }
 
-// "Entry: symbol ..." with the first frame of every dump written since the last call.
+// "Entry: symbol ..." with the first frame of every dump written since the last call
+// (looked up one byte before the return address, where the call lies).
 void PrintDumpStarts(const char* entry, const std::string& first = "") {
     printf("%s:%s", entry, first.c_str());
-    for (uint64_t start : RawDumpStarts(NewInDebugLog())) printf(" %s", SymbolOf(start).c_str());
+    for (uint64_t start : RawDumpStarts(NewInDebugLog())) printf(" %s", SymbolAt(start - 1).c_str());
     printf("\n");
 }
 
@@ -122,8 +92,8 @@ KV_INI_SCENARIO(first_frames) {
         e.call(buffer + 8);
         PrintDumpStarts(e.entry);
     }
-    PrintDumpStarts("KvException", " " + SymbolOf(CallerOfKvException()));  // the capture, then its banner dump
-    CallerOfLogInstrumentedAndKvcodeCallStacks();
+    PrintDumpStarts("KvException", " " + SymbolAt(CallerOfKvException() - 1));  // the capture, then its banner dump
+    CallerOfLogInstrumentedAndKvcodeCallStacks(nullptr);
     printf("LogInstrumentedAndKvcodeCallStacks: %s\n", FirstSymbolicFrame(NewInDebugLog()).c_str());
     return 0;
 }

@@ -2,7 +2,6 @@
 // filter on a real access violation, and the log lines of a KvException chain.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <sstream>
 
@@ -11,14 +10,11 @@
 
 namespace {
 
-// The lines of a log file that contain one of the markers, each from it on.
-std::vector<std::string> LinesFrom(const std::string& file, std::initializer_list<const char*> markers) {
+// The lines of a log file that contain marker, each from it on.
+std::vector<std::string> LinesFrom(const std::string& file, const std::string& marker) {
     std::vector<std::string> found;
-    for (const auto& line : kvtest::ReadLines(file)) {
-        size_t at = std::string::npos;
-        for (const char* marker : markers) at = std::min(at, line.find(marker));
-        if (at != std::string::npos) found.push_back(line.substr(at));
-    }
+    for (const auto& line : kvtest::ReadLines(file))
+        if (line.find(marker) != std::string::npos) found.push_back(line.substr(line.find(marker)));
     return found;
 }
 
@@ -77,7 +73,7 @@ TEST(GenerateMiniDump, DumpOrReportByMode) {
         EXPECT_EQ(hangs, result.timedOut);
         EXPECT_TRUE(hangs || result.exitCode == (c.dump == kEmpty ? 0u : 0xC0000005u)) << result.output;
         EXPECT_EQ(!hangs && c.dump != kEmpty, result.output.find("filter: dump returned") != std::string::npos);
-        EXPECT_EQ(c.lines, LinesFrom(syslog, {"## EXCEPTION ## - "}));
+        EXPECT_EQ(c.lines, LinesFrom(syslog, "## EXCEPTION ## - "));
         EXPECT_EQ(c.dump != kNone, !c.blocked && kvtest::FileExists(path));
         EXPECT_TRUE(c.dump != kEmpty || kvtest::ReadFileText(path).empty());
         if (c.dump < kLight) continue;
@@ -96,11 +92,10 @@ TEST(GenerateMiniDump, DumpsWhileAnotherThreadHoldsIniFileLock) {
     const auto& result = h.Run("crash_ini_locked");
     EXPECT_FALSE(result.timedOut);
     EXPECT_EQ(0xC0000005u, result.exitCode) << result.output;
-    EXPECT_HAS(result.output, "lock held");
     EXPECT_HAS(result.output, "filter: dump returned");
-    const std::vector<std::string> expected = {"## EXCEPTION ## - Minidump created at \"" + path +
-                                               "\" with fallback: IniFileLock held: MiniDumpType 3, last known log folder."};
-    EXPECT_EQ(expected, LinesFrom(h.File("syslog.dat"), {"## EXCEPTION ## - "}));
+    EXPECT_EQ(std::vector<std::string>{"## EXCEPTION ## - Minidump created at \"" + path + "\" with fallback: "
+                                       "IniFileLock held: MiniDumpType 3, last known log folder."},
+              LinesFrom(h.File("syslog.dat"), "## EXCEPTION ## - "));
     EXPECT_GT(CrashDumpSize(path, result.output, true), 0u) << "a full-memory dump, as MiniDumpType 3 gives";
 }
 
@@ -109,16 +104,16 @@ TEST(KvExceptionLog, ChainAndDummyExceptionOutput) {
     kvtest::InstalledHost h("crash_exception_log");
     ASSERT_TRUE(h.Ok("crash_exception_chain"));
     EXPECT_HAS(h.last.output, "live=0");
-    const auto lines = LinesFrom(h.File("debug.log"), {"*** KvException Dump", "KvException : pid="});
-    const std::vector<std::string> expected = {
-        "*** KvException Dump to follow ***", "description:\"file missing\" error=0x80070002 (loader.cpp:0041)",
-        "description:\"load failed\" error=0x80004005 (starter.cpp:0007)",
-        "*** KvException Dump to follow ***",
-        "description:\"this is a dummy exception\" error=0xc0000010 (KvException:0125)",
-    };
-    ASSERT_EQ(expected.size(), lines.size()) << h.Log();
-    for (size_t i = 0; i < lines.size(); ++i) EXPECT_NE(std::string::npos, lines[i].find(expected[i])) << lines[i];
-    const auto notices = LinesFrom(h.File("syslog.dat"), {"An error has been detected."});
+    const std::string log = h.Log();
+    EXPECT_TRUE(kvtest::InOrder(log, {"*** KvException Dump to follow ***",
+                                      "description:\"file missing\" error=0x80070002 (loader.cpp:0041)",
+                                      "description:\"load failed\" error=0x80004005 (starter.cpp:0007)",
+                                      "*** KvException Dump to follow ***",
+                                      "description:\"this is a dummy exception\" error=0xc0000010 (KvException:0125)"}))
+        << log;
+    EXPECT_EQ(2u, kvtest::Count(log, "*** KvException Dump to follow ***")) << log;
+    EXPECT_EQ(3u, kvtest::Count(log, "KvException : pid=")) << log;
+    const auto notices = LinesFrom(h.File("syslog.dat"), "An error has been detected.");
     ASSERT_EQ(3u, notices.size());
     EXPECT_EQ(0u, notices[2].find("An error has been detected. \"this is a dummy exception\", error code: 0xc0000010"));
 }
@@ -129,19 +124,15 @@ TEST(FirstFrame, IsTheHostFunctionThatCalledTheExport) {
     kvtest::InstalledHost h("crash_first_frames");
     ASSERT_TRUE(h.Ok("first_frames"));
     const auto& result = h.last;
-    std::map<std::string, std::vector<std::string>> firstFrames;
+    std::map<std::string, int> frames;  // per entry point
     for (const auto& line : kvtest::SplitLines(result.output)) {
         const size_t colon = line.find(':');
         if (colon == std::string::npos) continue;
+        const std::string entry = line.substr(0, colon);
         std::istringstream symbols(line.substr(colon + 1));
-        auto& found = firstFrames[line.substr(0, colon)];
-        for (std::string symbol; symbols >> symbol;) found.push_back(symbol);
+        for (std::string symbol; symbols >> symbol; ++frames[entry]) EXPECT_EQ("CallerOf" + entry, symbol) << line;
     }
     for (const char* entry : {"MemSafeCopy", "KvMemSafeCopy", "MemSafeMove", "MemSafeSet", "osMemFree", "KvException",
-                              "LogInstrumentedAndKvcodeCallStacks"}) {
-        SCOPED_TRACE(entry);
-        const auto& found = firstFrames[entry];
-        EXPECT_FALSE(found.empty()) << result.output;
-        for (const auto& symbol : found) EXPECT_EQ(std::string("CallerOf") + entry, symbol) << result.output;
-    }
+                              "LogInstrumentedAndKvcodeCallStacks"})
+        EXPECT_GT(frames[entry], 0) << entry << " wrote no stack:\n" << result.output;
 }

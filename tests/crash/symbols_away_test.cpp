@@ -109,14 +109,10 @@ TEST(SymbolsAwayFromBuild, WithoutPdbsAddressesAndExportNamesOnly) {
 TEST(SymbolsAwayFromBuild, DumpinfoPrintsTheFaultingStackWithFilesAndLines) {
     AwayInstall away(Pdbs::kBeside);
     const std::string dump = away.install.logDir() + "\\user.dmp";
-    struct Case {
-        const char* type;
-        bool fullMemory;
-    };
-    for (const Case& c : {Case{"3", true}, Case{"1", false}}) {
-        SCOPED_TRACE(c.type);
+    for (const bool fullMemory : {true, false}) {
+        SCOPED_TRACE(fullMemory ? "MiniDumpType 3" : "MiniDumpType 1");
         DeleteFileA(dump.c_str());
-        away.install.SetValue("Debug", "MiniDumpType", c.type);
+        away.install.SetValue("Debug", "MiniDumpType", fullMemory ? "3" : "1");
         const HostResult crash =
             away.Run("symbols_crasher", "scenario_host.exe", {"symbols_crash_three_deep", away.install.iniPath()});
         ASSERT_EQ(0xC0000005u, crash.exitCode) << crash.output;
@@ -127,18 +123,14 @@ TEST(SymbolsAwayFromBuild, DumpinfoPrintsTheFaultingStackWithFilesAndLines) {
             EXPECT_HAS(kvtest::Squeezed(info.output), part);
         // Windows keeps the modules a light dump's stack points into; Wine
         // keeps none, and kvdiag says so.
-        if (!c.fullMemory && info.output.find("the dump lists no modules") != std::string::npos) continue;
-        size_t previous = info.output.find("Stack:");
-        for (const char* level : {"level3", "level2", "level1"}) {
-            const std::string function = std::string("symbols_crasher!CrashLevel") + level[5] + "+0x";
-            const size_t at = info.output.find(function);
-            EXPECT_LT(previous, at) << function << " out of order:\n" << info.output;
-            EXPECT_HAS(LineFrom(info.output, function),
-                       "symbols_scenarios.cpp:" + std::to_string(Printed(crash.output, level)) + ")");
-            previous = at;
-        }
-        EXPECT_HAS(info.output.substr(previous), "!symbols_crash_three_deep_scenario+0x");
-        if (!c.fullMemory) continue;
+        if (!fullMemory && info.output.find("the dump lists no modules") != std::string::npos) continue;
+        kvtest::Lines stack = {"Stack:"};  // each frame with its own line: the levels' lines differ
+        for (const char* level : {"level3", "level2", "level1"})
+            stack.insert(stack.end(), {std::string("symbols_crasher!CrashLevel") + level[5] + "+0x",
+                                       "symbols_scenarios.cpp:" + std::to_string(Printed(crash.output, level)) + ")"});
+        stack.push_back("!symbols_crash_three_deep_scenario+0x");
+        EXPECT_TRUE(kvtest::InOrder(info.output, stack)) << info.output;
+        if (!fullMemory) continue;
         // Without the host's PDB the same frames are module+offset, never a guess.
         DeleteFileA(away.Bin("scenario_host.pdb").c_str());
         const HostResult bare = away.Run("kvdiag", "kvdiag.exe", {"dumpinfo", dump});

@@ -31,23 +31,13 @@ static __attribute__((noinline)) void ThrowHere() {
 // a lookup has made it load the module's symbols.
 static void PrintModuleSymbols(const char* label, const void* inModule) {
     const DWORD64 address = reinterpret_cast<DWORD64>(inModule);
-    alignas(SYMBOL_INFO) char storage[sizeof(SYMBOL_INFO) + 256] = {};
-    auto* symbol = reinterpret_cast<SYMBOL_INFO*>(storage);
-    symbol->SizeOfStruct = sizeof(SYMBOL_INFO);
-    symbol->MaxNameLen = 255;
-    DWORD64 displacement = 0;
-    SymFromAddr(GetCurrentProcess(), address, &displacement, symbol);
+    SymbolAt(address);
     IMAGEHLP_MODULE64 info{};
     info.SizeOfStruct = sizeof info;
     if (SymGetModuleInfo64(GetCurrentProcess(), address, &info))
         printf("%s symtype=%d pdb=%s\n", label, int(info.SymType), info.LoadedPdbName);
     else
         printf("%s no module info (error %lu)\n", label, GetLastError());
-}
-
-static LONG WINAPI DumpingFilter(EXCEPTION_POINTERS* pointers) {
-    GenerateMiniDump(pointers);
-    return EXCEPTION_EXECUTE_HANDLER;
 }
 
 static __attribute__((noinline)) void CrashLevel3(int* volatile target) {
@@ -70,8 +60,7 @@ static __attribute__((noinline)) void CrashLevel1(int* target) {
 // INI_PATH: a call-stack log, an instrumented allocation in the memory
 // report, a KvException's stack, the symbol types of the DLL and the host, and
 // the self-check's symbol check.
-KV_SCENARIO(symbols_report) {
-    if (!UseProductIni(argc, argv)) return 3;
+KV_INI_SCENARIO(symbols_report) {
     EnableCallStackAndAllocationInstrumentation(1, 2, const_cast<char*>(""), 0);
     LogStackHere();
     void* block = AllocateHere();
@@ -86,8 +75,7 @@ KV_SCENARIO(symbols_report) {
 }
 
 // INI_PATH: an access violation three calls deep, dumped by the filter.
-KV_SCENARIO(symbols_crash_three_deep) {
-    if (!UseProductIni(argc, argv)) return 3;
+KV_INI_SCENARIO(symbols_crash_three_deep) {
     SetUnhandledExceptionFilter(DumpingFilter);
     CrashLevel1(reinterpret_cast<int*>(0x10));
     return 0;

@@ -4,7 +4,11 @@
 // tests/<subsystem>/*_scenarios.cpp file; run it as: <host>.exe name args...
 #pragma once
 
+#include <windows.h>
+#include <stdint.h>
 #include <stdio.h>
+
+#include <string>
 
 namespace kvhost {
 
@@ -19,6 +23,13 @@ struct ScenarioRegistrar {
 // Points the library at the product INI file named by argv[0] and validates
 // it; false when there is no argument or the file does not validate.
 bool UseProductIni(int argc, char** argv);
+
+// An unhandled-exception filter that writes the library's minidump, prints
+// "filter: dump returned" and ends the process.
+LONG WINAPI DumpingFilter(EXCEPTION_POINTERS* pointers);
+
+// The symbol at address, through the symbol handler the library started ("?" when none).
+std::string SymbolAt(uint64_t address);
 
 #define KV_SCENARIO(id)                                                        \
     static int id##_scenario(int argc, char** argv);                           \

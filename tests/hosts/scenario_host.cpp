@@ -1,13 +1,14 @@
 // The child host: a console program that loads KvDebugHelp.dll like any product
 // process and runs one named scenario.
 #include <windows.h>
+#include <dbghelp.h>
 #include <stdio.h>
 #include <string.h>
 
 #include <map>
 #include <string>
 
-#include "KvConfig.h"
+#include "KvDebugHelp.h"
 #include "scenario.h"
 
 namespace kvhost {
@@ -25,6 +26,24 @@ bool UseProductIni(int argc, char** argv) {
     if (argc < 1) return false;
     SetKorvanIniFilePath(argv[0]);
     return ValidateKorvanIniFile() == 1;
+}
+
+LONG WINAPI DumpingFilter(EXCEPTION_POINTERS* pointers) {
+    GenerateMiniDump(pointers);
+    printf("filter: dump returned\n");
+    return EXCEPTION_EXECUTE_HANDLER;
+}
+
+std::string SymbolAt(uint64_t address) {
+    union {
+        SYMBOL_INFO info;
+        char bytes[sizeof(SYMBOL_INFO) + 256];
+    } symbol{};
+    symbol.info.SizeOfStruct = sizeof(SYMBOL_INFO);
+    symbol.info.MaxNameLen = 256;
+    DWORD64 displacement = 0;
+    if (!SymFromAddr(GetCurrentProcess(), address, &displacement, &symbol.info)) return "?";
+    return symbol.info.Name;
 }
 
 int main(int argc, char** argv) {

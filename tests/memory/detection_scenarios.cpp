@@ -6,21 +6,18 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "KvConfig.h"
 #include "KvDebugHelp.h"
 #include "scenario.h"
 
-namespace {
-
-// Three neighbours; the middle one is damaged at offset and then found by the
-// full check and again at its free.
-int DamageMiddleElement(int offset, int length) {
+// OFFSET LENGTH: three neighbours; the middle one is damaged at offset and
+// then found by the full check and again at its free.
+KV_INI_SCENARIO(mem_damage_middle) {
     DbgHlpSetDebugMode(1);
     DbgHlpSetIdStr("detect");
     char* before = static_cast<char*>(osMemAlloc(8, 0));
     char* middle = static_cast<char*>(osMemAlloc(16, 0));
     char* after = static_cast<char*>(osMemAlloc(24, 0));
-    memset(middle + offset, 'X', size_t(length));
+    memset(middle + atoi(argv[1]), 'X', size_t(atoi(argv[2])));
     DbgLogWrite("full check\n");
     dbgMemCheckAllMemory(0);
     DbgLogWrite("now freeing\n");
@@ -29,12 +26,6 @@ int DamageMiddleElement(int offset, int length) {
     osMemFree(before);
     return 0;
 }
-
-}  // namespace
-
-KV_INI_SCENARIO(mem_overrun_one_byte) { return DamageMiddleElement(16, 1); }
-KV_INI_SCENARIO(mem_overrun_sixteen_bytes) { return DamageMiddleElement(16, 16); }
-KV_INI_SCENARIO(mem_underrun_one_byte) { return DamageMiddleElement(-1, 1); }
 
 // Debug mode 8 keeps freed elements: the second free is reported once.
 KV_INI_SCENARIO(mem_double_free_kept) {

@@ -18,9 +18,9 @@ namespace {
 // The host's name, which the reports carry, is the scenario's unless given.
 struct HostRun : kvtest::InstalledHost {
     std::string log;
-    explicit HostRun(const std::string& scenario, const std::string& extra = "", const std::string& name = "")
+    explicit HostRun(const std::string& scenario, std::vector<std::string> args = {}, const std::string& name = "")
         : InstalledHost(name.empty() ? scenario : name) {
-        EXPECT_TRUE(Ok(scenario, extra.empty() ? std::vector<std::string>{} : std::vector<std::string>{extra}));
+        EXPECT_TRUE(Ok(scenario, std::move(args)));
         log = Log();
     }
 };
@@ -30,28 +30,23 @@ struct HostRun : kvtest::InstalledHost {
 // Each overwrite is found twice (full check, then free), each time with the
 // three neighbouring elements in order.
 TEST(MemoryReports, OverrunsAndUnderrunsAreFoundByCheckAndFree) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"mem_overrun_one_byte", "58 FD FD FD"},
-        {"mem_overrun_sixteen_bytes", "58 58 58 58 58 58 58 58 58 58 58 58 58 58 58 58"},
-        {"mem_underrun_one_byte", "FD FD FD 58"}};
+    const struct {
+        const char *host, *offset, *length, *bytes;
+    } cases[] = {{"mem_overrun_one_byte", "16", "1", "58 FD FD FD"},
+                 {"mem_overrun_sixteen_bytes", "16", "16", "58 58 58 58 58 58 58 58 58 58 58 58 58 58 58 58"},
+                 {"mem_underrun_one_byte", "-1", "1", "FD FD FD 58"}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.first);
-        const HostRun o(c.first);
+        SCOPED_TRACE(c.host);
+        const HostRun o("mem_damage_middle", {c.offset, c.length}, c.host);
         const std::string& log = o.log;
-        EXPECT_EQ(2u, Count(log, std::string("Memory error - overwrite memory - ") + c.first + " detect")) << log;
-        EXPECT_HAS(log, c.second);
-        const size_t check = log.find("full check");
-        const size_t free = log.find("now freeing", check);
-        ASSERT_NE(std::string::npos, free) << log;
-        for (size_t from : {check, free}) {
-            const size_t previous = log.find("Previous memory element", log.find("Memory error", from));
-            const size_t faulty = log.find("Memory element in error", previous);
-            const size_t next = log.find("Next memory element", faulty);
-            ASSERT_NE(std::string::npos, next) << log;
-            EXPECT_NE(std::string::npos, log.find("Size: 8\tFree: 0", previous));
-            EXPECT_LT(log.find("Size: 16\tFree: 0", faulty), next);
-            EXPECT_NE(std::string::npos, log.find("Size: 24\tFree: 0", next));
-        }
+        EXPECT_EQ(2u, Count(log, std::string("Memory error - overwrite memory - ") + c.host + " detect")) << log;
+        EXPECT_HAS(log, c.bytes);
+        kvtest::Lines expected;
+        for (const char* step : {"full check", "now freeing"})
+            expected.insert(expected.end(), {step, "Memory error", "Previous memory element", "Size: 8\tFree: 0",
+                                             "Memory element in error", "Size: 16\tFree: 0", "Next memory element",
+                                             "Size: 24\tFree: 0"});
+        EXPECT_TRUE(kvtest::InOrder(log, expected)) << log;
     }
 }
 
@@ -61,18 +56,20 @@ TEST(MemoryReports, BadFreesAndLeaksAreReportedOnce) {
     const std::string kBadPointer = "Pointer not a valid memAlloc pointer 0x";
     const std::string kBadFree = "try to free bad or unknown memory";
     const struct {
-        std::string host, scenario, extra, report, detail, absent;
+        std::string host, scenario;
+        std::vector<std::string> args;
+        std::string report, detail, absent;
     } cases[] = {
-        {"mem_double_free_kept", "mem_double_free_kept", "", "try to free already free memory", "Size: 12\tFree: 1",
+        {"mem_double_free_kept", "mem_double_free_kept", {}, "try to free already free memory", "Size: 12\tFree: 1",
          ""},
-        {"mem_bad_pointer_stack", "mem_free_stack_buffer", "", kBadFree, kBadPointer, ""},
-        {"mem_bad_pointer_middle", "mem_free_middle", "guarded", kBadFree, kBadPointer, ""},
-        {"mem_light_foreign_pointer", "mem_free_middle", "", "", kBadPointer, "Memory error"},
-        {"mem_light_double_free", "mem_light_double_free", "", "", "Pointer used in double free 0x", ""},
-        {"mem_leak_at_unload", "mem_leak_at_unload", "", "memory not freed", "Size: 77\tFree: 0", "Size: 33"}};
+        {"mem_bad_pointer_stack", "mem_free_stack_buffer", {}, kBadFree, kBadPointer, ""},
+        {"mem_bad_pointer_middle", "mem_free_middle", {"guarded"}, kBadFree, kBadPointer, ""},
+        {"mem_light_foreign_pointer", "mem_free_middle", {}, "", kBadPointer, "Memory error"},
+        {"mem_light_double_free", "mem_light_double_free", {}, "", "Pointer used in double free 0x", ""},
+        {"mem_leak_at_unload", "mem_leak_at_unload", {}, "memory not freed", "Size: 77\tFree: 0", "Size: 33"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.host);
-        const HostRun o(c.scenario, c.extra, c.host);
+        const HostRun o(c.scenario, c.args, c.host);
         if (!c.report.empty()) { EXPECT_EQ(1u, Count(o.log, "Memory error - " + c.report + " - " + c.host)) << o.log; }
         EXPECT_HAS(o.log, c.detail);
         if (c.detail.find("Pointer") == 0) { EXPECT_EQ(1u, Count(o.log, c.detail)) << o.log; }
@@ -86,9 +83,7 @@ TEST(MemoryReports, InstrumentedReportNamesEachAllocationSite) {
     const HostRun o("mem_report_instrumented");
     int sites[2] = {0, 0};
     ASSERT_EQ(2, sscanf(o.last.output.c_str(), "site %d site %d", &sites[0], &sites[1])) << o.last.output;
-    EXPECT_HAS(o.log, "Memory Report: mem_report_instrumented PID ");
     EXPECT_HAS(o.log, "current memory allocation count");
-    EXPECT_HAS(o.log, "Type, Timestamp, Bytes, PID, Pointer, Source, Content");
     EXPECT_LACKS(o.log, "maximum buffer report count");
     const kvtest::HostResult summary = kvtest::RunKvdiag("memreport --ini \"" + o.install.iniPath() + "\"");
     ASSERT_EQ(0u, summary.exitCode) << summary.output;
@@ -103,7 +98,7 @@ TEST(MemoryReports, InstrumentedReportNamesEachAllocationSite) {
         EXPECT_HAS(LineFrom(kvtest::Squeezed(summary.output), rows[i][1]), site);
     }
 
-    const HostRun capped("mem_report_instrumented", "10050");
+    const HostRun capped("mem_report_instrumented", {"10050"});
     EXPECT_EQ(10000u, Count(capped.log, "\nBuffer, ")) << capped.log.substr(0, 2000);
     EXPECT_EQ(1u, Count(capped.log, "... (maximum buffer report count was reached)"));
     EXPECT_NE(std::string::npos, capped.log.find("Total memory buffers reported 10000, net byte total"));

@@ -8,7 +8,6 @@
 #include <thread>
 #include <vector>
 
-#include "KvConfig.h"
 #include "KvDebugHelp.h"
 #include "scenario.h"
 
@@ -84,8 +83,7 @@ KV_INI_SCENARIO(mem_page_pool) {
 KV_INI_SCENARIO(mem_guarded_stress) {
     DbgHlpSetDebugMode(argc > 1 ? uint16_t(atoi(argv[1])) : 1);
     constexpr int kThreads = 4, kRounds = 20000, kSlots = 256;
-    std::vector<std::atomic<char*>> shared(kSlots);
-    for (auto& s : shared) s = nullptr;
+    std::vector<std::atomic<char*>> shared(kSlots);  // value-initialised: all null
     std::vector<std::thread> threads;
     std::atomic<int> bad{0};
     for (int t = 0; t < kThreads; ++t) {

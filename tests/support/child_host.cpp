@@ -7,9 +7,7 @@
 
 namespace kvtest {
 
-std::string SettingsKeyPath(const std::string& hostName) {
-    return "Software\\Korvan\\KvDebugHelp\\" + hostName;
-}
+static std::string SettingsKeyPath(const std::string& hostName) { return "Software\\Korvan\\KvDebugHelp\\" + hostName; }
 
 ChildHost::ChildHost(const std::string& name) : ChildHost(name, ProgramFolder(), "scenario_host.exe") {}
 
@@ -58,8 +56,7 @@ std::string Quote(const std::string& arg) {
             ++backslashes;
             continue;
         }
-        if (c == '"') out.append(backslashes * 2 + 1, '\\');
-        else out.append(backslashes, '\\');
+        out.append(c == '"' ? backslashes * 2 + 1 : backslashes, '\\');  // a quote's backslashes doubled, plus its own
         backslashes = 0;
         out += c;
     }
@@ -180,7 +177,7 @@ HostResult ChildHost::Wait(DWORD timeoutMs) {
 }
 
 HostResult ChildHost::Run(const std::vector<std::string>& args, DWORD timeoutMs) {
-    if (!Start(args)) return Wait(0);
+    Start(args);  // a child that did not start is reported by Wait
     return Wait(timeoutMs);
 }
 

@@ -38,9 +38,6 @@ public:
     ChildHost(const ChildHost&) = delete;
     ChildHost& operator=(const ChildHost&) = delete;
 
-    const std::string& name() const { return name_; }
-    const std::string& exePath() const { return exePath_; }
-
     // A per-executable setting (a DWORD value under the host's key).
     void SetSetting(const std::string& value, DWORD data);
     // An extra environment variable for the child (TZ=EST5, ...).
@@ -72,7 +69,5 @@ private:
     std::shared_ptr<Output> output_;
     HANDLE readerThread_ = nullptr;
 };
-
-std::string SettingsKeyPath(const std::string& hostName);
 
 }  // namespace kvtest

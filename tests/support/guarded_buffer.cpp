@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <string.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace kvtest {
@@ -25,16 +26,8 @@ GuardedBuffer::~GuardedBuffer() {
     if (region_) VirtualFree(region_, 0, MEM_RELEASE);
 }
 
-bool GuardedBuffer::Untouched() const {
-    for (size_t i = 0; i < size_; ++i)
-        if (static_cast<unsigned char>(data_[i]) != fill_) return false;
-    return true;
-}
+bool GuardedBuffer::Untouched() const { return std::count(data_, data_ + size_, char(fill_)) == ptrdiff_t(size_); }
 
-bool GuardedBuffer::AllZero() const {
-    for (size_t i = 0; i < size_; ++i)
-        if (data_[i] != 0) return false;
-    return true;
-}
+bool GuardedBuffer::AllZero() const { return std::count(data_, data_ + size_, '\0') == ptrdiff_t(size_); }
 
 }  // namespace kvtest
