@@ -40,22 +40,14 @@ static void PrintModuleSymbols(const char* label, const void* inModule) {
         printf("%s no module info (error %lu)\n", label, GetLastError());
 }
 
-static __attribute__((noinline)) void CrashLevel3(int* volatile target) {
-    printf("level3 %d\n", __LINE__ + 2);
-    fflush(stdout);  // the crash ends the process before its buffers are written
-    *target = 3;
-    printf("not reached\n");
-}
+// Each level prints the line it is written on, which holds its whole body.
+#define CRASH_LEVEL(n, call) \
+    static __attribute__((noinline)) void CrashLevel##n(int* volatile target) { \
+        printf("level" #n " %d\n", __LINE__); call; printf("not reached\n"); }
 
-static __attribute__((noinline)) void CrashLevel2(int* target) {
-    printf("level2 %d\n", __LINE__ + 1);
-    CrashLevel3(target); printf("not reached\n");
-}
-
-static __attribute__((noinline)) void CrashLevel1(int* target) {
-    printf("level1 %d\n", __LINE__ + 1);
-    CrashLevel2(target); printf("not reached\n");
-}
+CRASH_LEVEL(3, *target = 3)
+CRASH_LEVEL(2, CrashLevel3(target))
+CRASH_LEVEL(1, CrashLevel2(target))
 
 // INI_PATH: a call-stack log, an instrumented allocation in the memory
 // report, a KvException's stack, the symbol types of the DLL and the host, and

@@ -27,7 +27,6 @@ KV_INI_SCENARIO(mem_free_stack_buffer) {
     DbgHlpSetDebugMode(1);
     char local[256];
     memset(local, 'L', sizeof local);
-    fflush(stdout);
     osMemFree(local + 128);
     printf("survived\n");
     return 0;
@@ -39,12 +38,10 @@ KV_INI_SCENARIO(mem_page_guard) {
     DbgHlpSetDebugMode(0x10);
     DbgHlpSetPageGuardWindow(0, ~0ull, 16);
     volatile char* p = static_cast<char*>(osMemAlloc(10, OSMEM_ZERO));
-    PrintStats("allocated");
     p[9] = 'x';
     char* q = static_cast<char*>(osMemAlloc(3000, 0));  // released again from its own placement
     osMemFree(q);
     PrintStats("freed");
-    fflush(stdout);
     if (argc > 1 && !strcmp(argv[1], "overrun")) p[10] = 'x';
     printf("survived\n");
     return 0;
