@@ -84,16 +84,12 @@ KV_INI_SCENARIO(mem_report_instrumented) {
     return 0;
 }
 
-namespace {
-
-__attribute__((noinline)) void WatchedAllocations() {
+static __attribute__((noinline)) void WatchedAllocations() {
     char spec[64];
     snprintf(spec, sizeof spec, "detection_scenarios.cpp:%d:2", __LINE__ + 2);
     printf("watcher %d\n", SetAllocationWatcher(spec));
     for (int i = 0; i < 3; ++i) osMemFree(osMemAlloc(16, 0));
 }
-
-}  // namespace
 
 // The allocation watcher logs the stack of the first two allocations at the
 // watched line only.

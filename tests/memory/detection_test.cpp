@@ -71,8 +71,7 @@ TEST(MemoryReports, BadFreesAndLeaksAreReportedOnce) {
         SCOPED_TRACE(c.host);
         const HostRun o(c.scenario, c.args, c.host);
         if (!c.report.empty()) { EXPECT_EQ(1u, Count(o.log, "Memory error - " + c.report + " - " + c.host)) << o.log; }
-        EXPECT_HAS(o.log, c.detail);
-        if (c.detail.find("Pointer") == 0) { EXPECT_EQ(1u, Count(o.log, c.detail)) << o.log; }
+        EXPECT_EQ(1u, Count(o.log, c.detail)) << o.log;
         if (c.report == kBadFree) { EXPECT_EQ(2u, Count(o.log, "Stack trace:")) << o.log; }  // pointer line and error
         if (!c.absent.empty()) { EXPECT_LACKS(o.log, c.absent); }
         if (c.host == "mem_light_double_free") { EXPECT_HAS(o.log, "64 64 64 64"); }  // the bytes at the pointer
@@ -91,12 +90,9 @@ TEST(MemoryReports, InstrumentedReportNamesEachAllocationSite) {
     EXPECT_HAS(summary.output, "Overwritten blocks: 0");
     EXPECT_HAS(summary.output, "Allocations by source site: 2");
     EXPECT_HAS(summary.output, "Total memory buffers reported 2, net byte total 333");
-    const char* rows[2][2] = {{", 00111, ", " 1 111 "}, {", 00222, ", " 1 222 "}};
-    for (int i = 0; i < 2; ++i) {
-        const std::string site = "detection_scenarios.cpp:" + std::to_string(sites[i]);
-        EXPECT_HAS(LineFrom(o.log, rows[i][0]), "memory\\" + site + ",");
-        EXPECT_HAS(LineFrom(kvtest::Squeezed(summary.output), rows[i][1]), site);
-    }
+    for (int i = 0; i < 2; ++i)  // the rows kvdiag read from the log's table
+        EXPECT_HAS(LineFrom(kvtest::Squeezed(summary.output), i ? " 1 222 " : " 1 111 "),
+                   "detection_scenarios.cpp:" + std::to_string(sites[i]));
 
     const HostRun capped("mem_report_instrumented", {"10050"});
     EXPECT_EQ(10000u, Count(capped.log, "\nBuffer, ")) << capped.log.substr(0, 2000);

@@ -11,16 +11,12 @@
 #include "KvDebugHelp.h"
 #include "scenario.h"
 
-namespace {
-
-void PrintStats(const char* when) {
+static void PrintStats(const char* when) {
     DbgMemStatistics s{};
     dbgMemStats(&s);
     printf("%s elements=%u bytes=%u total=%u guarded=%u\n", when, s.elementCount, s.bytesInUse, s.totalBytesInUse,
            s.pageGuardedCount);
 }
-
-}  // namespace
 
 // Guarded mode: freeing a stack buffer is reported, or traps with "CrashOnError".
 KV_INI_SCENARIO(mem_free_stack_buffer) {

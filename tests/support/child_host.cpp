@@ -34,13 +34,10 @@ ChildHost::~ChildHost() {
     DeleteFileA(exePath_.c_str());
 }
 
-void ChildHost::SetSetting(const std::string& value, DWORD data) {
-    HKEY key;
-    if (RegCreateKeyExA(HKEY_CURRENT_USER, SettingsKeyPath(name_).c_str(), 0, nullptr, 0, KEY_SET_VALUE,
-                        nullptr, &key, nullptr) != ERROR_SUCCESS)
-        throw std::runtime_error("cannot create the settings key");
-    RegSetValueExA(key, value.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&data), sizeof data);
-    RegCloseKey(key);
+void ChildHost::SetSetting(const std::string& value, DWORD data) {  // creates the key when it is missing
+    const std::string key = SettingsKeyPath(name_);
+    if (RegSetKeyValueA(HKEY_CURRENT_USER, key.c_str(), value.c_str(), REG_DWORD, &data, sizeof data))
+        throw std::runtime_error("cannot write the setting " + value);
 }
 
 void ChildHost::SetEnv(const std::string& name, const std::string& value) { env_[name] = value; }
