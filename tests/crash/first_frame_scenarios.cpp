@@ -69,18 +69,22 @@ std::string NewInDebugLog() {
     return added;
 }
 
-// "Entry: symbol ..." with the first frame of every dump written since the last call
-// (looked up one byte before the return address, where the call lies).
-void PrintDumpStarts(const char* entry, const std::string& first = "") {
-    printf("%s:%s", entry, first.c_str());
-    for (uint64_t start : RawDumpStarts(NewInDebugLog())) printf(" %s", SymbolAt(start - 1).c_str());
-    printf("\n");
+// "first frames of Entry: ok" when the given first frames and those of the raw
+// dumps written since the last call all are CallerOf<Entry>; otherwise what was
+// found instead. A dump's frame is looked up one byte before its return
+// address, where the call lies.
+void ReportFirstFrames(const std::string& entry, std::vector<std::string> firsts = {}) {
+    for (uint64_t start : RawDumpStarts(NewInDebugLog())) firsts.push_back(SymbolAt(start - 1));
+    std::string wrong = firsts.empty() ? " no stack" : "";
+    for (const auto& symbol : firsts)
+        if (symbol != "CallerOf" + entry) wrong += " " + symbol;
+    printf("first frames of %s:%s\n", entry.c_str(), wrong.empty() ? " ok" : wrong.c_str());
 }
 
 }  // namespace
 
-// INI_PATH: for each entry point, "Entry: first-frame-symbol ..." with the
-// first frame of every dump the call wrote (of the capture, for KvException).
+// INI_PATH: for each entry point, "first frames of Entry: ok" when every dump
+// the call wrote (and the capture, for KvException) starts at its caller.
 KV_INI_SCENARIO(first_frames) {
     EnableCallStackAndAllocationInstrumentation(1, 0, const_cast<char*>(""), 0);
     NewInDebugLog();
@@ -90,10 +94,10 @@ KV_INI_SCENARIO(first_frames) {
     for (const auto& e : entries) {
         char buffer[16] = "LLLLLLLLLLLLLLL";  // not an allocator pointer: no magic before it
         e.call(buffer + 8);
-        PrintDumpStarts(e.entry);
+        ReportFirstFrames(e.entry);
     }
-    PrintDumpStarts("KvException", " " + SymbolAt(CallerOfKvException() - 1));  // the capture, then its banner dump
+    ReportFirstFrames("KvException", {SymbolAt(CallerOfKvException() - 1)});  // the capture, then its banner dump
     CallerOfLogInstrumentedAndKvcodeCallStacks(nullptr);
-    printf("LogInstrumentedAndKvcodeCallStacks: %s\n", FirstSymbolicFrame(NewInDebugLog()).c_str());
+    ReportFirstFrames("LogInstrumentedAndKvcodeCallStacks", {FirstSymbolicFrame(NewInDebugLog())});
     return 0;
 }

@@ -2,9 +2,6 @@
 // filter on a real access violation, and the log lines of a KvException chain.
 #include <gtest/gtest.h>
 
-#include <map>
-#include <sstream>
-
 #include "../../tools/kvdiag/dump_reader.h"
 #include "installed_host.h"
 
@@ -123,16 +120,7 @@ TEST(KvExceptionLog, ChainAndDummyExceptionOutput) {
 TEST(FirstFrame, IsTheHostFunctionThatCalledTheExport) {
     kvtest::InstalledHost h("crash_first_frames");
     ASSERT_TRUE(h.Ok("first_frames"));
-    const auto& result = h.last;
-    std::map<std::string, int> frames;  // per entry point
-    for (const auto& line : kvtest::SplitLines(result.output)) {
-        const size_t colon = line.find(':');
-        if (colon == std::string::npos) continue;
-        const std::string entry = line.substr(0, colon);
-        std::istringstream symbols(line.substr(colon + 1));
-        for (std::string symbol; symbols >> symbol; ++frames[entry]) EXPECT_EQ("CallerOf" + entry, symbol) << line;
-    }
     for (const char* entry : {"MemSafeCopy", "KvMemSafeCopy", "MemSafeMove", "MemSafeSet", "osMemFree", "KvException",
                               "LogInstrumentedAndKvcodeCallStacks"})
-        EXPECT_GT(frames[entry], 0) << entry << " wrote no stack:\n" << result.output;
+        EXPECT_HAS(h.last.output, "first frames of " + std::string(entry) + ": ok");
 }
