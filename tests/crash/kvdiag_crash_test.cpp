@@ -6,14 +6,10 @@
 #include "product_install.h"
 #include "temp_dir.h"
 
-namespace {
-
-void ExpectOutput(const kvtest::HostResult& result, DWORD exitCode, std::initializer_list<std::string> texts) {
+static void ExpectOutput(const kvtest::HostResult& result, DWORD exitCode, std::initializer_list<std::string> texts) {
     EXPECT_EQ(exitCode, result.exitCode) << result.output;
     for (const auto& text : texts) EXPECT_HAS(kvtest::Squeezed(result.output), kvtest::Squeezed(text)) << text;
 }
-
-}  // namespace
 
 TEST(KvdiagCrash, CrashTestWritesALightDumpAndTakesItsSettingBack) {
     kvtest::ProductInstall install;

@@ -4,12 +4,10 @@
 
 #include "KvDebugHelp.h"
 
-namespace {
-
 // Runs a strength's filter the way the dump writer does, through the routine
 // and parameter its callback information hands out; returns its answer and
 // the flags it left.
-BOOL Filter(MiniDump& dump, ULONG type, ULONG& flags) {
+static BOOL Filter(MiniDump& dump, ULONG type, ULONG& flags) {
     MINIDUMP_CALLBACK_INFORMATION info{};
     bool present = false;
     dump.GetCallbackInfo(info, present);
@@ -23,8 +21,6 @@ BOOL Filter(MiniDump& dump, ULONG type, ULONG& flags) {
     flags = output.ModuleWriteFlags;
     return answer;
 }
-
-}  // namespace
 
 TEST(MiniDumpStrengths, FiltersKeepWhatTheirStrengthNeeds) {
     LightMiniDump light(nullptr, nullptr);

@@ -149,12 +149,8 @@ bool ChildHost::WaitForOutput(const std::string& text, DWORD timeoutMs) {
 }
 
 HostResult ChildHost::Wait(DWORD timeoutMs) {
+    if (!process_) return {DWORD(-1), exePath_ + " could not be started"};
     HostResult result;
-    if (!process_) {
-        result.exitCode = DWORD(-1);
-        result.output = exePath_ + " could not be started";
-        return result;
-    }
     if (WaitForSingleObject(process_, timeoutMs) == WAIT_TIMEOUT) {
         result.timedOut = true;
         TerminateProcess(process_, 0xDEAD);

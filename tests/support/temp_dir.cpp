@@ -7,7 +7,7 @@
 
 #include <atomic>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 namespace kvtest {
 
@@ -41,9 +41,7 @@ bool DirectoryExists(const std::string& path) {
 
 std::string ReadFileText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 bool WriteFileText(const std::string& path, const std::string& text) {
