@@ -51,14 +51,10 @@ int main(int argc, char** argv) {
     // A crash ends the host at once with its exception code: no error dialog
     // on Windows, no debugger started by Wine (which costs seconds per crash).
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
-    if (argc < 2) {
+    const auto found = argc < 2 ? kvhost::Scenarios().end() : kvhost::Scenarios().find(argv[1]);
+    if (found == kvhost::Scenarios().end()) {
         fprintf(stderr, "usage: %s SCENARIO [ARGS...]\nscenarios:\n", argv[0]);
         for (const auto& s : kvhost::Scenarios()) fprintf(stderr, "  %s\n", s.first.c_str());
-        return 2;
-    }
-    const auto found = kvhost::Scenarios().find(argv[1]);
-    if (found == kvhost::Scenarios().end()) {
-        fprintf(stderr, "unknown scenario %s\n", argv[1]);
         return 2;
     }
     return found->second(argc - 2, argv + 2);

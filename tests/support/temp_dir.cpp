@@ -3,7 +3,6 @@
 #include "text_checks.h"
 
 #include <windows.h>
-#include <stdio.h>
 
 #include <atomic>
 #include <fstream>
@@ -15,14 +14,8 @@ TempDir::TempDir(const std::string& label) {
     static std::atomic<unsigned> counter{0};
     char base[MAX_PATH];
     GetTempPathA(MAX_PATH, base);
-    for (;;) {
-        char name[MAX_PATH];
-        snprintf(name, sizeof name, "%s%s_%lu_%u", base, label.c_str(), GetCurrentProcessId(), counter++);
-        if (CreateDirectoryA(name, nullptr)) {
-            path_ = name;
-            return;
-        }
-    }
+    do path_ = base + label + "_" + std::to_string(GetCurrentProcessId()) + "_" + std::to_string(counter++);
+    while (!CreateDirectoryA(path_.c_str(), nullptr));  // a name left by an earlier run is skipped
 }
 
 TempDir::~TempDir() { RemoveTree(path_); }
