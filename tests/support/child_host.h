@@ -30,9 +30,7 @@ public:
     ChildHost(const std::string& name, const std::string& folder, const std::string& program);
     // Another program of the program folder ("kvdiag.exe"), used as it is:
     // no copy and no settings key.
-    struct Program {
-        std::string fileName;
-    };
+    struct Program { std::string fileName; };
     explicit ChildHost(const Program& program);
     ~ChildHost();
     ChildHost(const ChildHost&) = delete;
