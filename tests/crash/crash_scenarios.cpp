@@ -5,21 +5,19 @@
 #include "KvDebugHelp.h"
 #include "scenario.h"
 
-namespace {
-
-DWORD WINAPI ReadIniPathForever(void*) {
+static DWORD WINAPI ReadIniPathForever(void*) {
     char path[MAX_PATH];
     for (;;) GetKorvanIniFilePath(path, sizeof path);  // takes IniFileLock
 }
 
-DWORD WINAPI TakeIniFileLock(void*) {
+static DWORD WINAPI TakeIniFileLock(void*) {
     TolerateMissingIniFile();  // takes IniFileLock (and changes nothing here)
     return 0;
 }
 
 // Suspends holder at a moment it holds IniFileLock: a probe thread that needs
 // the lock then cannot finish. The probe stays blocked for good.
-void SuspendWhileHoldingIniFileLock(HANDLE holder) {
+static void SuspendWhileHoldingIniFileLock(HANDLE holder) {
     for (;;) {
         SuspendThread(holder);
         HANDLE probe = CreateThread(nullptr, 0, TakeIniFileLock, nullptr, 0, nullptr);
@@ -31,8 +29,6 @@ void SuspendWhileHoldingIniFileLock(HANDLE holder) {
         ResumeThread(holder);
     }
 }
-
-}  // namespace
 
 // INI_PATH [nullptrs]: crashes with an access violation at address 0x10 and
 // the filter dumps; with "nullptrs" calls GenerateMiniDump(nullptr) instead.

@@ -5,7 +5,6 @@
 #include <windows.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 
 #include <string>
 #include <vector>
@@ -35,11 +34,9 @@ __attribute__((noinline)) uint64_t CallerOfKvException() {
 
 }  // extern "C"
 
-namespace {
-
 // The first address of every raw stack dump in text: a dump is a run of lines
 // whose message (after the timestamp) starts with "0x".
-std::vector<uint64_t> RawDumpStarts(const std::string& text) {
+static std::vector<uint64_t> RawDumpStarts(const std::string& text) {
     std::vector<uint64_t> starts;
     bool inDump = false;
     for (const std::string& line : kvtest::SplitLines(text)) {
@@ -53,13 +50,13 @@ std::vector<uint64_t> RawDumpStarts(const std::string& text) {
 }
 
 // The symbol of the first line of a symbolic stack: "(module) Symbol(0x...".
-std::string FirstSymbolicFrame(const std::string& text) {
+static std::string FirstSymbolicFrame(const std::string& text) {
     const size_t open = text.find(") ");
     return open == std::string::npos ? "?" : text.substr(open + 2, text.find('(', open) - open - 2);
 }
 
 // What the debug log gained since the last call.
-std::string NewInDebugLog() {
+static std::string NewInDebugLog() {
     static size_t read = 0;
     char path[MAX_PATH] = "";
     GetDebugLogFilePath(-1, 1, path, sizeof path);
@@ -73,15 +70,13 @@ std::string NewInDebugLog() {
 // dumps written since the last call all are CallerOf<Entry>; otherwise what was
 // found instead. A dump's frame is looked up one byte before its return
 // address, where the call lies.
-void ReportFirstFrames(const std::string& entry, std::vector<std::string> firsts = {}) {
+static void ReportFirstFrames(const std::string& entry, std::vector<std::string> firsts = {}) {
     for (uint64_t start : RawDumpStarts(NewInDebugLog())) firsts.push_back(SymbolAt(start - 1));
     std::string wrong = firsts.empty() ? " no stack" : "";
     for (const auto& symbol : firsts)
         if (symbol != "CallerOf" + entry) wrong += " " + symbol;
     printf("first frames of %s:%s\n", entry.c_str(), wrong.empty() ? " ok" : wrong.c_str());
 }
-
-}  // namespace
 
 // INI_PATH: for each entry point, "first frames of Entry: ok" when every dump
 // the call wrote (and the capture, for KvException) starts at its caller.

@@ -5,10 +5,8 @@
 #include "../../tools/kvdiag/dump_reader.h"
 #include "installed_host.h"
 
-namespace {
-
 // The lines of a log file that contain marker, each from it on.
-std::vector<std::string> LinesFrom(const std::string& file, const std::string& marker) {
+static std::vector<std::string> LinesFrom(const std::string& file, const std::string& marker) {
     std::vector<std::string> found;
     for (const auto& line : kvtest::ReadLines(file))
         if (line.find(marker) != std::string::npos) found.push_back(line.substr(line.find(marker)));
@@ -16,7 +14,7 @@ std::vector<std::string> LinesFrom(const std::string& file, const std::string& m
 }
 
 // Reads the dump back: its size, or 0 when it is no dump of this crash.
-uint64_t CrashDumpSize(const std::string& path, const std::string& output, bool fullMemory) {
+static uint64_t CrashDumpSize(const std::string& path, const std::string& output, bool fullMemory) {
     kvdiag::MappedDump dump(path.c_str());
     const auto* exception = dump.base() ? dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream) : nullptr;
     EXPECT_NE(nullptr, exception) << "no dump with an exception at " << path;
@@ -29,8 +27,6 @@ uint64_t CrashDumpSize(const std::string& path, const std::string& output, bool 
     EXPECT_EQ(fullMemory, full != nullptr && full->NumberOfMemoryRanges > 0);
     return dump.size();
 }
-
-}  // namespace
 
 TEST(GenerateMiniDump, DumpOrReportByMode) {
     kvtest::ProductInstall install;

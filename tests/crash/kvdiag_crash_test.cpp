@@ -13,10 +13,9 @@ static void ExpectOutput(const kvtest::HostResult& result, DWORD exitCode, std::
 
 TEST(KvdiagCrash, CrashTestWritesALightDumpAndTakesItsSettingBack) {
     kvtest::ProductInstall install;
-    const std::string dump = install.logDir() + "\\user.dmp";
     ExpectOutput(kvtest::RunKvdiag("crashtest light --ini \"" + install.iniPath() + "\""), 0,
                  {"Crash test with [Debug]MiniDumpType=1 (for this test only)", "Child ended with 0xc0000005",
-                  "Dump: " + dump + ", ", "exception 0xc0000005 in thread "});
+                  "Dump: " + install.logDir() + "\\user.dmp, ", "exception 0xc0000005 in thread "});
     char type[16] = "";
     GetPrivateProfileStringA("Debug", "MiniDumpType", "absent", type, sizeof type, install.iniPath().c_str());
     EXPECT_STREQ("absent", type) << "the test's dump type is taken back";

@@ -16,7 +16,6 @@
 
 namespace {
 
-using kvtest::Count;
 using kvtest::HostResult;
 using kvtest::LineFrom;
 
@@ -136,7 +135,7 @@ TEST(SymbolsAwayFromBuild, DumpinfoPrintsTheFaultingStackWithFilesAndLines) {
         const HostResult bare = away.Run("kvdiag", "kvdiag.exe", {"dumpinfo", dump});
         EXPECT_LACKS(bare.output, "CrashLevel");
         EXPECT_LACKS(bare.output, "symbols_scenarios.cpp");
-        EXPECT_GE(Count(bare.output, "  symbols_crasher+0x"), 4u) << bare.output;
+        EXPECT_GE(kvtest::Count(bare.output, "  symbols_crasher+0x"), 4u) << bare.output;
         ASSERT_TRUE(CopyFileA((kvtest::ProgramFolder() + "\\scenario_host.pdb").c_str(),
                               away.Bin("scenario_host.pdb").c_str(), FALSE));
     }

@@ -3,7 +3,6 @@
 #include <windows.h>
 #include <dbghelp.h>
 #include <stdio.h>
-#include <string.h>
 
 #include <map>
 #include <string>

@@ -10,7 +10,6 @@
 #include "kvdiag_runner.h"
 
 using kvtest::Count;
-using kvtest::LineFrom;
 
 namespace {
 
@@ -91,7 +90,7 @@ TEST(MemoryReports, InstrumentedReportNamesEachAllocationSite) {
     EXPECT_HAS(summary.output, "Allocations by source site: 2");
     EXPECT_HAS(summary.output, "Total memory buffers reported 2, net byte total 333");
     for (int i = 0; i < 2; ++i)  // the rows kvdiag read from the log's table
-        EXPECT_HAS(LineFrom(kvtest::Squeezed(summary.output), i ? " 1 222 " : " 1 111 "),
+        EXPECT_HAS(kvtest::LineFrom(kvtest::Squeezed(summary.output), i ? " 1 222 " : " 1 111 "),
                    "detection_scenarios.cpp:" + std::to_string(sites[i]));
 
     const HostRun capped("mem_report_instrumented", {"10050"});

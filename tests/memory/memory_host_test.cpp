@@ -18,9 +18,9 @@ TEST(MemoryHost, SettingsAndFaultsEndTheHostAsDocumented) {
         // Without guard buffers the element ends at a no-access page, so the
         // first byte past it faults at the write itself; with them its region
         // is still found from its placement.
-        {"mem_page_guard", "mem_page_guard", "MemoryBufferSize", 0, {}, 0, "freed elements=1 bytes=10 total=74 guarded=1"},
+        {"mem_page_guard", "mem_page_guard", "MemoryBufferSize", 0, {}, 0, "elements=1 bytes=10 total=74 guarded=1"},
         {"mem_page_guard_overrun", "mem_page_guard", "MemoryBufferSize", 0, {"overrun"}, 0xC0000005, nullptr},
-        {"mem_page_guard_buffered", "mem_page_guard", nullptr, 0, {}, 0, "freed elements=1 bytes=10 total=106 guarded=1"},
+        {"mem_page_guard_buffered", "mem_page_guard", nullptr, 0, {}, 0, "elements=1 bytes=10 total=106 guarded=1"},
         // The page pool allocates, frees and reuses its blocks.
         {"mem_page_pool", "mem_page_pool", "AllocFromPage", 1, {}, 0, "again 1"},
     };

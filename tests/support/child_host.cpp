@@ -131,8 +131,7 @@ bool ChildHost::StartCommandLine(const std::string& arguments) {
     }
     CloseHandle(pi.hThread);
     process_ = pi.hProcess;
-    readerThread_ = CreateThread(nullptr, 0, Output::ReadAll, new std::shared_ptr<Output>(output_), 0,
-                                 nullptr);
+    readerThread_ = CreateThread(nullptr, 0, Output::ReadAll, new std::shared_ptr<Output>(output_), 0, nullptr);
     return true;
 }
 
