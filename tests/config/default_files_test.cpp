@@ -6,6 +6,7 @@
 #include "child_host.h"
 #include "registry_keys.h"
 #include "temp_dir.h"
+#include "text_checks.h"
 
 using kvtest::TempDir;
 using Keys = std::vector<std::pair<std::string, std::string>>;
@@ -94,8 +95,7 @@ TEST(DefaultFiles, MixedSeparatorsFromTheRegistryFindNoRoot) {
     kvtest::DefaultIniPathGuard guard;
     guard.Set(mixed);
     const auto result = kvtest::ChildHost("cfg_mixed").Run({"config_steps", "validate", "createini", "inipath"});
-    const std::string lines[] = {"validate 0 error 2", "createini 1",
-                                 "inipath " + std::to_string(mixed.size()) + " " + mixed};
-    for (const std::string& line : lines) EXPECT_NE(std::string::npos, result.output.find(line)) << result.output;
+    const std::string inipath = "inipath " + std::to_string(mixed.size()) + " " + mixed;
+    EXPECT_EQ((kvtest::Lines{"validate 0 error 2", "createini 1", inipath}), kvtest::SplitLines(result.output));
     EXPECT_EQ(Keys{Bin()}, KeysOf(plant / "Config\\product.ini"));
 }

@@ -44,15 +44,6 @@ TEST(FrameSetters, DebugLogInisClampAndIgnoreNonPositive) {
     }
 }
 
-TEST(FrameSetters, DebugModeAndInfo) {
-    EXPECT_EQ(0xFFFFu, DbgHlpSetDebugMode(0xFFFF));  // zero-extended, never sign-extended
-    DbgHlpInfo info{};
-    DbgHlpGetInfo(&info);
-    EXPECT_EQ(0xFFFF, info.debugMode);
-    EXPECT_EQ(5, info.heapCheckRate);  // the default of a process without a settings key
-    EXPECT_EQ(0u, DbgHlpSetDebugMode(0));
-}
-
 // The count of all rows comes back whatever the capacity; only a null array
 // with room claimed is refused.
 TEST(SettingsReport, FillsNoMoreRowsThanItsCapacity) {

@@ -48,7 +48,7 @@ TEST(Settings, DefaultsClampsAndFlagsAtAttach) {
                 got[line.substr(0, line.find('='))] = std::stoll(line.substr(line.find('=') + 1));
         for (const auto& r : rows)
             EXPECT_EQ(column(r).written == kUnset ? r.byDefault : column(r).expected, got[r.name]) << r.name;
-        // DbgHlpGetInfo reports the low 16 bits of the mode and of HeapCheckRate.
-        if (h == 3) { EXPECT_HAS(result.output, "info.debugMode=4660 info.heapCheckRate=9"); }
+        // The mode comes back zero-extended, never sign-extended; DbgHlpGetInfo reports it and HeapCheckRate.
+        if (h == 3) { EXPECT_HAS(result.output, "mode=65535 info.debugMode=65535 info.heapCheckRate=9"); }
     }
 }

@@ -24,7 +24,6 @@ TEST(DebugLog, EachMessageIsOneStampedLineWrittenAsGiven) {
     EXPECT_EQ((Lines{"ends in newline", "~", "after empty", "~", "~", "~raw text", "~second raw", "50% done %s %n %d %",
                      "rate 75%", "w=7 9% %s %n", longest, longest, longest, "", "own file"}),
               h.Messages("debug.log"));
-    EXPECT_FALSE(FileExists(h.File("debug.Shapes.log")));
 }
 
 TEST(DebugLog, LogHandlesStayOutOfChildProcesses) {
@@ -94,7 +93,7 @@ TEST(DebugLogFaults, AWriterKilledMidWriteOrRollHoldsNobodyUpAndLosesNoOtherLine
     // writer goes on; most of a flood's time is spent holding the file's lock
     // or rolling, so the kills land there.
     LogHost paced("log_paced", 10);
-    ASSERT_TRUE(paced.host.Start({"log_script", paced.install.iniPath(), "comp=stress", "paced=600:2"}));
+    ASSERT_TRUE(paced.host.Start({"log_script", paced.install.iniPath(), "comp=stress", "numbered=paced:600:2"}));
     for (const char* name : {"log_flood1", "log_flood2"}) {
         kvtest::ChildHost flood(name);
         flood.SetSetting("DebugLogSize", 1);
@@ -116,7 +115,7 @@ TEST(DebugLogFaults, AWriterKilledMidWriteOrRollHoldsNobodyUpAndLosesNoOtherLine
         for (const auto& message : paced.Messages(name)) {
             EXPECT_TRUE(message[0] != '~' || message == "~This file was either deleted or moved")
                 << name << ": " << message;
-            if (message.rfind("paced n", 0) == 0) numbers.push_back(atoi(message.c_str() + 7));
+            if (message.rfind("paced ", 0) == 0) numbers.push_back(atoi(message.c_str() + 6));
         }
     EXPECT_EQ(files - 1, ListFolder(paced.install.logDir(), "debug.stress.*").size()) << "a hole in the chain";
     std::sort(numbers.begin(), numbers.end());
@@ -131,7 +130,6 @@ TEST(DebugLogFaults, ALogFolderRenamedWhileOpenIsCreatedAgain) {
     // The folder is checked by its path once a second; lines meanwhile follow
     // the open file into the renamed folder.
     ASSERT_TRUE(h.Ok({"line=first", "move=" + h.install.logDir() + "|" + moved, "sleep=1100", "line=second"}));
-    EXPECT_TRUE(InOrder(h.last.output, {"moved=1"})) << h.last.output;
     EXPECT_EQ(Lines{"second"}, h.Messages("debug.log"));
     EXPECT_EQ(Lines{"first"}, Messages(moved + "\\debug.log"));
 }
@@ -145,7 +143,6 @@ TEST(DebugLogFaults, AFullDiskDropsLinesQuietlyAndCountsThem) {
     const std::string logs = std::string(disk) + "\\Logs", filler = std::string(disk) + "\\filler";
     h.install.SetValue("KVEDIT", "LOGS", logs);
     ASSERT_TRUE(h.Ok({"line=before", "fill=" + filler, "lines=200", "delete=" + filler, "line=after"}));
-    EXPECT_TRUE(InOrder(h.last.output, {"filled=1", "deleted=1"})) << h.last.output;
     const auto messages = Messages(logs + "\\debug.log");
     ASSERT_GE(messages.size(), 3u);
     EXPECT_EQ("before", messages.front());

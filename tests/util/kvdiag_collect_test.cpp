@@ -14,8 +14,6 @@
 #include "product_install.h"
 #include "temp_dir.h"
 
-using kvtest::OutputHas;
-
 namespace {
 
 using Archive = std::map<std::string, std::string>;  // name in the cabinet -> contents
@@ -97,7 +95,7 @@ TEST(KvdiagCollect, ArchiveHoldsTheInstallationByteForByteAndSaysWhatItLeftOut) 
     CloseHandle(held);
     CloseHandle(live);
     ASSERT_EQ(0u, result.exitCode) << result.output;
-    EXPECT_TRUE(OutputHas(result, "collect: running kvdiag selfcheck")) << result.output;
+    EXPECT_HAS(result.output, "collect: running kvdiag selfcheck");
     for (const char* left : {R"(Logs\\stale\.log +older than --since)", R"(Logs\\held\.log +held by another program)",
                              R"(Logs\\old\.dmp +over the 1 MB cap)"})
         EXPECT_TRUE(std::regex_search(result.output, std::regex(std::string(left)))) << left << "\n" << result.output;
