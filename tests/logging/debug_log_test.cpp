@@ -9,12 +9,13 @@
 using namespace kvtest;
 using namespace logtest;
 
-TEST(DebugLog, EachMessageIsOneStampedLineWrittenAsGiven) {
+TEST(DebugLog, EachMessageIsOneStampedLineWrittenAsGivenByAHandleNoChildInherits) {
     LogHost h("log_shapes");
     ASSERT_TRUE(h.Ok({"line=ends in newline<LF>", "format=<LF>after empty", "format=<LF>Z", "format=<LF>",
                       "file=raw text<LF>second raw<LF>", "line=50%% done %s %n %d %", "format=rate 75%%",
                       "wide=9%%%% %s %n", "long=5000", "long=991", "long=992", "widelong", "comp=Shapes",
-                      "line=own file"}));
+                      "line=own file", "open=app.log:10", "handles=debug.log", "handles=app.log"}));
+    EXPECT_TRUE(InOrder(h.last.output, {"found=1 inheritable=0", "found=1 inheritable=0"})) << h.last.output;
     // Line ends are CR LF on disk, like every text file of the product.
     EXPECT_EQ(std::string::npos, ReadFileText(h.File("debug.log")).find("\n\n")) << "every LF follows a CR";
     // A newline and one character is a bare newline; no percent sign is a conversion. Overlong messages are cut
@@ -24,12 +25,6 @@ TEST(DebugLog, EachMessageIsOneStampedLineWrittenAsGiven) {
     EXPECT_EQ((Lines{"ends in newline", "~", "after empty", "~", "~", "~raw text", "~second raw", "50% done %s %n %d %",
                      "rate 75%", "w=7 9% %s %n", longest, longest, longest, "", "own file"}),
               h.Messages("debug.log"));
-}
-
-TEST(DebugLog, LogHandlesStayOutOfChildProcesses) {
-    LogHost h("log_inherit");
-    ASSERT_TRUE(h.Ok({"line=opens the log", "open=app.log:10", "handles=debug.log", "handles=app.log"}));
-    EXPECT_TRUE(InOrder(h.last.output, {"found=1 inheritable=0", "found=1 inheritable=0"})) << h.last.output;
 }
 
 TEST(DebugLog, LogErrorsOffWritesNoFileAtAll) {

@@ -19,15 +19,6 @@ struct Out {
     std::string str() const { return p ? p : "<null>"; }
 };
 
-struct CurrentFolder {
-    explicit CurrentFolder(const std::string& path) {
-        GetCurrentDirectoryA(MAX_PATH, saved);
-        SetCurrentDirectoryA(path.c_str());
-    }
-    ~CurrentFolder() { SetCurrentDirectoryA(saved); }
-    char saved[MAX_PATH];
-};
-
 struct Case {
     const char* label;
     int got, expected;
@@ -45,7 +36,8 @@ TEST(DirFunctions, FolderQueriesAndTheCurrentFolder) {
     CDirFunctions dir;
     TempDir tmp("util_dirq");
     kvtest::WriteFileText(tmp / "here.txt", "x");
-    CurrentFolder cd(tmp.path());
+    struct Back { ~Back() { SetCurrentDirectoryA(kvtest::ProgramFolder().c_str()); } } back;  // where ctest starts us
+    ASSERT_EQ(1, dir.SetCurrentDir(tmp.path().c_str()));
     Out out;
     out.p = static_cast<char*>(malloc(8));  // released by the member, not leaked
     ASSERT_EQ(1, dir.GetCurrentDir(out.p));
@@ -155,7 +147,6 @@ TEST(DirFunctions, ListsTakeExactAttributeWordsAndCountFromOne) {
     names.clear();
     for (int i = 1; i <= 3; ++i) names.insert((dir.GetItemDir(i, out.p), out.str()));
     EXPECT_EQ(std::set<std::string>({tmp / "sub", tmp / "hidden", tmp / "system"}), names);
-    for (const char* name : {"readonly.txt", "both.txt", "hidden", "system"}) Attrib(tmp / name, 0x20);
 
     // Copies own their items: the original may go first.
     auto* original = new CDirFunctions(dir);
@@ -190,7 +181,6 @@ TEST(DirFunctions, AttributeWordsMapByEquality) {
         EXPECT_EQ(1, dir.GetFileAttrib((r.word ? file : tmp / "missing").c_str(), attrib));
         EXPECT_EQ(r.expected, attrib);
     }
-    Attrib(file, 0x20);
 }
 
 TEST(DirFunctions, KillDirRemovesTreesButNotFilesOrBusyTrees) {
@@ -211,7 +201,6 @@ TEST(DirFunctions, KillDirRemovesTreesButNotFilesOrBusyTrees) {
     EXPECT_EQ(0, dir.KillDir((tmp / "busy").c_str()));
     CloseHandle(held);
     EXPECT_TRUE(kvtest::FileExists(tmp / "busy\\a.txt"));
-    Attrib(tmp / "busy\\inner\\ro.txt", 0x20);
 
     // Intended: a file is "nothing to do" and stays; a missing path counts as
     // a folder whose removal fails.

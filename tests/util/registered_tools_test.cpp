@@ -97,7 +97,7 @@ TEST(RegisteredTools, StartExpandsMacrosFromTheProductIniFile) {
     EXPECT_EQ(0, _stricmp(work.path().c_str(), rec["cwd"].c_str())) << rec["cwd"];
 }
 
-TEST(ExecuteCommand, SplitsQuotedProgramsAndWaitsWhenAskedTo) {
+TEST(ExecuteCommand, SplitsQuotedProgramsAndWaitsOnlyWhenAskedTo) {
     kvtest::TempDir work("util_exec");
     const std::string split = work / "split.txt", given = work / "given.txt";
     {
@@ -113,10 +113,8 @@ TEST(ExecuteCommand, SplitsQuotedProgramsAndWaitsWhenAskedTo) {
     EXPECT_EQ(given + " x  y", Parameters(rec["cmdline"]));
     EXPECT_EQ(0, _stricmp(work.path().c_str(), rec["cwd"].c_str())) << rec["cwd"];
     EXPECT_EQ(1, ExecuteCommand(program.c_str(), nullptr, nullptr, 20000));  // one word: no parameters
-}
 
-TEST(ExecuteCommand, ZeroTimeoutReturnsWhileTheProgramRuns) {
-    kvtest::TempDir work("util_nowait");
+    // A zero timeout returns while the program runs.
     NamedEvent hold("kvtest_tool_hold"), finished("kvtest_tool_finished");
     ASSERT_EQ(1, ExecuteCommand((QuotedRecorder() + " " + (work / "hold.txt") + " hold").c_str(), nullptr, nullptr, 0));
     EXPECT_FALSE(finished.Wait(0));  // the tool cannot end before hold is set
