@@ -50,31 +50,20 @@ TEST(DefaultFiles, IniFileGetsTheFoldersBesideItsConfigFolder) {
     InvalidateKorvanIniFile();
 }
 
-TEST(DefaultFiles, ExistingFilesAreNeverTouched) {
-    TempDir plant("cfgexisting");
-    CreateDirectoryA((plant / "Config").c_str(), nullptr);
-    const std::string ini = plant / "Config\\product.ini", profile = plant / "Config\\operator.ini";
-    ASSERT_TRUE(kvtest::WriteFileText(ini, "[KVEDIT]\r\nLOGS=elsewhere\r\n"));
-    ASSERT_TRUE(kvtest::WriteFileText(profile, "keep"));
-    ASSERT_EQ(1, SetKorvanIniFilePath(ini.c_str()));
-    EXPECT_EQ(0, CreateDefaultIniFile());
-    EXPECT_EQ("[KVEDIT]\r\nLOGS=elsewhere\r\n", kvtest::ReadFileText(ini));
-    EXPECT_EQ(0, CreateDefaultProfile(profile.c_str()));
-    EXPECT_EQ("keep", kvtest::ReadFileText(profile));
-    EXPECT_EQ(0, CreateDefaultProfile(nullptr));
-    // A folder that does not exist cannot take a new file.
-    SetKorvanIniFilePath((plant / "NoSuchFolder\\product.ini").c_str());
-    EXPECT_EQ(0, CreateDefaultIniFile());
-    InvalidateKorvanIniFile();
-}
-
-TEST(DefaultFiles, ProfileAddsIncrementalCompileAfterBin) {
+TEST(DefaultFiles, ExistingFilesAreNeverTouchedAndAProfileAddsIncrementalCompileAfterBin) {
     TempDir plant("cfgprofile");
     CreateDirectoryA((plant / "Config").c_str(), nullptr);
     CreateDirectoryA((plant / "Run").c_str(), nullptr);
-    const std::string ini = plant / "Config\\product.ini";
+    const std::string ini = plant / "Config\\product.ini", profile = plant / "Config\\operator.ini";
     ASSERT_TRUE(kvtest::WriteFileText(ini, "[KVEDIT]\r\n"));
+    ASSERT_TRUE(kvtest::WriteFileText(profile, "keep"));
     ASSERT_EQ(1, SetKorvanIniFilePath(ini.c_str()));
+    EXPECT_EQ(0, CreateDefaultIniFile());
+    EXPECT_EQ("[KVEDIT]\r\n", kvtest::ReadFileText(ini));
+    EXPECT_EQ(0, CreateDefaultProfile(profile.c_str()));
+    EXPECT_EQ("keep", kvtest::ReadFileText(profile));
+    EXPECT_EQ(0, CreateDefaultProfile(nullptr));
+
     ASSERT_EQ(1, ValidateKorvanIniFile());
     EXPECT_EQ(1, CreateDefaultProfile((plant / "Run\\operator.ini").c_str()));
     Keys expected = KeysBelow(plant);
@@ -82,6 +71,9 @@ TEST(DefaultFiles, ProfileAddsIncrementalCompileAfterBin) {
     EXPECT_EQ(expected, KeysOf(plant / "Run\\operator.ini"));
     char text[300];  // the INI location is left as it was
     EXPECT_EQ(int32_t(ini.size()), GetKorvanIniFilePath(text, sizeof text));
+    // A folder that does not exist cannot take a new file.
+    SetKorvanIniFilePath((plant / "NoSuchFolder\\product.ini").c_str());
+    EXPECT_EQ(0, CreateDefaultIniFile());
     InvalidateKorvanIniFile();
 }
 

@@ -89,13 +89,7 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
     else if (name == "sys") DirectSyslogWrite("%s", value.c_str());
     else if (name == "sysw") DirectSyslogWriteW(L"%ls", wideValue.c_str());
     else if (name == "sysoff") DirectSyslogWriteEx(false, "%s", value.c_str());
-    else if (name == "syslines" || name == "sysevents") {  // one event of N lines, or N events of a line
-        std::string text;
-        for (int i = 0; i < atoi(value.c_str()); ++i) text += "l" + std::to_string(i) + "\n";
-        if (name == "syslines") DirectSyslogWrite("%s", text.c_str());
-        else
-            for (int i = 0; i < atoi(value.c_str()); ++i) DirectSyslogWrite("l%d", i);
-    } else if (name == "nulls") {  // every logging export given null where it takes a pointer
+    else if (name == "nulls") {  // every logging export given null where it takes a pointer
         DbgLogWrite(nullptr);
         DbgLogWriteW(nullptr);
         DbgFileWrite(nullptr);
