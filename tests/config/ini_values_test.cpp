@@ -44,10 +44,7 @@ TEST_F(IniValues, DefaultsListsAndTheValueLimit) {
 }
 
 TEST_F(IniValues, IntegersAreClampedToTheirRange) {
-    const struct {
-        const char* key;
-        int32_t fallback, low, high, expected;
-    } cases[] = {{"Negative", 3, 0, 10, 0},
+    const struct { const char* key; int32_t fallback, low, high, expected; } cases[] = {{"Negative", 3, 0, 10, 0},
                  {"Big", 3, 0, 10, 10},
                  {"Missing", 20, 0, 10, 10},  // the default is clamped too
                  {"Missing", -7, -10, 10, -7}};

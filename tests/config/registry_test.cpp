@@ -23,15 +23,11 @@ TEST(Registry, DwordsMissingKeysAndValues) {
     TestKey key(HKEY_CURRENT_USER, kvtest::kTestKeys + "cfg_dword");
     const std::string path = key.path(), noKey = path + "\\NoKey";
     uint32_t value = 7;
-    const struct {
-        HKEY root;
-        const std::string& subKey;
-        const char* name;
-        int32_t expected;
-    } reads[] = {{HKEY_CURRENT_USER, path, "Missing", 2},
-                 {HKEY_CURRENT_USER, noKey, "Any", 2},  // "not installed", told apart from other failures
-                 {nullptr, path, "Any", 1},             // a key that cannot be opened at all
-                 {HKEY_CURRENT_USER, path, nullptr, 1}};
+    const struct { HKEY root; const std::string& subKey; const char* name; int32_t expected; } reads[] = {
+        {HKEY_CURRENT_USER, path, "Missing", 2},
+        {HKEY_CURRENT_USER, noKey, "Any", 2},  // "not installed", told apart from other failures
+        {nullptr, path, "Any", 1},             // a key that cannot be opened at all
+        {HKEY_CURRENT_USER, path, nullptr, 1}};
     for (const auto& r : reads) {
         SCOPED_TRACE(r.subKey + " " + (r.name ? r.name : "(null)"));
         EXPECT_EQ(r.expected, RegistryReadValueAsDword(r.root, r.subKey.c_str(), r.name, &value));

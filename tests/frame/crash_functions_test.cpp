@@ -5,12 +5,7 @@
 #include "text_checks.h"
 
 TEST(CrashFunctions, EachEndsItsHostAsDocumented) {
-    const struct {
-        const char *host, *scenario;
-        bool crashOnError;
-        DWORD exitCode;
-        const char *has, *lacks;
-    } cases[] = {
+    const struct { const char *host, *scenario; bool crashOnError; DWORD exit; const char *has, *lacks; } cases[] = {
         {"crash_divide", "please_crash", false, 0xC0000094, "about to divide", "survived"},
         {"crash_catch", "crash_but_catch", false, 7, "caught twice", nullptr},
         {"crash_display_off", "display_error", false, 0, "no trap", nullptr},  // traps only with CrashOnError
@@ -21,7 +16,7 @@ TEST(CrashFunctions, EachEndsItsHostAsDocumented) {
         kvtest::ChildHost host(c.host);
         if (c.crashOnError) host.SetSetting("CrashOnError", 1);
         const auto result = host.Run({c.scenario});
-        EXPECT_EQ(c.exitCode, result.exitCode) << result.output;
+        EXPECT_EQ(c.exit, result.exitCode) << result.output;
         if (c.has) { EXPECT_HAS(result.output, c.has); }
         if (c.lacks) { EXPECT_LACKS(result.output, c.lacks); }
     }

@@ -10,14 +10,8 @@
 
 TEST(Settings, DefaultsClampsAndFlagsAtAttach) {
     constexpr long long kUnset = -99999;  // not written in that host: the default applies
-    struct Column {
-        long long written, expected;
-    };
-    const struct {
-        const char* name;
-        long long byDefault;
-        Column columns[3];
-    } rows[] = {
+    struct Column { long long written, expected; };
+    const struct { const char* name; long long byDefault; Column columns[3]; } rows[] = {
         {"DebugLogSize", 4194304, {{0, 1024}, {20000, 10485760}, {kUnset, 0}}},  // written in KB
         {"DebugLogHistoryFiles", 1, {{-3, 0}, {25, 10}, {kUnset, 0}}},
         {"MemoryBufferSize", 16, {{13, 16}, {600, 512}, {20, 20}}},  // rounded up to a multiple of 4

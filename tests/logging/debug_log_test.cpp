@@ -70,7 +70,6 @@ TEST(DebugLogFaults, WritesResumeOnceTheFaultClearsAndNothingHangs) {
     LogHost locked("log_locked", 1);
     WriteFileText(locked.File("debug.log"), "");
     ASSERT_TRUE(locked.Ok({"hold=" + locked.File("debug.log"), "line=lost", "release", "line=kept"}));
-    EXPECT_TRUE(InOrder(locked.last.output, {"held=1"})) << locked.last.output;
     EXPECT_EQ(Lines{"kept"}, locked.Messages("debug.log"));
 
     // A held history file neither hangs nor stops the log; once released, the

@@ -19,10 +19,7 @@ struct Out {
     std::string str() const { return p ? p : "<null>"; }
 };
 
-struct Case {
-    const char* label;
-    int got, expected;
-};
+struct Case { const char* label; int got, expected; };
 
 void Check(const std::vector<Case>& cases) {
     for (const Case& c : cases) EXPECT_EQ(c.expected, c.got) << c.label;

@@ -74,15 +74,9 @@ TEST(KvdiagCollect, ArchiveHoldsTheInstallationByteForByteAndSaysWhatItLeftOut) 
     const std::string logs = install.logDir();
     CreateDirectoryA(logs.c_str(), nullptr);
     CreateDirectoryA((logs + "\\Drivers").c_str(), nullptr);
-    const struct {
-        const char* name;
-        size_t size;
-        int hoursOld;
-    } files[] = {
+    const struct { const char* name; size_t size; int hoursOld; } files[] = {
         {"debug.Pump.log", 3000, 0}, {"debug.Pump.001", 1100, 1}, {"Drivers\\modbus.log", 500, 2},
-        {"stale.log", 200, 48},      {"held.log", 100, 0},        {"new.dmp", 600 * 1024, 1},
-        {"old.dmp", 600 * 1024, 3},
-    };
+        {"stale.log", 200, 48}, {"held.log", 100, 0}, {"new.dmp", 600 * 1024, 1}, {"old.dmp", 600 * 1024, 3}};
     for (const auto& f : files) WriteFileAged(logs + "\\" + f.name, f.size, f.hoursOld);
     // A live log as a writer holds it, and a file held by a program that shares nothing.
     const HANDLE live = CreateFileA((logs + "\\debug.Pump.log").c_str(), GENERIC_WRITE,
