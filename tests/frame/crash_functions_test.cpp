@@ -9,8 +9,7 @@ TEST(CrashFunctions, EachEndsItsHostAsDocumented) {
         {"crash_divide", "please_crash", false, 0xC0000094, "about to divide", "survived"},
         {"crash_catch", "crash_but_catch", false, 7, "caught twice", nullptr},
         {"crash_display_off", "display_error", false, 0, "no trap", nullptr},  // traps only with CrashOnError
-        {"crash_display_on", "display_error", true, 0x80000003, nullptr, "no trap"},
-    };
+        {"crash_display_on", "display_error", true, 0x80000003, nullptr, "no trap"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.host);
         kvtest::ChildHost host(c.host);

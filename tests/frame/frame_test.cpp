@@ -35,8 +35,7 @@ TEST(FrameSetters, DebugLogInisClampAndIgnoreNonPositive) {
         {64, 3, 65536, 3},
         {0, -1, 65536, 3},  // neither changes anything
         {-5, 0, 65536, 0},  // a zero count is a valid count
-        {99999, 12, 10485760, 10},
-    };
+        {99999, 12, 10485760, 10}};
     for (const auto& s : steps) {
         DbgHlpSetDebugLogInis(s.kb, s.count);
         EXPECT_EQ(s.size, CurrentSetting("DebugLogSize")) << s.kb;

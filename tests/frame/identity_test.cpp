@@ -9,8 +9,7 @@ TEST(Identity, IdTextIsCutAt99AndCommandLinePiecesJoin) {
     const struct { const char* host; int length; std::string shown; bool cut; } cases[] = {
         {"frame_id_short", 99, std::string(98, 'i') + "Z", false},
         {"frame_id_long", 150, std::string(99, 'i'), true},  // the final "Z" is gone
-        {"frame_id_huge", 40000, "", true},  // taken as a signed 16-bit count: negative, so empty
-    };
+        {"frame_id_huge", 40000, "", true}};  // taken as a signed 16-bit count: negative, so empty
     for (const auto& c : cases) {
         SCOPED_TRACE(c.host);
         kvtest::InstalledHost h(c.host);

@@ -25,8 +25,7 @@ TEST(Settings, DefaultsClampsAndFlagsAtAttach) {
         {"TruncateMemSafeCopy", 0, {{kUnset, 0}, {0x100, 1}, {kUnset, 0}}},
         // Read only when debug mode 16 is on at attach, which it never is.
         {"Mode16StackDepth", 0, {{kUnset, 0}, {kUnset, 0}, {5, 0}}},
-        {"Mode16HighLimit", 0, {{kUnset, 0}, {kUnset, 0}, {kUnset, 0}}},
-    };
+        {"Mode16HighLimit", 0, {{kUnset, 0}, {kUnset, 0}, {kUnset, 0}}}};
     const char* hosts[] = {"settings_defaults", "settings_low", "settings_high", "settings_other"};
     for (int h = 0; h < 4; ++h) {
         SCOPED_TRACE(hosts[h]);

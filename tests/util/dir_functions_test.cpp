@@ -96,8 +96,7 @@ TEST(DirFunctions, NamesChangeFromTheFirstDot) {
         {"C:\\dir\\file.log", ".txt", "C:\\dir\\file.txt"},
         {"C:\\dir\\file.tar.gz", "zip", "C:\\dir\\file.zip"},
         {"C:\\dir\\file", "txt", "C:\\dir\\file.txt"},
-        {"C:\\dir\\file", ".txt", "C:\\dir\\file.txt"},
-    };
+        {"C:\\dir\\file", ".txt", "C:\\dir\\file.txt"}};
     Out out;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.path);

@@ -44,8 +44,7 @@ TEST(RegisteredTools, BadNamesAndCommandsAreRefused) {
         {"execute empty", [] { return ExecuteCommand("", nullptr, nullptr, 0); }, 0},
         {"missing program", [] { return ExecuteCommand("C:\\no\\such\\program.exe /x", nullptr, nullptr, 0); }, 0},
         {"overlong command", [&] { return ExecuteCommand(overlong.c_str(), nullptr, nullptr, 0); }, 0},
-        {"longest command", [&] { return ExecuteCommand(longest.c_str(), nullptr, nullptr, 0); }, 0},
-    };
+        {"longest command", [&] { return ExecuteCommand(longest.c_str(), nullptr, nullptr, 0); }, 0}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.label);
         EXPECT_EQ(c.expected, c.call());
