@@ -6,6 +6,7 @@
 #include "child_host.h"
 #include "registry_keys.h"
 #include "temp_dir.h"
+#include "text_checks.h"
 
 using kvtest::TempDir;
 using Keys = std::vector<std::pair<std::string, std::string>>;
@@ -49,31 +50,20 @@ TEST(DefaultFiles, IniFileGetsTheFoldersBesideItsConfigFolder) {
     InvalidateKorvanIniFile();
 }
 
-TEST(DefaultFiles, ExistingFilesAreNeverTouched) {
-    TempDir plant("cfgexisting");
-    CreateDirectoryA((plant / "Config").c_str(), nullptr);
-    const std::string ini = plant / "Config\\product.ini", profile = plant / "Config\\operator.ini";
-    ASSERT_TRUE(kvtest::WriteFileText(ini, "[KVEDIT]\r\nLOGS=elsewhere\r\n"));
-    ASSERT_TRUE(kvtest::WriteFileText(profile, "keep"));
-    ASSERT_EQ(1, SetKorvanIniFilePath(ini.c_str()));
-    EXPECT_EQ(0, CreateDefaultIniFile());
-    EXPECT_EQ("[KVEDIT]\r\nLOGS=elsewhere\r\n", kvtest::ReadFileText(ini));
-    EXPECT_EQ(0, CreateDefaultProfile(profile.c_str()));
-    EXPECT_EQ("keep", kvtest::ReadFileText(profile));
-    EXPECT_EQ(0, CreateDefaultProfile(nullptr));
-    // A folder that does not exist cannot take a new file.
-    SetKorvanIniFilePath((plant / "NoSuchFolder\\product.ini").c_str());
-    EXPECT_EQ(0, CreateDefaultIniFile());
-    InvalidateKorvanIniFile();
-}
-
-TEST(DefaultFiles, ProfileAddsIncrementalCompileAfterBin) {
+TEST(DefaultFiles, ExistingFilesAreNeverTouchedAndAProfileAddsIncrementalCompileAfterBin) {
     TempDir plant("cfgprofile");
     CreateDirectoryA((plant / "Config").c_str(), nullptr);
     CreateDirectoryA((plant / "Run").c_str(), nullptr);
-    const std::string ini = plant / "Config\\product.ini";
+    const std::string ini = plant / "Config\\product.ini", profile = plant / "Config\\operator.ini";
     ASSERT_TRUE(kvtest::WriteFileText(ini, "[KVEDIT]\r\n"));
+    ASSERT_TRUE(kvtest::WriteFileText(profile, "keep"));
     ASSERT_EQ(1, SetKorvanIniFilePath(ini.c_str()));
+    EXPECT_EQ(0, CreateDefaultIniFile());
+    EXPECT_EQ("[KVEDIT]\r\n", kvtest::ReadFileText(ini));
+    EXPECT_EQ(0, CreateDefaultProfile(profile.c_str()));
+    EXPECT_EQ("keep", kvtest::ReadFileText(profile));
+    EXPECT_EQ(0, CreateDefaultProfile(nullptr));
+
     ASSERT_EQ(1, ValidateKorvanIniFile());
     EXPECT_EQ(1, CreateDefaultProfile((plant / "Run\\operator.ini").c_str()));
     Keys expected = KeysBelow(plant);
@@ -81,6 +71,9 @@ TEST(DefaultFiles, ProfileAddsIncrementalCompileAfterBin) {
     EXPECT_EQ(expected, KeysOf(plant / "Run\\operator.ini"));
     char text[300];  // the INI location is left as it was
     EXPECT_EQ(int32_t(ini.size()), GetKorvanIniFilePath(text, sizeof text));
+    // A folder that does not exist cannot take a new file.
+    SetKorvanIniFilePath((plant / "NoSuchFolder\\product.ini").c_str());
+    EXPECT_EQ(0, CreateDefaultIniFile());
     InvalidateKorvanIniFile();
 }
 
@@ -94,8 +87,7 @@ TEST(DefaultFiles, MixedSeparatorsFromTheRegistryFindNoRoot) {
     kvtest::DefaultIniPathGuard guard;
     guard.Set(mixed);
     const auto result = kvtest::ChildHost("cfg_mixed").Run({"config_steps", "validate", "createini", "inipath"});
-    const std::string lines[] = {"validate 0 error 2", "createini 1",
-                                 "inipath " + std::to_string(mixed.size()) + " " + mixed};
-    for (const std::string& line : lines) EXPECT_NE(std::string::npos, result.output.find(line)) << result.output;
+    const std::string inipath = "inipath " + std::to_string(mixed.size()) + " " + mixed;
+    EXPECT_EQ((kvtest::Lines{"validate 0 error 2", "createini 1", inipath}), kvtest::SplitLines(result.output));
     EXPECT_EQ(Keys{Bin()}, KeysOf(plant / "Config\\product.ini"));
 }

@@ -51,7 +51,6 @@ TEST(IniValidation, ReadOnlyFileNeedsReadOnlyMode) {
     const Lines out = RunSteps("cfg_readonly", {"set=" + ini, "setro=" + ini, "validate", "validate_ro", "inipath",
                                                 "validate", "inipath"});
     CloseHandle(blocker);
-    SetFileAttributesA(ini.c_str(), FILE_ATTRIBUTE_NORMAL);
     // A failed validation leaves the earlier success standing.
     EXPECT_EQ((Lines{"set 0", "setro 1", "validate 0 error 19", "validate_ro 1 error 0", Shown("inipath", ini),
                      "validate 0 error 19", Shown("inipath", ini)}),

@@ -34,8 +34,7 @@ TEST_F(IniValues, DefaultsListsAndTheValueLimit) {
         {"Main", "Long", "", std::string(1023, 'v')},
         // A null section lists sections and a null key lists keys; the default is ignored.
         {nullptr, "ignored", "ignored", std::string("Main\0Second\0", 12)},
-        {"Second", nullptr, "ignored", std::string("A\0", 2)},
-    };
+        {"Second", nullptr, "ignored", std::string("A\0", 2)}};
     for (const auto& c : cases) EXPECT_EQ(c.expected, Read(c.section, c.key, c.fallback)) << (c.key ? c.key : "(null)");
     // No file at all gives the default, never a value of the system's win.ini.
     char text[8];
@@ -44,10 +43,7 @@ TEST_F(IniValues, DefaultsListsAndTheValueLimit) {
 }
 
 TEST_F(IniValues, IntegersAreClampedToTheirRange) {
-    const struct {
-        const char* key;
-        int32_t fallback, low, high, expected;
-    } cases[] = {{"Negative", 3, 0, 10, 0},
+    const struct { const char* key; int32_t fallback, low, high, expected; } cases[] = {{"Negative", 3, 0, 10, 0},
                  {"Big", 3, 0, 10, 10},
                  {"Missing", 20, 0, 10, 10},  // the default is clamped too
                  {"Missing", -7, -10, 10, -7}};

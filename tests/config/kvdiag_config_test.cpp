@@ -9,7 +9,7 @@ using kvtest::OutputHas;
 using kvtest::RunKvdiag;
 using kvtest::LineFrom;
 
-TEST(KvdiagConfig, PathsShowsValidationAndEveryFolder) {
+TEST(KvdiagConfig, PathsIniAndInitRunAsAnEngineerWould) {
     kvtest::ProductInstall install;
     const auto good = RunKvdiag("paths --ini \"" + install.iniPath() + "\"");
     EXPECT_EQ(0u, good.exitCode) << good.output;
@@ -20,10 +20,7 @@ TEST(KvdiagConfig, PathsShowsValidationAndEveryFolder) {
     const auto missing = RunKvdiag("paths --ini \"" + install.Path("none.ini") + "\"");
     EXPECT_EQ(1u, missing.exitCode);
     EXPECT_EQ("Validated no - missing (error 2)", LineFrom(kvtest::Squeezed(missing.output), "Validated")) << missing.output;
-}
 
-TEST(KvdiagConfig, IniReadsValuesAndInitCreatesOnce) {
-    kvtest::ProductInstall install;
     install.SetValue("Debug", "MiniDumpType", "2");
     const std::string option = " --ini \"" + install.iniPath() + "\"";
     const auto value = RunKvdiag("ini Debug MiniDumpType" + option);

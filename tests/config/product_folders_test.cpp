@@ -16,30 +16,18 @@ std::string Folder(int code) {
     return result > 0 ? std::string(text) : std::to_string(result);
 }
 
-void UseInstall(const ProductInstall& install) {
-    ASSERT_EQ(1, SetKorvanIniFilePath(install.iniPath().c_str()));
-    ASSERT_EQ(1, ValidateKorvanIniFile());
-}
-
 }  // namespace
 
-TEST(ProductFolders, EveryCodeNamesItsKey) {
+TEST(ProductFolders, EveryCodeNamesItsKeyReadAgainAtEachLookup) {
     ProductInstall install;
-    UseInstall(install);
-    const struct {
-        int code;
-        std::string expected;
-        int32_t (*shortcut)(char*, uint32_t);
-    } cases[] = {{0, install.Path("Config"), GetConfigFolder},
-                 {1, install.logDir(), GetKorvanLogFolder},
-                 {2, install.Path("Logs\\Drivers"), GetDriversLogFolder},
-                 {3, kvtest::ProgramFolder(), GetKorvanBinFolder},
-                 {6, install.Path("Data"), GetDataFolder},
-                 {7, install.Path("User"), GetUserFolder},
-                 {8, install.Path("Starter"), GetStarterFolder},
-                 {9, install.Path("User\\Include"), GetLastDatabaseFolder},
-                 {10, install.logDir(), nullptr},
-                 {11, install.Path("Run"), nullptr}};
+    ASSERT_EQ(1, SetKorvanIniFilePath(install.iniPath().c_str()));
+    ASSERT_EQ(1, ValidateKorvanIniFile());
+    const struct { int code; std::string expected; int32_t (*shortcut)(char*, uint32_t); } cases[] = {
+        {0, install.Path("Config"), GetConfigFolder},       {1, install.logDir(), GetKorvanLogFolder},
+        {2, install.Path("Logs\\Drivers"), GetDriversLogFolder}, {3, kvtest::ProgramFolder(), GetKorvanBinFolder},
+        {6, install.Path("Data"), GetDataFolder},           {7, install.Path("User"), GetUserFolder},
+        {8, install.Path("Starter"), GetStarterFolder},     {9, install.Path("User\\Include"), GetLastDatabaseFolder},
+        {10, install.logDir(), nullptr},                    {11, install.Path("Run"), nullptr}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.code);
         EXPECT_EQ(c.expected, Folder(c.code));
@@ -53,11 +41,8 @@ TEST(ProductFolders, EveryCodeNamesItsKey) {
         EXPECT_EQ(-2, GetKorvanFolderByType(unknown, text.data(), 64)) << unknown;
         EXPECT_TRUE(text.AllZero()) << unknown;
     }
-}
 
-TEST(ProductFolders, EachLookupReadsTheFileAgainAndCreatesTheFolder) {
-    ProductInstall install;
-    UseInstall(install);
+    // Each lookup reads the file again and creates the folder.
     char text[300];
     EXPECT_EQ(0, GetKorvanProfilePath(text, sizeof text));  // no profile named yet
     const std::string deep = install.Path("Site\\Area\\Logs");

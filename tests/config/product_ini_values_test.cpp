@@ -24,14 +24,12 @@ protected:
 }  // namespace
 
 TEST_F(ProductIniValues, BoolAcceptsTrueYesAndOneOnly) {
-    const struct {
-        const char* text;  // nullptr: the key is missing
-        int32_t fallback, expected;
-    } cases[] = {{"Yes", 0, 1}, {"tRuE", 0, 1}, {"1", 0, 1}, {"no", 1, 0}, {"ON", 1, 0}, {"2", 1, 0},
-                 {"\"1 \"", 1, 0},  // quotes go, the space stays
-                 {"", 7, 7},        // empty: the default exactly as given
-                 {nullptr, 7, 1},   // missing: the default as 1 or 0
-                 {nullptr, 0, 0}};
+    const struct { const char* text; int32_t fallback, expected; } cases[] = {
+        {"Yes", 0, 1}, {"tRuE", 0, 1}, {"1", 0, 1}, {"no", 1, 0}, {"ON", 1, 0}, {"2", 1, 0},
+        {"\"1 \"", 1, 0},  // quotes go, the space stays
+        {"", 7, 7},        // empty: the default exactly as given
+        {nullptr, 7, 1},   // a missing key: the default as 1 or 0
+        {nullptr, 0, 0}};
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.text ? c.text : "(missing)") + " default " + std::to_string(c.fallback));
         if (c.text) install_.SetValue("Debug", "Flag", c.text);

@@ -13,12 +13,9 @@ using kvtest::TestKey;
 TEST(Registry, MachineValuesLiveInThe32BitView) {
     TestKey key(HKEY_LOCAL_MACHINE, kvtest::kTestKeys + "cfg_view");
     ASSERT_EQ(0, RegistryWriteValueAsDword(HKEY_LOCAL_MACHINE, key.path().c_str(), "Answer", 42));
-    HKEY view32 = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS, RegOpenKeyExA(HKEY_LOCAL_MACHINE, key.path().c_str(), 0, KEY_READ | KEY_WOW64_32KEY,
-                                           &view32));
     DWORD read = 0, size = sizeof read;
-    EXPECT_EQ(ERROR_SUCCESS, RegQueryValueExA(view32, "Answer", nullptr, nullptr, reinterpret_cast<BYTE*>(&read), &size));
-    RegCloseKey(view32);
+    EXPECT_EQ(ERROR_SUCCESS, RegGetValueA(HKEY_LOCAL_MACHINE, key.path().c_str(), "Answer",
+                                          RRF_RT_REG_DWORD | RRF_SUBKEY_WOW6432KEY, nullptr, &read, &size));
     EXPECT_EQ(42u, read);
 }
 
@@ -26,15 +23,11 @@ TEST(Registry, DwordsMissingKeysAndValues) {
     TestKey key(HKEY_CURRENT_USER, kvtest::kTestKeys + "cfg_dword");
     const std::string path = key.path(), noKey = path + "\\NoKey";
     uint32_t value = 7;
-    const struct {
-        HKEY root;
-        const std::string& subKey;
-        const char* name;
-        int32_t expected;
-    } reads[] = {{HKEY_CURRENT_USER, path, "Missing", 2},
-                 {HKEY_CURRENT_USER, noKey, "Any", 2},  // "not installed", told apart from other failures
-                 {nullptr, path, "Any", 1},             // a key that cannot be opened at all
-                 {HKEY_CURRENT_USER, path, nullptr, 1}};
+    const struct { HKEY root; const std::string& subKey; const char* name; int32_t expected; } reads[] = {
+        {HKEY_CURRENT_USER, path, "Missing", 2},
+        {HKEY_CURRENT_USER, noKey, "Any", 2},  // "not installed", told apart from other failures
+        {nullptr, path, "Any", 1},             // a key that cannot be opened at all
+        {HKEY_CURRENT_USER, path, nullptr, 1}};
     for (const auto& r : reads) {
         SCOPED_TRACE(r.subKey + " " + (r.name ? r.name : "(null)"));
         EXPECT_EQ(r.expected, RegistryReadValueAsDword(r.root, r.subKey.c_str(), r.name, &value));

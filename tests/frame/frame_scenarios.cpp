@@ -14,9 +14,10 @@ KV_SCENARIO(print_settings) {
     const int n = DbgHlpDescribeSettings(nullptr, rows, 32);
     for (int i = 0; i < n; ++i) printf("%s=%lld\n", rows[i].name, static_cast<long long>(rows[i].value));
     DbgHlpInfo info{};
-    DbgHlpSetDebugMode(0x1234);
+    const uint32_t mode = DbgHlpSetDebugMode(0xFFFF);
     DbgHlpGetInfo(&info);
-    printf("info.debugMode=%u info.heapCheckRate=%u\n", info.debugMode, info.heapCheckRate);
+    DbgHlpSetDebugMode(0);
+    printf("mode=%u info.debugMode=%u info.heapCheckRate=%u\n", mode, info.debugMode, info.heapCheckRate);
     return 0;
 }
 

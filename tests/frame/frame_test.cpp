@@ -35,22 +35,12 @@ TEST(FrameSetters, DebugLogInisClampAndIgnoreNonPositive) {
         {64, 3, 65536, 3},
         {0, -1, 65536, 3},  // neither changes anything
         {-5, 0, 65536, 0},  // a zero count is a valid count
-        {99999, 12, 10485760, 10},
-    };
+        {99999, 12, 10485760, 10}};
     for (const auto& s : steps) {
         DbgHlpSetDebugLogInis(s.kb, s.count);
         EXPECT_EQ(s.size, CurrentSetting("DebugLogSize")) << s.kb;
         EXPECT_EQ(s.history, DbgHlpGetCountOfDebugLogHistoryFiles()) << s.count;
     }
-}
-
-TEST(FrameSetters, DebugModeAndInfo) {
-    EXPECT_EQ(0xFFFFu, DbgHlpSetDebugMode(0xFFFF));  // zero-extended, never sign-extended
-    DbgHlpInfo info{};
-    DbgHlpGetInfo(&info);
-    EXPECT_EQ(0xFFFF, info.debugMode);
-    EXPECT_EQ(5, info.heapCheckRate);  // the default of a process without a settings key
-    EXPECT_EQ(0u, DbgHlpSetDebugMode(0));
 }
 
 // The count of all rows comes back whatever the capacity; only a null array

@@ -10,14 +10,8 @@
 
 TEST(Settings, DefaultsClampsAndFlagsAtAttach) {
     constexpr long long kUnset = -99999;  // not written in that host: the default applies
-    struct Column {
-        long long written, expected;
-    };
-    const struct {
-        const char* name;
-        long long byDefault;
-        Column columns[3];
-    } rows[] = {
+    struct Column { long long written, expected; };
+    const struct { const char* name; long long byDefault; Column columns[3]; } rows[] = {
         {"DebugLogSize", 4194304, {{0, 1024}, {20000, 10485760}, {kUnset, 0}}},  // written in KB
         {"DebugLogHistoryFiles", 1, {{-3, 0}, {25, 10}, {kUnset, 0}}},
         {"MemoryBufferSize", 16, {{13, 16}, {600, 512}, {20, 20}}},  // rounded up to a multiple of 4
@@ -31,8 +25,7 @@ TEST(Settings, DefaultsClampsAndFlagsAtAttach) {
         {"TruncateMemSafeCopy", 0, {{kUnset, 0}, {0x100, 1}, {kUnset, 0}}},
         // Read only when debug mode 16 is on at attach, which it never is.
         {"Mode16StackDepth", 0, {{kUnset, 0}, {kUnset, 0}, {5, 0}}},
-        {"Mode16HighLimit", 0, {{kUnset, 0}, {kUnset, 0}, {kUnset, 0}}},
-    };
+        {"Mode16HighLimit", 0, {{kUnset, 0}, {kUnset, 0}, {kUnset, 0}}}};
     const char* hosts[] = {"settings_defaults", "settings_low", "settings_high", "settings_other"};
     for (int h = 0; h < 4; ++h) {
         SCOPED_TRACE(hosts[h]);
@@ -48,7 +41,7 @@ TEST(Settings, DefaultsClampsAndFlagsAtAttach) {
                 got[line.substr(0, line.find('='))] = std::stoll(line.substr(line.find('=') + 1));
         for (const auto& r : rows)
             EXPECT_EQ(column(r).written == kUnset ? r.byDefault : column(r).expected, got[r.name]) << r.name;
-        // DbgHlpGetInfo reports the low 16 bits of the mode and of HeapCheckRate.
-        if (h == 3) { EXPECT_HAS(result.output, "info.debugMode=4660 info.heapCheckRate=9"); }
+        // The mode comes back zero-extended, never sign-extended; DbgHlpGetInfo reports it and HeapCheckRate.
+        if (h == 3) { EXPECT_HAS(result.output, "mode=65535 info.debugMode=65535 info.heapCheckRate=9"); }
     }
 }

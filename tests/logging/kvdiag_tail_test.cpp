@@ -2,29 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <sstream>
 
 #include "kvdiag_process.h"
 #include "kvdiag_runner.h"
 #include "log_test_util.h"
 
-using logtest::Lines;
 using logtest::MessageOf;
-
-namespace {
-
-// The lines of tail's output after its "== following" header.
-Lines FollowedLines(const std::string& output) {
-    Lines lines;
-    std::istringstream in(output.substr(output.find('\n', output.find("== following")) + 1));
-    for (std::string line; std::getline(in, line);) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-}  // namespace
 
 // Two processes write numbered lines into one log that rolls every few dozen
 // lines; every line must come out once, in each writer's order, across the rolls.
@@ -41,8 +24,8 @@ TEST(KvdiagTail, FollowsTwoWritersAcrossRollsWithoutLossOrRepeat) {
                                install.iniPath() + "\"");
     ASSERT_TRUE(tail.ReadUntil("== following")) << tail.Finish(0).output;
     const std::string count = std::to_string(kLines);
-    ASSERT_TRUE(writerA.Start({"log_script", install.iniPath(), "comp=Follow", "numbered=A:" + count}));
-    ASSERT_TRUE(writerB.Start({"log_script", install.iniPath(), "comp=Follow", "numbered=B:" + count}));
+    ASSERT_TRUE(writerA.Start({"log_script", install.iniPath(), "comp=Follow", "numbered=A:" + count + ":5"}));
+    ASSERT_TRUE(writerB.Start({"log_script", install.iniPath(), "comp=Follow", "numbered=B:" + count + ":5"}));
     EXPECT_EQ(0u, writerA.Wait(60000).exitCode);
     EXPECT_EQ(0u, writerB.Wait(60000).exitCode);
     const kvtest::HostResult result = tail.Finish(90000);
@@ -50,8 +33,8 @@ TEST(KvdiagTail, FollowsTwoWritersAcrossRollsWithoutLossOrRepeat) {
     EXPECT_FALSE(kvtest::OutputHas(result, "may be missing")) << result.output;
 
     std::map<char, int> next{{'A', 0}, {'B', 0}};
-    const Lines followed = FollowedLines(result.output);
-    for (const std::string& line : followed) {
+    const std::string& out = result.output;  // the lines after its "== following" header:
+    for (const std::string& line : kvtest::SplitLines(out.substr(out.find('\n', out.find("== following")) + 1))) {
         const std::string message = MessageOf(line);
         char expected[16];
         snprintf(expected, sizeof expected, "%c %04d", message[0], next[message[0]]++);
@@ -65,10 +48,8 @@ TEST(KvdiagTail, FollowsTwoWritersAcrossRollsWithoutLossOrRepeat) {
 // --all merges the logs of every component by time, each line marked with its component.
 TEST(KvdiagTail, AllMergesComponentsByTime) {
     logtest::LogHost host("kvtailall");
-    for (const char* step : {"Pump:p1", "Valve:v1", "Pump:p2"}) {
-        const std::string s = step;
-        ASSERT_TRUE(host.Ok({"comp=" + s.substr(0, s.find(':')), "line=" + s.substr(s.find(':') + 1)}));
-    }
+    for (const std::string step : {"Pump:p1", "Valve:v1", "Pump:p2"})  // a process each
+        ASSERT_TRUE(host.Ok({"comp=" + step.substr(0, step.find(':')), "line=" + step.substr(step.find(':') + 1)}));
     const auto result = kvtest::RunKvdiag("tail --all -f -n 5 --for 0.2 --ini \"" + host.install.iniPath() + "\"");
     EXPECT_EQ(0u, result.exitCode) << result.output;
     EXPECT_TRUE(kvtest::InOrder(result.output, {"Pump | ", " p1", "Valve | ", " v1", "Pump | ", " p2", "== following 2 logs"}))

@@ -39,12 +39,16 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
     else if (name == "widelong") DbgLogWriteW(L"%ls", std::wstring(3000, L'W').c_str());  // longer than its buffer
     else if (name == "file") DbgFileWrite("%s", value.c_str());
     else if (name == "long") DbgLogWrite("%s", std::string(size_t(atoi(value.c_str())), 'L').c_str());
-    else if (name == "numbered") {  // numbered=TAG:COUNT, paced so that a follower sees the log grow
+    else if (name == "numbered") {  // numbered=TAG:COUNT:PAUSE_MS numbered lines; prints the longest call
         const size_t colon = value.find(':');
-        for (int i = 0; i < atoi(value.c_str() + colon + 1); ++i) {
+        const int count = atoi(value.c_str() + colon + 1), pause = atoi(value.c_str() + value.rfind(':') + 1);
+        DWORD longest = 0;
+        for (int i = 0; i < count; ++i, Sleep(DWORD(pause))) {
+            const DWORD before = GetTickCount();
             DbgLogWrite("%s %04d", value.substr(0, colon).c_str(), i);
-            Sleep(5);
+            longest = std::max(longest, GetTickCount() - before);
         }
+        printf("longest=%lu\n", static_cast<unsigned long>(longest));
     } else if (name == "lines") {
         for (int i = 0; i < atoi(value.c_str()); ++i) DbgLogWrite("filler %04d %s", i, std::string(40, '.').c_str());
     } else if (name == "hold") {  // opens a file the way another program would, sharing nothing
@@ -71,15 +75,6 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
                 found++, inheritable += (flags & HANDLE_FLAG_INHERIT) != 0;
         }
         printf("found=%d inheritable=%d\n", found, inheritable);
-    } else if (name == "paced") {  // paced=COUNT:PAUSE_MS numbered lines; prints the longest call
-        const int count = atoi(value.c_str()), pause = atoi(value.c_str() + value.find(':') + 1);
-        DWORD longest = 0;
-        for (int i = 0; i < count; ++i, Sleep(DWORD(pause))) {
-            const DWORD before = GetTickCount();
-            DbgLogWrite("paced n%d", i);
-            longest = std::max(longest, GetTickCount() - before);
-        }
-        printf("longest=%lu\n", static_cast<unsigned long>(longest));
     } else if (name == "fill") {  // writes a file until the disk is full
         const HANDLE h = CreateFileA(value.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
         static const char block[4096] = {};
@@ -94,13 +89,7 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
     else if (name == "sys") DirectSyslogWrite("%s", value.c_str());
     else if (name == "sysw") DirectSyslogWriteW(L"%ls", wideValue.c_str());
     else if (name == "sysoff") DirectSyslogWriteEx(false, "%s", value.c_str());
-    else if (name == "syslines" || name == "sysevents") {  // one event of N lines, or N events of a line
-        std::string text;
-        for (int i = 0; i < atoi(value.c_str()); ++i) text += "l" + std::to_string(i) + "\n";
-        if (name == "syslines") DirectSyslogWrite("%s", text.c_str());
-        else
-            for (int i = 0; i < atoi(value.c_str()); ++i) DirectSyslogWrite("l%d", i);
-    } else if (name == "nulls") {  // every logging export given null where it takes a pointer
+    else if (name == "nulls") {  // every logging export given null where it takes a pointer
         DbgLogWrite(nullptr);
         DbgLogWriteW(nullptr);
         DbgFileWrite(nullptr);

@@ -8,23 +8,20 @@
 using namespace kvtest;
 using namespace logtest;
 
-TEST(Syslog, EachLineOfAnEventIsOneStampedLine) {
+// Routed to an application log that is closed and reopened after every line,
+// lines stamped one by one would span several milliseconds, as the same
+// number of separate events written the same way shows.
+TEST(Syslog, EachLineOfAnEventIsALineCarryingItsOneStamp) {
     LogHost h("log_syslog");
-    ASSERT_TRUE(h.Ok({"sys=first<CR><LF>second", "sys=<CR><LF><LF>", "sysoff=never", "sysw=wide 5%%", "sys=keep %s %n",
-                      "comp=Alarm", "sys=own file", "comp=Empty", "sys=<LF>"}));
+    Lines ops = {"openshut=event.log:1000", "route", "sys=", "close", "openshut=events.log:1000", "route"};
+    for (int i = 0; i < 150; ++i) ops[2] += "l" + std::to_string(i) + "<LF>", ops.push_back("sys=l" + std::to_string(i));
+    ops.insert(ops.end(), {"close", "sys=first<CR><LF>second", "sys=<CR><LF><LF>", "sysoff=never", "sysw=wide 5%%",
+                           "sys=keep %s %n", "comp=Alarm", "sys=own file", "comp=Empty", "sys=<LF>"});
+    ASSERT_TRUE(h.Ok(ops));
     EXPECT_EQ((Lines{"first", "second", "wide 5%", "keep %s %n"}), h.Messages("syslog.dat", '\t'));
     EXPECT_EQ(Lines{"own file"}, h.Messages("syslog.Alarm.dat", '\t'));
     // An event without text still creates its file.
     EXPECT_TRUE(FileExists(h.File("syslog.Empty.dat")) && ReadFileText(h.File("syslog.Empty.dat")).empty());
-}
-
-// Routed to an application log that is closed and reopened after every line,
-// lines stamped one by one would span several milliseconds, as the same
-// number of separate events written the same way shows.
-TEST(Syslog, AllLinesOfAnEventCarryItsOneStamp) {
-    LogHost h("log_sysstamp");
-    ASSERT_TRUE(h.Ok({"openshut=event.log:1000", "route", "syslines=150", "close", "openshut=events.log:1000", "route",
-                      "sysevents=150", "close"}));
     const auto stamps = [&](const char* name) {
         std::set<std::string> found;
         for (const auto& line : ReadLines(h.File(name))) found.insert(line.substr(0, 30));
@@ -37,24 +34,20 @@ TEST(Syslog, AllLinesOfAnEventCarryItsOneStamp) {
 
 // Null arguments are ignored: nothing reaches a log, and a null application
 // syslog routes events back to the syslog file.
-TEST(Syslog, NullArgumentsWriteNothing) {
-    LogHost h("log_nulls");
-    ASSERT_TRUE(h.Ok({"open=app.log:10", "route", "nulls", "line=after", "sys=after"}));
+TEST(Syslog, RoutedEventsGoToTheApplicationLogUntilItClosesAndNullsWriteNothing) {
+    LogHost h("log_sysroute");
+    ASSERT_TRUE(h.Ok({"open=events.log:100", "write=own text", "route", "sys=routed a<LF>routed b", "sys=<LF>", "close",
+                      "sys=direct again", "open=app.log:10", "route", "nulls", "line=after", "sys=after"}));
+    EXPECT_EQ((Lines{"~own text", "routed a", "routed b"}), h.Messages("events.log", '\t'));
+    EXPECT_EQ((Lines{"direct again", "after"}), h.Messages("syslog.dat", '\t'));
     EXPECT_HAS(h.last.output, "null open=0");
     EXPECT_EQ(Lines{"after"}, h.Messages("debug.log"));
-    EXPECT_EQ(Lines{"after"}, h.Messages("syslog.dat", '\t'));
     EXPECT_EQ(Lines{}, ReadLines(h.File("app.log")));
 }
 
-TEST(Syslog, RoutedEventsGoToTheApplicationLogUntilItCloses) {
-    LogHost h("log_sysroute");
-    ASSERT_TRUE(h.Ok({"open=events.log:100", "write=own text", "route", "sys=routed a<LF>routed b", "sys=<LF>", "close",
-                      "sys=direct again"}));
-    EXPECT_EQ((Lines{"~own text", "routed a", "routed b"}), h.Messages("events.log", '\t'));
-    EXPECT_EQ(Lines{"direct again"}, h.Messages("syslog.dat", '\t'));
-}
-
-TEST(AppLog, ArchivesToOneBakFileReplacedEachTime) {
+// A reopened log is closed after every line: readable by others, but
+// write-locked while a kept one is shared.
+TEST(AppLog, ArchivesToOneBakFileReplacedEachTimeAndSharesAsOpened) {
     LogHost h("log_appbak");
     const std::string block(600, 'a');
     // A name in a folder that does not exist gives no handle, and writing to
@@ -62,10 +55,12 @@ TEST(AppLog, ArchivesToOneBakFileReplacedEachTime) {
     // archives once it holds more than 1024 bytes.
     ASSERT_TRUE(h.Ok({"open=missing\\dir.log:1", "write=ignored", "close", "open=alarm.log:1", "write=" + block,
                       "write=first archive", "write=" + block, "write=" + block, "write=" + block, "write=tail",
-                      "close"}));
-    EXPECT_TRUE(InOrder(h.last.output, {"opened=0", "opened=1"})) << h.last.output;
+                      "close", "openshut=shut.log:100", "write=one", "probe=" + h.File("shut.log"), "close",
+                      "open=kept.log:100", "write=two", "probe=" + h.File("kept.log"), "close"}));
+    EXPECT_TRUE(InOrder(h.last.output, {"opened=0", "opened=1", "read=1 write=0", "read=1 write=1"})) << h.last.output;
     EXPECT_EQ((Lines{block, block}), ReadLines(h.File("alarm.bak")));  // the second archive replaced the first
     EXPECT_EQ(Lines{"tail"}, ReadLines(h.File("alarm.log")));
+    EXPECT_EQ(Lines{"one"}, ReadLines(h.File("shut.log")));
 }
 
 TEST(AppLog, TimeStampedArchivesWhenTheProductAsksForThem) {
@@ -77,12 +72,4 @@ TEST(AppLog, TimeStampedArchivesWhenTheProductAsksForThem) {
     // alarm_YYMMDD_HHMMSS .log: the time pattern ends in a blank.
     EXPECT_TRUE(std::regex_match(archives[0], std::regex(R"(alarm_\d{6}_\d{6} \.log)"))) << archives[0];
     EXPECT_FALSE(FileExists(h.File("alarm.bak")));
-}
-
-TEST(AppLog, AReopenedLogIsReadableButWriteLockedWhileAKeptOneIsShared) {
-    LogHost h("log_appshare");
-    ASSERT_TRUE(h.Ok({"openshut=shut.log:100", "write=one", "probe=" + h.File("shut.log"), "close",
-                      "open=kept.log:100", "write=two", "probe=" + h.File("kept.log"), "close"}));
-    EXPECT_TRUE(InOrder(h.last.output, {"read=1 write=0", "read=1 write=1"})) << h.last.output;
-    EXPECT_EQ(Lines{"one"}, ReadLines(h.File("shut.log")));
 }

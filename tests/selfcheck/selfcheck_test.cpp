@@ -90,5 +90,4 @@ TEST(SelfCheck, OverrunCheckSkippedWithCrashOnError) {
     const auto& result = h.Run("selfcheck_after_startup");
     EXPECT_EQ(0u, result.exitCode) << "the exit code counts failed checks\n" << result.output;
     EXPECT_HAS(result.output, "SKIP  guarded overrun detected - CrashOnError is on");
-    EXPECT_HAS(result.output, " 0 failed, 1 skipped");
 }

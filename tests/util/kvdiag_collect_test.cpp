@@ -14,8 +14,6 @@
 #include "product_install.h"
 #include "temp_dir.h"
 
-using kvtest::OutputHas;
-
 namespace {
 
 using Archive = std::map<std::string, std::string>;  // name in the cabinet -> contents
@@ -76,15 +74,9 @@ TEST(KvdiagCollect, ArchiveHoldsTheInstallationByteForByteAndSaysWhatItLeftOut) 
     const std::string logs = install.logDir();
     CreateDirectoryA(logs.c_str(), nullptr);
     CreateDirectoryA((logs + "\\Drivers").c_str(), nullptr);
-    const struct {
-        const char* name;
-        size_t size;
-        int hoursOld;
-    } files[] = {
+    const struct { const char* name; size_t size; int hoursOld; } files[] = {
         {"debug.Pump.log", 3000, 0}, {"debug.Pump.001", 1100, 1}, {"Drivers\\modbus.log", 500, 2},
-        {"stale.log", 200, 48},      {"held.log", 100, 0},        {"new.dmp", 600 * 1024, 1},
-        {"old.dmp", 600 * 1024, 3},
-    };
+        {"stale.log", 200, 48}, {"held.log", 100, 0}, {"new.dmp", 600 * 1024, 1}, {"old.dmp", 600 * 1024, 3}};
     for (const auto& f : files) WriteFileAged(logs + "\\" + f.name, f.size, f.hoursOld);
     // A live log as a writer holds it, and a file held by a program that shares nothing.
     const HANDLE live = CreateFileA((logs + "\\debug.Pump.log").c_str(), GENERIC_WRITE,
@@ -97,7 +89,7 @@ TEST(KvdiagCollect, ArchiveHoldsTheInstallationByteForByteAndSaysWhatItLeftOut) 
     CloseHandle(held);
     CloseHandle(live);
     ASSERT_EQ(0u, result.exitCode) << result.output;
-    EXPECT_TRUE(OutputHas(result, "collect: running kvdiag selfcheck")) << result.output;
+    EXPECT_HAS(result.output, "collect: running kvdiag selfcheck");
     for (const char* left : {R"(Logs\\stale\.log +older than --since)", R"(Logs\\held\.log +held by another program)",
                              R"(Logs\\old\.dmp +over the 1 MB cap)"})
         EXPECT_TRUE(std::regex_search(result.output, std::regex(std::string(left)))) << left << "\n" << result.output;

@@ -15,11 +15,8 @@ const char* Arg(const char* text) { return strcmp(text, "<null>") ? text : nullp
 }  // namespace
 
 // Arguments in threes: recipient, note, attachment path ("<null>" for null).
-// Prints one "result=N" line per mail and whether the date-time text exists.
+// Prints one "result=N" line per mail.
 KV_SCENARIO(util_crash_mail) {
-    char probe[64] = {};
-    GetDateTimeString(probe, nullptr);
-    printf("datetime_available=%d\n", probe[0] ? 1 : 0);
     for (int i = 0; i + 2 < argc; i += 3)
         printf("result=%d\n", KvSendCrashHandlerMail(Arg(argv[i]), Arg(argv[i + 1]), Arg(argv[i + 2])));
     return 0;
