@@ -17,9 +17,12 @@
 #include "collect_reports.h"
 #include "command.h"
 #include "ini_status.h"
+#include "path_parts.h"
 #include "progress.h"
 
 namespace {
+
+using kvdiag::FileNameOf;
 
 constexpr char kUsage[] = "usage: kvdiag collect [OUTFILE] [--since HOURS] [--max-mb MB] [--ini PATH]\n";
 constexpr double kDefaultDumpCapMb = 200;
@@ -78,8 +81,6 @@ bool EndsWith(const std::string& name, const char* suffix) {
     return name.size() >= n && Lower(name.substr(name.size() - n)) == suffix;
 }
 
-std::string FileName(const std::string& path) { return path.substr(path.find_last_of("\\/") + 1); }
-
 struct FoundFile {
     std::string path;
     std::string relative;  // below the folder listed, with backslashes
@@ -88,7 +89,8 @@ struct FoundFile {
 };
 
 // Every file in folder (and below it with recurse); false when it cannot be listed.
-bool ListFiles(const std::string& folder, bool recurse, std::vector<FoundFile>& files, const std::string& relative = "") {
+bool ListFiles(const std::string& folder, bool recurse, std::vector<FoundFile>& files,
+               const std::string& relative = "") {
     WIN32_FIND_DATAA found;
     const std::string base = relative.empty() ? folder : folder + "\\" + relative;
     const HANDLE search = FindFirstFileA((base + "\\*").c_str(), &found);
@@ -127,7 +129,8 @@ public:
     void Add(const std::string& source, const std::string& nameInCab) {
         WIN32_FILE_ATTRIBUTE_DATA before{};
         GetFileAttributesExA(source.c_str(), GetFileExInfoStandard, &before);
-        const unsigned long long size = (static_cast<unsigned long long>(before.nFileSizeHigh) << 32) | before.nFileSizeLow;
+        const unsigned long long size =
+            (static_cast<unsigned long long>(before.nFileSizeHigh) << 32) | before.nFileSizeLow;
         if (size >= kLargeFile) {
             char stage[MAX_PATH + 64];
             snprintf(stage, sizeof stage, "compressing %s (%.1f MB)", nameInCab.c_str(), double(size) / (1024 * 1024));
@@ -143,9 +146,10 @@ public:
         ++skipped_;
     }
     // A report made by running kvdiag itself.
-    void AddCommandOutput(const kvdiag::ScratchFolder& scratch, const std::string& arguments, const std::string& nameInCab) {
+    void AddCommandOutput(const kvdiag::ScratchFolder& scratch, const std::string& arguments,
+                          const std::string& nameInCab) {
         progress_.Stage("running kvdiag " + arguments);
-        const std::string file = scratch.File(FileName(nameInCab));
+        const std::string file = scratch.File(FileNameOf(nameInCab));
         std::string reason;
         if (kvdiag::RunSelf(arguments, file, reason)) Add(file, nameInCab);
         else Skip(nameInCab, reason);
@@ -176,11 +180,11 @@ void CollectReports(Collection& c, const kvdiag::ScratchFolder& scratch, const s
 
 void CollectConfiguration(Collection& c, const kvdiag::IniStatus& ini) {
     c.Say("Configuration\n");
-    c.Add(ini.path, "Config\\" + FileName(ini.path));
+    c.Add(ini.path, "Config\\" + FileNameOf(ini.path));
     char profile[MAX_PATH];
     if (GetKorvanProfilePath(profile, sizeof profile) > 0) {
-        if (GetFileAttributesA(profile) != INVALID_FILE_ATTRIBUTES) c.Add(profile, "Config\\" + FileName(profile));
-        else c.Skip("Config\\" + FileName(profile), std::string("the profile ") + profile + " does not exist");
+        if (GetFileAttributesA(profile) != INVALID_FILE_ATTRIBUTES) c.Add(profile, "Config\\" + FileNameOf(profile));
+        else c.Skip("Config\\" + FileNameOf(profile), std::string("the profile ") + profile + " does not exist");
     } else {
         c.Skip("profile", "none configured ([RuntimeManager] Profile or the RUN folder missing)");
     }
@@ -203,11 +207,13 @@ void CollectLogFolder(Collection& c, const CollectOptions& options, const std::s
     }
     FILETIME nowTime;
     GetSystemTimeAsFileTime(&nowTime);
-    const unsigned long long now = (static_cast<unsigned long long>(nowTime.dwHighDateTime) << 32) | nowTime.dwLowDateTime;
+    const unsigned long long now =
+        (static_cast<unsigned long long>(nowTime.dwHighDateTime) << 32) | nowTime.dwLowDateTime;
     const unsigned long long cutoff =
         options.sinceHours > 0 ? now - static_cast<unsigned long long>(options.sinceHours * kTicksPerHour) : 0;
     std::vector<FoundFile> dumps;
-    std::sort(files.begin(), files.end(), [](const FoundFile& a, const FoundFile& b) { return a.relative < b.relative; });
+    std::sort(files.begin(), files.end(),
+              [](const FoundFile& a, const FoundFile& b) { return a.relative < b.relative; });
     for (const FoundFile& f : files) {
         if (Lower(f.path) == Lower(archive)) continue;
         if (EndsWith(f.relative, ".dmp")) dumps.push_back(f);

@@ -4,6 +4,7 @@
 #include <stdio.h>
 
 #include "KvConfig.h"
+#include "path_parts.h"
 
 namespace kvdiag {
 
@@ -73,9 +74,7 @@ ScratchFolder::~ScratchFolder() {
 }
 
 std::string ModuleFolder(const char* module) {
-    const std::string path = ModulePath(GetModuleHandleA(module));
-    const size_t slash = path.find_last_of("\\/");
-    return slash == std::string::npos ? "" : path.substr(0, slash);
+    return FolderOf(ModulePath(GetModuleHandleA(module)));
 }
 
 bool RunSelf(const std::string& arguments, const std::string& outputPath, std::string& reason) {

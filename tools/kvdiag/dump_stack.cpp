@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "dump_memory.h"
+#include "path_parts.h"
 #include "pe_image.h"
 #include "x64_unwind.h"
 
@@ -15,16 +16,6 @@ namespace kvdiag {
 namespace {
 
 constexpr int kMaxFrames = 64;
-
-std::string FolderOf(const std::string& path) {
-    const size_t slash = path.find_last_of("\\/");
-    return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
-}
-
-std::string FileNameOf(const std::string& path) {
-    const size_t slash = path.find_last_of("\\/");
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
 
 // "KvDebugHelp" for "C:\...\KvDebugHelp.dll", as debuggers name modules.
 std::string ShortName(const std::string& path) {
@@ -44,7 +35,8 @@ struct DumpModule {
 // where the dump recorded one, the same link time stamp.
 std::unique_ptr<PeImage> FindImage(const DumpModule& m, const std::string& dumpPath,
                                    const std::vector<std::string>& folders) {
-    std::vector<std::string> candidates = {m.path, FolderOf(dumpPath) + "\\" + FileNameOf(m.path)};
+    const std::string dumpFolder = FolderOf(dumpPath).empty() ? "." : FolderOf(dumpPath);
+    std::vector<std::string> candidates = {m.path, dumpFolder + "\\" + FileNameOf(m.path)};
     for (const auto& folder : folders) candidates.push_back(folder + "\\" + FileNameOf(m.path));
     for (const auto& candidate : candidates) {
         auto image = std::make_unique<PeImage>(candidate);

@@ -4,41 +4,28 @@
 
 namespace kvdiag {
 
-PeImage::PeImage(const std::string& path) : path_(path) {
-    file_ = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                        OPEN_EXISTING, 0, nullptr);
-    if (file_ == INVALID_HANDLE_VALUE) return;
-    LARGE_INTEGER size{};
-    if (!GetFileSizeEx(file_, &size) || size.QuadPart < LONGLONG(sizeof(IMAGE_DOS_HEADER))) return;
-    size_ = uint64_t(size.QuadPart);
-    mapping_ = CreateFileMappingA(file_, nullptr, PAGE_READONLY, 0, 0, nullptr);
-    if (!mapping_) return;
-    base_ = static_cast<const BYTE*>(MapViewOfFile(mapping_, FILE_MAP_READ, 0, 0, 0));
-    if (!base_) return;
-    const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base_);
+PeImage::PeImage(const std::string& path) : path_(path), file_(path.c_str()) {
+    const BYTE* base = file_.base();
+    const uint64_t size = file_.size();
+    if (!base || size < sizeof(IMAGE_DOS_HEADER)) return;
+    const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
     if (dos->e_magic != IMAGE_DOS_SIGNATURE || dos->e_lfanew < 0 ||
-        uint64_t(dos->e_lfanew) + sizeof(IMAGE_NT_HEADERS64) > size_)
+        uint64_t(dos->e_lfanew) + sizeof(IMAGE_NT_HEADERS64) > size)
         return;
-    const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS64*>(base_ + dos->e_lfanew);
+    const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos->e_lfanew);
     if (nt->Signature != IMAGE_NT_SIGNATURE || nt->FileHeader.Machine != IMAGE_FILE_MACHINE_AMD64 ||
         nt->OptionalHeader.Magic != IMAGE_NT_OPTIONAL_HDR64_MAGIC)
         return;
     const uint64_t sectionsEnd = uint64_t(dos->e_lfanew) + offsetof(IMAGE_NT_HEADERS64, OptionalHeader) +
                                  nt->FileHeader.SizeOfOptionalHeader +
                                  uint64_t(nt->FileHeader.NumberOfSections) * sizeof(IMAGE_SECTION_HEADER);
-    if (sectionsEnd > size_) return;
+    if (sectionsEnd > size) return;
     nt_ = nt;
     if (nt->OptionalHeader.NumberOfRvaAndSizes > IMAGE_DIRECTORY_ENTRY_EXCEPTION) {
         const IMAGE_DATA_DIRECTORY& table = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXCEPTION];
         functions_ = reinterpret_cast<const RUNTIME_FUNCTION*>(At(table.VirtualAddress, table.Size));
         if (functions_) functionCount_ = table.Size / sizeof(RUNTIME_FUNCTION);
     }
-}
-
-PeImage::~PeImage() {
-    if (base_) UnmapViewOfFile(base_);
-    if (mapping_) CloseHandle(mapping_);
-    if (file_ != INVALID_HANDLE_VALUE) CloseHandle(file_);
 }
 
 const BYTE* PeImage::At(uint32_t rva, uint32_t size) const {
@@ -48,7 +35,7 @@ const BYTE* PeImage::At(uint32_t rva, uint32_t size) const {
         const uint64_t start = section->VirtualAddress, inFile = section->SizeOfRawData;
         if (rva < start || uint64_t(rva) + size > start + inFile) continue;
         const uint64_t offset = section->PointerToRawData + (rva - start);
-        return offset + size <= size_ ? base_ + offset : nullptr;
+        return offset + size <= file_.size() ? file_.base() + offset : nullptr;
     }
     return nullptr;
 }

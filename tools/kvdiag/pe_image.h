@@ -9,15 +9,14 @@
 
 #include <string>
 
+#include "mapped_file.h"
+
 namespace kvdiag {
 
 class PeImage {
 public:
     // Opens the file; usable() tells whether it is a 64-bit PE image.
     explicit PeImage(const std::string& path);
-    ~PeImage();
-    PeImage(const PeImage&) = delete;
-    PeImage& operator=(const PeImage&) = delete;
 
     bool usable() const { return nt_ != nullptr; }
     const std::string& path() const { return path_; }
@@ -33,10 +32,7 @@ public:
 
 private:
     std::string path_;
-    HANDLE file_ = INVALID_HANDLE_VALUE;
-    HANDLE mapping_ = nullptr;
-    const BYTE* base_ = nullptr;
-    uint64_t size_ = 0;
+    MappedFile file_;
     const IMAGE_NT_HEADERS64* nt_ = nullptr;
     const RUNTIME_FUNCTION* functions_ = nullptr;
     uint32_t functionCount_ = 0;
