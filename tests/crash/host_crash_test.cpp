@@ -2,7 +2,7 @@
 // filter on a real access violation, and the log lines of a KvException chain.
 #include <gtest/gtest.h>
 
-#include "../../tools/kvdiag/dump_reader.h"
+#include "dump/dump_reader.h"
 #include "installed_host.h"
 
 // The lines of a log file that contain marker, each from it on.

@@ -1,0 +1,326 @@
+// kvdiag collect: one cabinet file for support with the logs, dumps,
+// configuration, settings, a fresh self-check and the symbols of this machine.
+// Whatever cannot be gathered is reported and the rest still goes in.
+#include <windows.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "KvConfig.h"
+#include "KvLogging.h"
+#include "cabinet/cab_writer.h"
+#include "cabinet/collect_reports.h"
+#include "command.h"
+#include "commands/ini_status.h"
+#include "common/path_parts.h"
+#include "common/progress.h"
+
+namespace {
+
+using kvdiag::FileNameOf;
+
+constexpr char kUsage[] = "usage: kvdiag collect [OUTFILE] [--since HOURS] [--max-mb MB] [--ini PATH]\n";
+constexpr double kDefaultDumpCapMb = 200;
+constexpr unsigned long long kLargeFile = 4ull << 20;  // shown as a stage of its own
+constexpr unsigned long long kTicksPerHour = 36000000000ull;  // FILETIME ticks of 100 ns
+
+struct CollectOptions {
+    std::string outFile;
+    double sinceHours = 0;  // 0: every file
+    double dumpCapMb = kDefaultDumpCapMb;
+};
+
+bool ParseOptions(int argc, char** argv, CollectOptions& options) {
+    for (int i = 0; i < argc; ++i) {
+        char* end = nullptr;
+        if (!strcmp(argv[i], "--since") && i + 1 < argc) {
+            options.sinceHours = strtod(argv[++i], &end);
+            if (*end || options.sinceHours <= 0) return false;
+        } else if (!strcmp(argv[i], "--max-mb") && i + 1 < argc) {
+            options.dumpCapMb = strtod(argv[++i], &end);
+            if (*end || options.dumpCapMb < 0) return false;
+        } else if (argv[i][0] == '-' || !options.outFile.empty()) {
+            return false;
+        } else {
+            options.outFile = argv[i];
+        }
+    }
+    return true;
+}
+
+std::string DefaultArchiveName() {
+    char computer[MAX_COMPUTERNAME_LENGTH + 1] = "machine";
+    DWORD length = sizeof computer;
+    GetComputerNameA(computer, &length);
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    char name[MAX_PATH];
+    snprintf(name, sizeof name, "kvdiag-%s-%04u%02u%02u-%02u%02u%02u.cab", computer, now.wYear, now.wMonth, now.wDay,
+             now.wHour, now.wMinute, now.wSecond);
+    return name;
+}
+
+std::string FullPath(const std::string& path) {
+    char full[MAX_PATH];
+    const DWORD length = GetFullPathNameA(path.c_str(), sizeof full, full, nullptr);
+    return length && length < sizeof full ? full : path;
+}
+
+std::string Lower(std::string text) {
+    CharLowerBuffA(&text[0], DWORD(text.size()));
+    return text;
+}
+
+bool EndsWith(const std::string& name, const char* suffix) {
+    const size_t n = strlen(suffix);
+    return name.size() >= n && Lower(name.substr(name.size() - n)) == suffix;
+}
+
+struct FoundFile {
+    std::string path;
+    std::string relative;  // below the folder listed, with backslashes
+    unsigned long long size;
+    unsigned long long written;  // FILETIME ticks
+};
+
+// Every file in folder (and below it with recurse); false when it cannot be listed.
+bool ListFiles(const std::string& folder, bool recurse, std::vector<FoundFile>& files,
+               const std::string& relative = "") {
+    WIN32_FIND_DATAA found;
+    const std::string base = relative.empty() ? folder : folder + "\\" + relative;
+    const HANDLE search = FindFirstFileA((base + "\\*").c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) return false;
+    do {
+        const std::string name = found.cFileName;
+        const std::string inner = relative.empty() ? name : relative + "\\" + name;
+        if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
+            files.push_back({base + "\\" + name, inner,
+                             (static_cast<unsigned long long>(found.nFileSizeHigh) << 32) | found.nFileSizeLow,
+                             (static_cast<unsigned long long>(found.ftLastWriteTime.dwHighDateTime) << 32) |
+                                 found.ftLastWriteTime.dwLowDateTime});
+        else if (recurse && name != "." && name != "..")
+            ListFiles(folder, true, files, inner);
+    } while (FindNextFileA(search, &found));
+    FindClose(search);
+    return true;
+}
+
+// The archive being filled and the account of it: printed as it goes, and
+// kept for the archive's own Report\collect.txt.
+class Collection {
+public:
+    Collection(kvdiag::CabWriter& cab, kvdiag::Progress& progress) : cab_(cab), progress_(progress) {}
+
+    void Say(const char* format, ...) {
+        char line[1024];
+        va_list args;
+        va_start(args, format);
+        vsnprintf(line, sizeof line, format, args);
+        va_end(args);
+        fputs(line, stdout);
+        fflush(stdout);
+        account_ += line;
+    }
+    void Add(const std::string& source, const std::string& nameInCab) {
+        WIN32_FILE_ATTRIBUTE_DATA before{};
+        GetFileAttributesExA(source.c_str(), GetFileExInfoStandard, &before);
+        const unsigned long long size =
+            (static_cast<unsigned long long>(before.nFileSizeHigh) << 32) | before.nFileSizeLow;
+        if (size >= kLargeFile) {
+            char stage[MAX_PATH + 64];
+            snprintf(stage, sizeof stage, "compressing %s (%.1f MB)", nameInCab.c_str(), double(size) / (1024 * 1024));
+            progress_.Stage(stage);
+        }
+        std::string reason;
+        if (!cab_.Add(source, nameInCab, reason)) return Skip(nameInCab, reason);
+        Say("  added    %-46s %12llu bytes\n", nameInCab.c_str(), static_cast<unsigned long long>(cab_.lastSize()));
+        ++added_;
+    }
+    void Skip(const std::string& what, const std::string& reason) {
+        Say("  skipped  %-46s %s\n", what.c_str(), reason.c_str());
+        ++skipped_;
+    }
+    // A report made by running kvdiag itself.
+    void AddCommandOutput(const kvdiag::ScratchFolder& scratch, const std::string& arguments,
+                          const std::string& nameInCab) {
+        progress_.Stage("running kvdiag " + arguments);
+        const std::string file = scratch.File(FileNameOf(nameInCab));
+        std::string reason;
+        if (kvdiag::RunSelf(arguments, file, reason)) Add(file, nameInCab);
+        else Skip(nameInCab, reason);
+    }
+
+    kvdiag::Progress& progress() { return progress_; }
+    const std::string& account() const { return account_; }
+    int added() const { return added_; }
+    int skipped() const { return skipped_; }
+
+private:
+    kvdiag::CabWriter& cab_;
+    kvdiag::Progress& progress_;
+    std::string account_;
+    int added_ = 0, skipped_ = 0;
+};
+
+void CollectReports(Collection& c, const kvdiag::ScratchFolder& scratch, const std::string& iniArgument) {
+    c.Say("Reports\n");
+    const std::string version = scratch.File("version.txt");
+    if (kvdiag::WriteVersionReport(version)) c.Add(version, "Report\\version.txt");
+    else c.Skip("Report\\version.txt", "cannot be written to " + version);
+    c.AddCommandOutput(scratch, "paths" + iniArgument, "Report\\paths.txt");
+    c.AddCommandOutput(scratch, "selfcheck" + iniArgument, "Report\\selfcheck.txt");
+    for (const std::string& exe : kvdiag::ExecutablesWithSettings())
+        c.AddCommandOutput(scratch, "settings \"" + exe + "\"", "Report\\settings\\" + exe + ".txt");
+}
+
+void CollectConfiguration(Collection& c, const kvdiag::IniStatus& ini) {
+    c.Say("Configuration\n");
+    c.Add(ini.path, "Config\\" + FileNameOf(ini.path));
+    char profile[MAX_PATH];
+    if (GetKorvanProfilePath(profile, sizeof profile) > 0) {
+        if (GetFileAttributesA(profile) != INVALID_FILE_ATTRIBUTES) c.Add(profile, "Config\\" + FileNameOf(profile));
+        else c.Skip("Config\\" + FileNameOf(profile), std::string("the profile ") + profile + " does not exist");
+    } else {
+        c.Skip("profile", "none configured ([RuntimeManager] Profile or the RUN folder missing)");
+    }
+}
+
+// The log folder: every log first, then the dumps newest first up to the cap.
+void CollectLogFolder(Collection& c, const CollectOptions& options, const std::string& archive) {
+    char folder[MAX_PATH];
+    if (GetDebugLogDirPath(1, folder, sizeof folder) < 0) {
+        c.Say("Logs\n");
+        c.Skip("log folder", "cannot be found or created");
+        return;
+    }
+    c.Say("Logs in %s\n", folder);
+    c.progress().Stage("adding the logs");
+    std::vector<FoundFile> files;
+    if (!ListFiles(folder, true, files)) {
+        c.Skip(folder, "cannot be listed (error " + std::to_string(GetLastError()) + ")");
+        return;
+    }
+    FILETIME nowTime;
+    GetSystemTimeAsFileTime(&nowTime);
+    const unsigned long long now =
+        (static_cast<unsigned long long>(nowTime.dwHighDateTime) << 32) | nowTime.dwLowDateTime;
+    const unsigned long long cutoff =
+        options.sinceHours > 0 ? now - static_cast<unsigned long long>(options.sinceHours * kTicksPerHour) : 0;
+    std::vector<FoundFile> dumps;
+    std::sort(files.begin(), files.end(),
+              [](const FoundFile& a, const FoundFile& b) { return a.relative < b.relative; });
+    for (const FoundFile& f : files) {
+        if (Lower(f.path) == Lower(archive)) continue;
+        if (EndsWith(f.relative, ".dmp")) dumps.push_back(f);
+        else if (f.written < cutoff) c.Skip("Logs\\" + f.relative, "older than --since");
+        else c.Add(f.path, "Logs\\" + f.relative);
+    }
+    c.Say("Dumps: newest first, up to %g MB in all (--max-mb changes it)\n", options.dumpCapMb);
+    c.progress().Stage("adding the dumps");
+    std::sort(dumps.begin(), dumps.end(), [](const FoundFile& a, const FoundFile& b) { return a.written > b.written; });
+    const double cap = options.dumpCapMb * 1024 * 1024;
+    double taken = 0;
+    for (const FoundFile& d : dumps) {
+        if (d.written < cutoff) {
+            c.Skip("Logs\\" + d.relative, "older than --since");
+        } else if (taken + double(d.size) > cap) {
+            char reason[96];
+            snprintf(reason, sizeof reason, "over the %g MB cap for dumps (%.1f MB)", options.dumpCapMb,
+                     double(d.size) / (1024 * 1024));
+            c.Skip("Logs\\" + d.relative, reason);
+        } else {
+            taken += double(d.size);
+            c.Add(d.path, "Logs\\" + d.relative);
+        }
+    }
+    if (dumps.empty()) c.Say("  (no dumps)\n");
+}
+
+// The PDB files beside the library, beside kvdiag and in the product's BIN folder.
+void CollectSymbols(Collection& c, bool iniValid) {
+    c.Say("Symbols\n");
+    c.progress().Stage("adding the symbols");
+    std::vector<std::string> folders = {kvdiag::ModuleFolder("KvDebugHelp.dll"), kvdiag::ModuleFolder(nullptr)};
+    char bin[MAX_PATH];
+    if (iniValid && GetKorvanFolderByType(3, bin, sizeof bin) > 0) folders.push_back(bin);
+    std::vector<std::string> seenFolders, seenNames;
+    for (const std::string& folder : folders) {
+        const std::string key = Lower(FullPath(folder));
+        if (folder.empty() || std::find(seenFolders.begin(), seenFolders.end(), key) != seenFolders.end()) continue;
+        seenFolders.push_back(key);
+        std::vector<FoundFile> files;
+        ListFiles(folder, false, files);
+        for (const FoundFile& f : files) {
+            if (!EndsWith(f.relative, ".pdb")) continue;
+            if (std::find(seenNames.begin(), seenNames.end(), Lower(f.relative)) != seenNames.end()) {
+                c.Skip(f.path, "a PDB of that name is already in the archive");
+                continue;
+            }
+            seenNames.push_back(Lower(f.relative));
+            c.Add(f.path, "Symbols\\" + f.relative);
+        }
+    }
+    if (seenNames.empty()) c.Say("  (no PDB files beside the binaries)\n");
+}
+
+}  // namespace
+
+KVDIAG_COMMAND(collect, "collect [OUTFILE] [--since H] [--max-mb MB]",
+               "one cabinet file for support: logs, dumps, INI, settings, self-check, symbols") {
+    const char* iniOption = kvdiag::TakeIniOption(argc, argv);
+    CollectOptions options;
+    if (!ParseOptions(argc, argv, options)) {
+        fprintf(stderr, "%s", kUsage);
+        return 2;
+    }
+    const std::string archive = FullPath(options.outFile.empty() ? DefaultArchiveName() : options.outFile);
+    const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
+    const std::string iniArgument = ini.path.empty() ? "" : " --ini \"" + ini.path + "\"";
+    kvdiag::ScratchFolder scratch;
+    kvdiag::CabWriter cab(archive);
+    if (!scratch.ok() || !cab.ok()) {
+        fprintf(stderr, "kvdiag: cannot start %s: %s\n", archive.c_str(),
+                cab.ok() ? "no temporary folder" : cab.error().c_str());
+        return 1;
+    }
+    kvdiag::Progress progress("collect");
+    cab.OnProgress([&progress](uint64_t done, uint64_t total) { progress.Count(done, total); });
+    Collection c(cab, progress);
+    c.Say("Collecting into %s\n", archive.c_str());
+
+    CollectReports(c, scratch, iniArgument);
+    if (ini.valid) {
+        CollectConfiguration(c, ini);
+        CollectLogFolder(c, options, archive);
+    } else {
+        c.Say("Configuration and logs\n");
+        c.Skip("INI file, profile, logs, dumps",
+               "the product INI file is not usable: " + (ini.reason.empty() ? std::string("no path") : ini.reason));
+    }
+    CollectSymbols(c, ini.valid);
+
+    // The account itself goes in last, so support reads what was left out and why.
+    progress.Stage("writing the archive");
+    const std::string account = scratch.File("collect.txt");
+    bool accountAdded = false;
+    if (FILE* out = fopen(account.c_str(), "w")) {
+        fputs(c.account().c_str(), out);
+        fclose(out);
+        std::string reason;
+        accountAdded = cab.Add(account, "Report\\collect.txt", reason);
+    }
+    if (!cab.Finish()) {
+        fprintf(stderr, "kvdiag: %s: %s\n", archive.c_str(), cab.error().c_str());
+        return 1;
+    }
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    GetFileAttributesExA(archive.c_str(), GetFileExInfoStandard, &data);
+    printf("Archive %s: %d files, %llu bytes; %d skipped\n", archive.c_str(), c.added() + int(accountAdded),
+           (static_cast<unsigned long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow, c.skipped());
+    return 0;
+}

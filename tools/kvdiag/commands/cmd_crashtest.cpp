@@ -1,0 +1,208 @@
+// kvdiag crashtest: a child process crashes on purpose with GenerateMiniDump
+// as its unhandled-exception filter; the parent reports the dump and the new
+// system-log lines.
+#include <windows.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <string>
+
+#include "KvDebugHelp.h"
+#include "command.h"
+#include "dump/dump_reader.h"
+#include "commands/ini_status.h"
+
+namespace {
+
+const char kChildFlag[] = "--crash-child";
+const DWORD kChildTimeoutMs = 60000;
+
+LONG WINAPI DumpingFilter(EXCEPTION_POINTERS* pointers) {
+    GenerateMiniDump(pointers);
+    return EXCEPTION_EXECUTE_HANDLER;
+}
+
+int CrashChild(const char* ini) {
+    const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
+    if (!status.valid) {
+        fprintf(stderr, "child: %s\n", status.reason.c_str());
+        return 3;
+    }
+    SetUnhandledExceptionFilter(DumpingFilter);
+    int* volatile target = reinterpret_cast<int*>(0x10);
+    *target = 1;  // access violation, handled by the filter above
+    return 0;
+}
+
+uint64_t FileSize(const std::string& path) {
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (!GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data)) return 0;
+    return (static_cast<uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
+}
+
+bool WrittenSince(const char* path, const FILETIME& since) {
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    return GetFileAttributesExA(path, GetFileExInfoStandard, &data) && CompareFileTime(&data.ftLastWriteTime, &since) >= 0;
+}
+
+// The text written to a log after offset, each line indented.
+void PrintNewLines(const char* title, const std::string& path, uint64_t offset) {
+    FILE* file = fopen(path.c_str(), "rb");
+    if (!file) {
+        printf("%s: %s not found\n", title, path.c_str());
+        return;
+    }
+    _fseeki64(file, static_cast<long long>(offset), SEEK_SET);
+    printf("%s (%s), new lines:\n", title, path.c_str());
+    char line[1100];
+    bool any = false;
+    while (fgets(line, sizeof line, file)) {
+        line[strcspn(line, "\r\n")] = '\0';
+        printf("    %s\n", line);
+        any = true;
+    }
+    if (!any) printf("    (none)\n");
+    fclose(file);
+}
+
+// Sets [Debug]MiniDumpType for the test and puts the old value back after.
+class DumpTypeOverride {
+public:
+    DumpTypeOverride(const std::string& ini, const char* value) : ini_(ini) {
+        if (!value) return;
+        char old[64] = "";
+        hadValue_ = GetPrivateProfileStringA("Debug", "MiniDumpType", "\x01", old, sizeof old, ini.c_str()) > 0 &&
+                    old[0] != '\x01';
+        old_ = old;
+        active_ = WritePrivateProfileStringA("Debug", "MiniDumpType", value, ini.c_str()) != 0;
+    }
+    ~DumpTypeOverride() {
+        if (active_)
+            WritePrivateProfileStringA("Debug", "MiniDumpType", hadValue_ ? old_.c_str() : nullptr, ini_.c_str());
+    }
+    DumpTypeOverride(const DumpTypeOverride&) = delete;
+    DumpTypeOverride& operator=(const DumpTypeOverride&) = delete;
+
+private:
+    std::string ini_;
+    std::string old_;
+    bool hadValue_ = false;
+    bool active_ = false;
+};
+
+// Runs this program as the crashing child; returns its exit code (or
+// STILL_ACTIVE when it had to be ended after the timeout).
+DWORD RunChild(const char* ini) {
+    char self[MAX_PATH] = "";
+    GetModuleFileNameA(nullptr, self, sizeof self);
+    std::string commandLine = std::string("\"") + self + "\" crashtest " + kChildFlag;
+    if (ini) commandLine += std::string(" --ini \"") + ini + "\"";
+    STARTUPINFOA startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process{};
+    if (!CreateProcessA(nullptr, &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) {
+        fprintf(stderr, "cannot start the child (Win32 error %lu)\n", GetLastError());
+        return 1;
+    }
+    CloseHandle(process.hThread);
+    printf("Child process %lu started; it crashes with an access violation\n", process.dwProcessId);
+    DWORD code = STILL_ACTIVE;
+    if (WaitForSingleObject(process.hProcess, kChildTimeoutMs) == WAIT_TIMEOUT) {
+        printf("Child still running after %lu s (HangProcessIfDumpFailed keeps it for a debugger): ended now\n",
+               kChildTimeoutMs / 1000);
+        TerminateProcess(process.hProcess, 1);
+        WaitForSingleObject(process.hProcess, 5000);
+    } else {
+        GetExitCodeProcess(process.hProcess, &code);
+    }
+    CloseHandle(process.hProcess);
+    return code;
+}
+
+// Throws a KvException caused by another, catches it and shows what the
+// library logged for the pair.
+int ThrowChainedException() {
+    char debugLog[MAX_PATH] = "";
+    GetDebugLogFilePath(-1, 1, debugLog, sizeof debugLog);
+    char syslogPath[MAX_PATH] = "";
+    GetSyslogFilePath(1, 0, syslogPath, sizeof syslogPath);
+    const uint64_t debugBefore = FileSize(debugLog);
+    const uint64_t syslogBefore = FileSize(syslogPath);
+    try {
+        try {
+            throw KvException(0x80070002, "recipe file missing", nullptr, "recipe_loader.cpp", 41);
+        } catch (const KvException& cause) {
+            throw KvException(0x80004005, "batch start failed", &cause, "batch_starter.cpp", 120);
+        }
+    } catch (const KvException& caught) {
+        printf("Caught KvException 0x%08lx \"%s\" (%s:%d)\n", static_cast<unsigned long>(caught.getHResult()),
+               caught.getDescription().c_str(), caught.getFileName().c_str(), caught.getLineNumber());
+        for (const KvException* cause = caught.getLastException(); cause; cause = cause->getLastException())
+            printf("  caused by 0x%08lx \"%s\" (%s:%d)\n", static_cast<unsigned long>(cause->getHResult()),
+                   cause->getDescription().c_str(), cause->getFileName().c_str(), cause->getLineNumber());
+    }
+    printf("KvException objects still alive: %ld\n", KvExceptionGetLiveCount());
+    PrintNewLines("Debug log", debugLog, debugBefore);
+    PrintNewLines("System log", syslogPath, syslogBefore);
+    return KvExceptionGetLiveCount() == 0 ? 0 : 1;
+}
+
+}  // namespace
+
+KVDIAG_COMMAND(crashtest, "crashtest [light|heavy|exception] [--ini PATH]",
+               "crash a child on purpose and report its minidump and system-log lines; "
+               "exception: throw a chained KvException and show its log lines") {
+    const char* ini = kvdiag::TakeIniOption(argc, argv);
+    if (argc == 1 && !strcmp(argv[0], kChildFlag)) return CrashChild(ini);
+    const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
+    if (!status.valid) {
+        fprintf(stderr, "No usable product INI file: %s\n", status.reason.c_str());
+        return 1;
+    }
+    if (argc == 1 && !strcmp(argv[0], "exception")) return ThrowChainedException();
+    const char* type = nullptr;
+    if (argc == 1 && !strcmp(argv[0], "light")) type = "1";
+    else if (argc == 1 && !strcmp(argv[0], "heavy")) type = "3";
+    else if (argc != 0) {
+        fprintf(stderr, "usage: kvdiag crashtest [light|heavy|exception] [--ini PATH]\n");
+        return 2;
+    }
+    char dumpPath[MAX_PATH] = "";
+    GetMemoryDumpPath(1, dumpPath, sizeof dumpPath);
+    char syslogPath[MAX_PATH] = "";
+    GetSyslogFilePath(1, 0, syslogPath, sizeof syslogPath);
+    const uint64_t syslogBefore = FileSize(syslogPath);
+    // An earlier crash's dump is left alone; only a file written now counts.
+    FILETIME started;
+    GetSystemTimeAsFileTime(&started);
+
+    DWORD exitCode;
+    {
+        DumpTypeOverride override(status.path, type);
+        const int mode = GetPrivateProfileIntA("Debug", "MiniDumpType", 3, status.path.c_str());
+        printf("Crash test with [Debug]MiniDumpType=%d%s in %s\n", mode, type ? " (for this test only)" : "",
+               status.path.c_str());
+        exitCode = RunChild(ini);
+    }
+    printf("Child ended with 0x%08lx\n", exitCode);
+
+    kvdiag::MappedDump dump(dumpPath);
+    bool good = false;
+    if (!dump.opened()) {
+        printf("Dump: none at %s\n", dumpPath);
+    } else if (!WrittenSince(dumpPath, started)) {
+        printf("Dump: no new dump (%s is from an earlier crash)\n", dumpPath);
+    } else {
+        const auto* exception = dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream);
+        printf("Dump: %s, %llu bytes", dumpPath, static_cast<unsigned long long>(dump.size()));
+        if (exception) {
+            printf(", exception 0x%08lx in thread %lu", static_cast<unsigned long>(exception->ExceptionRecord.ExceptionCode),
+                   static_cast<unsigned long>(exception->ThreadId));
+            good = exception->ExceptionRecord.ExceptionCode == EXCEPTION_ACCESS_VIOLATION;
+        }
+        printf("%s\n", dump.Stream<MINIDUMP_MEMORY64_LIST>(Memory64ListStream) ? ", full memory" : "");
+        printf("      (kvdiag dumpinfo \"%s\" shows the rest)\n", dumpPath);
+    }
+    PrintNewLines("System log", syslogPath, syslogBefore);
+    return good ? 0 : 1;
+}

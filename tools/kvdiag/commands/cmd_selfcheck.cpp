@@ -1,0 +1,37 @@
+// kvdiag selfcheck: the library's built-in checks on this machine.
+#include <stdio.h>
+#include <string.h>
+
+#include "KvDebugHelp.h"
+#include "command.h"
+#include "commands/ini_status.h"
+
+KVDIAG_COMMAND(selfcheck, "selfcheck [--ini PATH] [--file NAME]",
+               "run the library's self-check; exit code = failed checks") {
+    const char* ini = kvdiag::TakeIniOption(argc, argv);
+    const char* file = nullptr;
+    for (int i = 0; i < argc; ++i) {
+        if (!strcmp(argv[i], "--file") && i + 1 < argc) {
+            file = argv[++i];
+        } else {
+            fprintf(stderr, "usage: kvdiag selfcheck [--ini PATH] [--file NAME]\n");
+            return 2;
+        }
+    }
+    SetLog_ErrorCodes(1);
+    const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
+    if (status.valid) {
+        RunKvDebugHelpTestsAfterStartup();
+    } else {
+        RunKvDebugHelpTests();
+        Log("product checks not run: %s", status.reason.empty() ? "no product INI file" : status.reason.c_str());
+    }
+    PrintCurrentPath();
+    const int failed = PrintUnitTestSummary();
+    if (file) {
+        const unsigned error = PrintUnitTestSummaryToFile(file);
+        if (error) fprintf(stderr, "summary file %s not written (Win32 error %u)\n", file, error);
+        else printf("Summary written to %s%s\n", strpbrk(file, "\\/:") ? "" : "the log folder as ", file);
+    }
+    return failed;
+}

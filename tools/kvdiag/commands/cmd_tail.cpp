@@ -1,0 +1,232 @@
+// kvdiag tail: the last lines of debug logs and their history files; with -f
+// it follows them as they grow and roll, several logs merged by time.
+#include <windows.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "KvLogging.h"
+#include "command.h"
+#include "commands/ini_status.h"
+#include "logs/log_files.h"
+#include "logs/log_follower.h"
+#include "logs/log_merge.h"
+
+namespace {
+
+constexpr int kMaxHistoryFiles = 10;
+constexpr DWORD kPollMs = 50;
+constexpr char kUsage[] = "usage: kvdiag tail [COMPONENT...|--all] [-n N] [-f [--for SECONDS] [--count LINES]] [--ini PATH]\n";
+
+struct TailOptions {
+    std::vector<std::string> components;
+    bool all = false;
+    bool follow = false;
+    int count = 10;
+    double seconds = 0;  // 0: until Ctrl+C
+    long long maxLines = 0;  // 0: no limit
+};
+
+bool ParseOptions(std::vector<std::string> args, TailOptions& options) {
+    if (!kvdiag::TakeLineCount(args, options.count)) return false;
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        const bool hasValue = i + 1 < args.size();
+        char* end = nullptr;
+        if (a == "-f") {
+            options.follow = true;
+        } else if (a == "--all") {
+            options.all = true;
+        } else if (a == "--for" && hasValue) {
+            options.seconds = strtod(args[++i].c_str(), &end);
+            if (*end || options.seconds <= 0) return false;
+        } else if (a == "--count" && hasValue) {
+            options.maxLines = strtoll(args[++i].c_str(), &end, 10);
+            if (*end || options.maxLines <= 0) return false;
+        } else if (a.empty() || a[0] == '-') {
+            return false;
+        } else {
+            options.components.push_back(a);
+        }
+    }
+    if (options.all && !options.components.empty()) return false;
+    if (options.components.empty() && !options.all) options.components.push_back("");
+    return true;
+}
+
+// The live log of a component and its history files 1..10.
+std::vector<std::string> ChainPaths(const std::string& component) {
+    SetComponentName(component.c_str());
+    std::vector<std::string> chain;
+    for (int i = 0; i <= kMaxHistoryFiles; ++i) {
+        char path[MAX_PATH];
+        if (GetDebugLogFilePath(i == 0 ? -1 : i, 1, path, sizeof path) < 0) return {};
+        chain.push_back(path);
+    }
+    return chain;
+}
+
+// The components of every debug log in the log folder: "debug.log" is the
+// one without a component, "debug.<component>.log" the others.
+std::vector<std::string> LogFolderComponents() {
+    std::vector<std::string> components;
+    char folder[MAX_PATH];
+    if (GetDebugLogDirPath(1, folder, sizeof folder) < 0) return components;
+    WIN32_FIND_DATAA found;
+    const HANDLE search = FindFirstFileA((std::string(folder) + "\\debug*.log").c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) return components;
+    do {
+        const std::string name = found.cFileName;
+        if (name == "debug.log") components.push_back("");
+        else if (name.size() > 10 && name.compare(0, 6, "debug.") == 0) components.push_back(name.substr(6, name.size() - 10));
+    } while (FindNextFileA(search, &found));
+    FindClose(search);
+    return components;
+}
+
+void PrintHistory(const std::vector<std::string>& chain) {
+    printf("== history files\n");
+    int found = 0;
+    for (size_t i = 1; i < chain.size(); ++i) {
+        WIN32_FILE_ATTRIBUTE_DATA data;
+        if (!GetFileAttributesExA(chain[i].c_str(), GetFileExInfoStandard, &data)) continue;
+        printf("  %-40s %10llu bytes\n", chain[i].c_str(),
+               (static_cast<unsigned long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow);
+        ++found;
+    }
+    if (!found) printf("  (none)\n");
+}
+
+std::atomic<bool> stopRequested{false};
+
+BOOL WINAPI OnConsoleControl(DWORD event) {
+    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT && event != CTRL_CLOSE_EVENT) return FALSE;
+    stopRequested = true;
+    return TRUE;
+}
+
+class Tail {
+public:
+    explicit Tail(const TailOptions& options) : options_(options) {}
+
+    bool Add(const std::string& component) {
+        for (const auto& f : followers_)
+            if (f.component == component) return true;
+        std::vector<std::string> chain = ChainPaths(component);
+        if (chain.empty()) return false;
+        followers_.push_back({component, kvdiag::LogFollower(std::move(chain))});
+        return true;
+    }
+
+    // The last lines of each log, merged.
+    void Start() {
+        kvdiag::LineMerge merge(followers_.size());
+        for (size_t i = 0; i < followers_.size(); ++i) merge.Add(i, followers_[i].follower.Start(options_.count));
+        Print(merge, false);
+    }
+
+    // Follows until Ctrl+C, --for or --count.
+    void Follow() {
+        if (followers_.size() == 1) {
+            printf("== following %s; Ctrl+C ends\n", followers_[0].follower.livePath().c_str());
+        } else {
+            char folder[MAX_PATH] = "";
+            GetDebugLogDirPath(1, folder, sizeof folder);
+            printf("== following %zu logs in %s; Ctrl+C ends\n", followers_.size(), folder);
+        }
+        fflush(stdout);
+        const ULONGLONG started = GetTickCount64();
+        ULONGLONG lastFolderScan = started;
+        while (!stopRequested && (options_.maxLines == 0 || printed_ < options_.maxLines)) {
+            if (options_.seconds > 0 && double(GetTickCount64() - started) >= options_.seconds * 1000) break;
+            const size_t known = followers_.size();
+            if (options_.all && GetTickCount64() - lastFolderScan >= 1000) {
+                for (const auto& component : LogFolderComponents()) Add(component);
+                lastFolderScan = GetTickCount64();
+            }
+            kvdiag::LineMerge merge(followers_.size());
+            for (size_t i = 0; i < followers_.size(); ++i) {
+                bool gap = false;
+                // A log that appeared while following is new: all of it is shown.
+                merge.Add(i, i < known ? followers_[i].follower.Poll(gap) : followers_[i].follower.Start(INT_MAX));
+                if (gap)
+                    fprintf(stderr, "kvdiag: %s rolled past its history files between two reads; lines may be missing\n",
+                            followers_[i].follower.livePath().c_str());
+            }
+            if (!Print(merge, true)) Sleep(kPollMs);
+        }
+    }
+
+private:
+    struct Followed {
+        std::string component;
+        kvdiag::LogFollower follower;
+    };
+
+    // Prints merged lines, each prefixed by its component when there are
+    // several logs; counted ones stop at --count. Returns whether any came.
+    bool Print(kvdiag::LineMerge& merge, bool counted) {
+        const bool prefixed = options_.all || followers_.size() > 1;
+        bool any = false;
+        size_t source;
+        std::string line;
+        while ((!counted || options_.maxLines == 0 || printed_ < options_.maxLines) && merge.Next(source, line)) {
+            if (prefixed) {
+                const std::string& c = followers_[source].component;
+                printf("%s | ", c.empty() ? "(none)" : c.c_str());
+            }
+            printf("%s\n", line.c_str());
+            any = true;
+            printed_ += counted;
+        }
+        fflush(stdout);
+        return any;
+    }
+
+    TailOptions options_;
+    std::vector<Followed> followers_;
+    long long printed_ = 0;
+};
+
+}  // namespace
+
+KVDIAG_COMMAND(tail, "tail [COMPONENT...|--all] [-n N] [-f]",
+               "last lines of debug logs and their history files; -f follows them across rolls") {
+    const char* ini = kvdiag::TakeIniOption(argc, argv);
+    TailOptions options;
+    if (!ParseOptions(std::vector<std::string>(argv, argv + argc), options)) {
+        fprintf(stderr, "%s", kUsage);
+        fprintf(stderr, "  -f: follow as the logs grow and roll; --for ends after SECONDS, --count after LINES new lines\n");
+        return 2;
+    }
+    const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
+    if (!status.valid) {
+        fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", status.reason.c_str());
+        return 1;
+    }
+    Tail tail(options);
+    if (options.all) options.components = LogFolderComponents();
+    for (const auto& component : options.components) {
+        if (tail.Add(component)) continue;
+        fprintf(stderr, "kvdiag: the log folder cannot be found or created\n");
+        return 1;
+    }
+    if (!options.follow) {
+        for (const auto& component : options.components) {
+            const std::vector<std::string> chain = ChainPaths(component);
+            printf("== %s\n", chain[0].c_str());
+            for (const auto& line : kvdiag::LastLines(chain[0], options.count)) printf("%s\n", line.c_str());
+            PrintHistory(chain);
+        }
+        return 0;
+    }
+    SetConsoleCtrlHandler(OnConsoleControl, TRUE);
+    tail.Start();
+    tail.Follow();
+    return 0;
+}

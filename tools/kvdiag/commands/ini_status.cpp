@@ -1,0 +1,45 @@
+#include "commands/ini_status.h"
+
+#include <windows.h>
+#include <string.h>
+
+#include "KvConfig.h"
+
+namespace kvdiag {
+
+IniStatus ValidateProductIni(const char* iniOption) {
+    IniStatus status;
+    if (iniOption) SetKorvanIniFilePath(iniOption);
+    const bool valid = ValidateKorvanIniFile() == 1;
+    const DWORD error = GetLastError();
+    char path[MAX_PATH] = "";
+    GetKorvanIniFilePathAsConfigured(path, sizeof path);
+    status.path = path;
+    if (valid) {
+        status.valid = true;
+    } else if (status.path.empty()) {
+        status.reason = "no DefaultINIPath in the registry (and no --ini PATH given)";
+    } else if (error == ERROR_WRITE_PROTECT) {
+        status.valid = ValidateKorvanIniFileEx(1) == 1;
+        status.readOnly = true;
+        status.reason = "read-only (error 19): usable for reading only";
+    } else if (error == ERROR_FILE_NOT_FOUND) {
+        status.reason = "missing (error 2)";
+    } else {
+        status.reason = "cannot be opened (error " + std::to_string(error) + ")";
+    }
+    return status;
+}
+
+const char* TakeIniOption(int& argc, char** argv) {
+    for (int i = 0; i + 1 < argc; ++i) {
+        if (strcmp(argv[i], "--ini") != 0) continue;
+        const char* path = argv[i + 1];
+        for (int j = i; j + 2 < argc; ++j) argv[j] = argv[j + 2];
+        argc -= 2;
+        return path;
+    }
+    return nullptr;
+}
+
+}  // namespace kvdiag

@@ -1,0 +1,19 @@
+// The call stack of a minidump's faulting thread, unwound from the exception
+// context with the unwind data of the module images on disk and named through
+// their PDBs: one frame a line, "module!function+0xoffset (file:line)".
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "dump/dump_reader.h"
+
+namespace kvdiag {
+
+// Images are looked for at the path the dump names, beside the dump, then in
+// each of `symbolFolders`; PDBs beside the images, in those folders and on
+// _NT_SYMBOL_PATH.
+void PrintFaultingStack(const MappedDump& dump, const std::string& dumpPath,
+                        const std::vector<std::string>& symbolFolders);
+
+}  // namespace kvdiag

@@ -1,0 +1,108 @@
+#include "logs/log_follower.h"
+
+#include <algorithm>
+
+namespace kvdiag {
+
+size_t SplitLines(const std::string& text, bool wholeTail, std::vector<std::string>& lines) {
+    size_t start = 0;
+    for (size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
+        lines.push_back(text.substr(start, end - start - (end > start && text[end - 1] == '\r')));
+    if (wholeTail && start < text.size()) {
+        lines.push_back(text.substr(start));
+        start = text.size();
+    }
+    return start;
+}
+
+namespace {
+
+constexpr size_t kHeadBytes = 64;
+// Polls that may pass while rolls keep the chain moving before what could be
+// opened is read anyway (a history file deleted by hand leaves a lasting hole).
+constexpr int kMaxUnsettledPolls = 20;
+
+}  // namespace
+
+const LogFollower::Seen* LogFollower::Find(const ChainFile& file) const {
+    for (const Seen& seen : seen_)
+        if (seen.identity == file.file.identity() && file.head.compare(0, seen.head.size(), seen.head) == 0) return &seen;
+    return nullptr;
+}
+
+// Opens the live file, then history file 1, 2, ... until knownToFind files
+// seen before have turned up or the chain ends. A roll during the walk moves
+// a file already opened into the next slot, so it turns up twice; and while
+// a roll moves the history files up one by one, the chain has a hole for a
+// moment. Either way the walk starts again, since its files do not form one
+// moment of the chain.
+bool LogFollower::OpenChain(size_t knownToFind, std::vector<ChainFile>& files) const {
+    constexpr int kAttempts = 5;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        if (attempt) Sleep(1);
+        files.clear();
+        bool moved = false;
+        size_t known = 0;
+        for (size_t i = 0; i < chain_.size() && known < knownToFind && !moved; ++i) {
+            SharedFile file(chain_[i]);
+            if (!file.opened()) {
+                if (i == 0) continue;  // rolled, and not written again yet
+                // The chain ends here, unless a roll is moving it up just now.
+                moved = i + 1 < chain_.size() && GetFileAttributesA(chain_[i + 1].c_str()) != INVALID_FILE_ATTRIBUTES;
+                break;
+            }
+            moved = std::any_of(files.begin(), files.end(),
+                                [&](const ChainFile& f) { return f.file.identity() == file.identity(); });
+            if (moved) break;
+            std::string head = file.Head(kHeadBytes);
+            files.push_back({std::move(file), std::move(head), i});
+            known += Find(files.back()) != nullptr;
+        }
+        if (!moved) return true;
+    }
+    return false;
+}
+
+std::vector<std::string> LogFollower::Start(int count) {
+    std::vector<std::string> lines;
+    std::vector<ChainFile> files;
+    seen_.clear();
+    OpenChain(chain_.size(), files);
+    for (ChainFile& f : files) {
+        uint64_t consumed = f.file.size();
+        if (f.index == 0) {
+            std::string text;
+            f.file.ReadFrom(0, text);
+            consumed = SplitLines(text, false, lines);
+            if (lines.size() > size_t(count)) lines.erase(lines.begin(), lines.end() - count);
+        }
+        seen_.push_back({f.file.identity(), f.head, consumed});
+    }
+    return lines;
+}
+
+std::vector<std::string> LogFollower::Poll(bool& gap) {
+    gap = false;
+    // The live file and the one before it: a process that still wrote to the
+    // old file when another rolled it adds its line there after the roll.
+    std::vector<ChainFile> files;
+    if (!OpenChain(2, files) && ++unsettledPolls_ < kMaxUnsettledPolls) return {};
+    unsettledPolls_ = 0;
+    gap = !seen_.empty() && std::none_of(files.begin(), files.end(), [&](const ChainFile& f) { return Find(f); });
+    std::vector<std::string> lines;
+    std::vector<Seen> now;
+    for (auto f = files.rbegin(); f != files.rend(); ++f) {
+        const Seen* seen = Find(*f);
+        const uint64_t from = seen ? seen->consumed : 0;
+        std::string text;
+        f->file.ReadFrom(from, text);
+        // A history file never read before is complete; the hole note of a
+        // chain has no line end.
+        const bool wholeTail = !seen && f->index > 0;
+        now.insert(now.begin(), {f->file.identity(), f->head, from + SplitLines(text, wholeTail, lines)});
+    }
+    seen_ = std::move(now);
+    return lines;
+}
+
+}  // namespace kvdiag

@@ -1,0 +1,60 @@
+// Follows one debug log across rolls, like tail -F. Nothing is held open
+// between polls: each poll opens the live file and the newest history files
+// for a moment (with full sharing, so a writer can roll meanwhile), reads
+// what was added since the last poll and closes them again. (On Windows a
+// file deleted while another handle is open keeps its name until that handle
+// goes, and the writer's roll could then not move its live file into it.) A roll shows as
+// a live file with another identity; the files seen before are then found
+// further down the history chain and read to their end first, so no line is
+// lost or repeated as long as the log rolls fewer times between two polls
+// than it keeps history files.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "logs/shared_file.h"
+
+namespace kvdiag {
+
+class LogFollower {
+public:
+    // chain[0]: the live log; chain[i]: history file i.
+    explicit LogFollower(std::vector<std::string> chain) : chain_(std::move(chain)) {}
+
+    const std::string& livePath() const { return chain_.front(); }
+    // The last count complete lines of the live file; following starts after them.
+    std::vector<std::string> Start(int count);
+    // The complete lines added since the last call, oldest first. gap is set
+    // when files went out of the chain before they could be read to the end.
+    std::vector<std::string> Poll(bool& gap);
+
+private:
+    // A file is known by its identity and its first bytes: file systems
+    // reuse the index of a deleted file for a new one, but a log's first
+    // line (with its time to the millisecond) is its own.
+    struct Seen {
+        FileIdentity identity;
+        std::string head;
+        uint64_t consumed;  // bytes already given out
+    };
+    struct ChainFile {
+        SharedFile file;
+        std::string head;
+        size_t index;  // 0: live
+    };
+
+    // False when rolls kept the chain moving during every attempt.
+    bool OpenChain(size_t knownToFind, std::vector<ChainFile>& files) const;
+    const Seen* Find(const ChainFile& file) const;
+
+    std::vector<std::string> chain_;
+    std::vector<Seen> seen_;  // newest first
+    int unsettledPolls_ = 0;
+};
+
+// Splits text into lines without their line ends. With wholeTail, a last line
+// without a line end counts too; otherwise it is left unread. Returns the bytes used.
+size_t SplitLines(const std::string& text, bool wholeTail, std::vector<std::string>& lines);
+
+}  // namespace kvdiag
