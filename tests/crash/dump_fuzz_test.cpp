@@ -20,7 +20,7 @@ namespace {
 std::string CrashDump(const char* host, const char* type) {
     kvtest::ProductInstall install;
     install.SetValue("Debug", "MiniDumpType", type);
-    const auto result = kvtest::ChildHost(host).Run({"crash_access_violation", install.iniPath()}, 120000);
+    const auto result = kvtest::ChildHost(host).Run({"crash_access_violation", install.iniPath()}, 600000);
     EXPECT_EQ(0xC0000005u, result.exitCode) << result.output;
     return kvtest::ReadFileText(install.logDir() + "\\user.dmp");
 }

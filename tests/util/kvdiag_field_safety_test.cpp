@@ -35,6 +35,7 @@ TEST(KvdiagFieldSafety, RefusalsLeaveThePlantAlone) {
         {"settings ..\\RuntimeManager", 2, "is not an executable's base name"},
         {"settings kvrefusals LogErrors --remove", 1, "LogErrors is not set for kvrefusals"},
         {"crashtest light --ini \"" + install.Path("Config\\missing.ini") + "\"", 1, "No usable product INI file"},
+        {"crashtest heavy --ini \"" + install.iniPath() + std::string(260, ' ') + "\"", 1, "longer than 259"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.arguments);

@@ -58,7 +58,7 @@ public:
                         static_cast<unsigned long>(h.NumberOfStreams), static_cast<unsigned long>(h.StreamDirectoryRva),
                         static_cast<ull>(dump_.directory().count)));
         for (const auto& entry : dump_.directory())
-            if (!Reach(entry.Location.Rva, entry.Location.DataSize))
+            if (entry.Location.DataSize && !Reach(entry.Location.Rva, entry.Location.DataSize))
                 Find(Format("%s stream: %lu bytes at RVA 0x%lx run past the end of the file",
                             StreamName(entry.StreamType).c_str(), static_cast<unsigned long>(entry.Location.DataSize),
                             static_cast<unsigned long>(entry.Location.Rva)));
@@ -120,6 +120,14 @@ public:
                         static_cast<ull>(missing), static_cast<ull>(bytes)));
     }
 
+    // A writer that was stopped leaves the streams it had not reached out;
+    // the full memory the header's type asks for is the one that shows.
+    void Completeness() {
+        if ((dump_.header()->Flags & MiniDumpWithFullMemory) && !dump_.StreamBytes(Memory64ListStream).size())
+            Find("incomplete: the dump type asks for full memory, but there is no full-memory list "
+                 "(was writing the dump stopped?)");
+    }
+
     DumpDamage Result() {
         damage_.truncated = damage_.neededSize > dump_.size();
         return std::move(damage_);
@@ -146,6 +154,7 @@ DumpDamage FindDumpDamage(const DumpView& dump) {
     checker.Modules();
     checker.Exception();
     checker.Memory();
+    checker.Completeness();
     return checker.Result();
 }
 

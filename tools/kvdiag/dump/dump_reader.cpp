@@ -9,6 +9,12 @@ DumpView::DumpView(ByteView file) : file_(file) {
     directory_ = file_.Span<MINIDUMP_DIRECTORY>(header->StreamDirectoryRva, header->NumberOfStreams);
 }
 
+bool DumpView::Lists(uint32_t type) const {
+    for (const auto& entry : directory_)
+        if (entry.StreamType == type) return true;
+    return false;
+}
+
 ByteView DumpView::StreamBytes(uint32_t type) const {
     for (const auto& entry : directory_)
         if (entry.StreamType == type) return file_.Part(entry.Location.Rva, entry.Location.DataSize);

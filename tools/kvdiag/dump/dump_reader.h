@@ -35,6 +35,8 @@ public:
     // The directory entries that lie inside the file.
     const Records<MINIDUMP_DIRECTORY>& directory() const { return directory_; }
 
+    // Whether the directory lists a stream of `type` (readable or not).
+    bool Lists(uint32_t type) const;
     // The first stream of `type`, cut to the bytes the file holds; empty when
     // there is none.
     ByteView StreamBytes(uint32_t type) const;

@@ -8,10 +8,15 @@ namespace {
 
 using ull = unsigned long long;
 
+// Why a stream gives nothing: there is none, or it cannot be read.
+const char* Absent(const DumpView& dump, uint32_t type) {
+    return dump.Lists(type) ? "unreadable (see Damage)" : "none recorded";
+}
+
 void PrintException(const DumpView& dump, FILE* out) {
     const auto* e = dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream);
     if (!e) {
-        fprintf(out, "Exception:      none recorded\n");
+        fprintf(out, "Exception:      %s\n", Absent(dump, ExceptionStream));
         return;
     }
     const auto& r = e->ExceptionRecord;
@@ -27,7 +32,7 @@ void PrintException(const DumpView& dump, FILE* out) {
 void PrintModules(const DumpView& dump, FILE* out) {
     const auto modules = dump.List<MINIDUMP_MODULE>(ModuleListStream);
     if (!modules.count) {
-        fprintf(out, "Modules:        none recorded\n");
+        fprintf(out, "Modules:        %s\n", Absent(dump, ModuleListStream));
         return;
     }
     fprintf(out, "Modules:        %llu\n", static_cast<ull>(modules.count));
@@ -50,7 +55,8 @@ void PrintMemory(const DumpView& dump, bool truncated, FILE* out) {
     }
     const auto list = dump.List<MINIDUMP_MEMORY_DESCRIPTOR>(MemoryListStream);
     if (!list.count) {
-        fprintf(out, "Memory:         none recorded\n");
+        fprintf(out, "Memory:         %s\n",
+                Absent(dump, dump.Lists(Memory64ListStream) ? Memory64ListStream : MemoryListStream));
         return;
     }
     ull bytes = 0;
@@ -74,7 +80,8 @@ int PrintDumpSummary(const DumpView& dump, const std::string& path, const std::v
     const DumpDamage damage = FindDumpDamage(dump);
     fprintf(out, "Dump type:      0x%llx\n", static_cast<ull>(dump.header()->Flags));
     if (damage.truncated)
-        fprintf(out, "Truncated:      the dump's records reach byte %llu, the file ends at %llu\n",
+        fprintf(out, "Truncated:      the dump's records reach byte %llu, the file ends at %llu (cut short, or an "
+                "RVA or size in it is damaged)\n",
                 static_cast<ull>(damage.neededSize), static_cast<ull>(dump.size()));
     PrintException(dump, out);
     PrintFaultingStack(dump, path, symbolFolders, out);
@@ -83,7 +90,10 @@ int PrintDumpSummary(const DumpView& dump, const std::string& path, const std::v
     if (damage.findings.empty()) return 0;
     fprintf(out, "Damage:         %zu finding%s; what is shown above is what could still be read\n",
             damage.findings.size(), damage.findings.size() == 1 ? "" : "s");
-    for (const auto& finding : damage.findings) fprintf(out, "  %s\n", finding.c_str());
+    // A directory of garbage makes a finding per entry: the first ones tell.
+    constexpr size_t kShown = 20;
+    for (size_t i = 0; i < damage.findings.size() && i < kShown; ++i) fprintf(out, "  %s\n", damage.findings[i].c_str());
+    if (damage.findings.size() > kShown) fprintf(out, "  ... and %zu more\n", damage.findings.size() - kShown);
     return 1;
 }
 
