@@ -35,7 +35,7 @@ public:
     // time of the read.
     std::pair<int, std::string> Summarize(uint64_t offset = UINT64_MAX, uint32_t value = 0) {
         uint32_t saved = 0;
-        const bool poke = offset + 4 <= buffer_.size();
+        const bool poke = offset <= buffer_.size() && buffer_.size() - offset >= 4;
         if (poke) memcpy(&saved, buffer_.data() + offset, 4), memcpy(buffer_.data() + offset, &value, 4);
         const kvdiag::DumpView view(
             kvdiag::ByteView(reinterpret_cast<const unsigned char*>(buffer_.data()), buffer_.size()));
@@ -162,9 +162,12 @@ TEST_F(DamagedDump, SurvivesEveryFieldAndRandomDamage) {
         for (int i = 0; i < 100; ++i) offsets.push_back(random() % (structureEnd - 4));
         const uint32_t size = static_cast<uint32_t>(dump->size());
         for (uint64_t at : offsets) {
+            // A stream's size, or the RVA of one that has bytes (an unused entry's does not matter).
+            const uint64_t entry = at < directory ? 0 : directory + (at - directory) / 12 * 12;
             const bool located = at == offsetof(MINIDUMP_HEADER, NumberOfStreams) ||
                                  at == offsetof(MINIDUMP_HEADER, StreamDirectoryRva) ||
-                                 (at >= directory && at < directoryEnd && (at - directory) % 12 != 0);
+                                 (at >= directory && at < directoryEnd &&
+                                  (at - entry == 4 || (at - entry == 8 && Word(*dump, entry + 4) != 0)));
             for (uint32_t value : {0u, 0xffffffffu, size - 4, uint32_t(random())}) {
                 const int rc = guarded.Summarize(at, value).first;
                 if (located && value == 0xffffffffu) EXPECT_EQ(1, rc) << "offset " << at;

@@ -25,6 +25,11 @@ TEST(KvdiagCrash, CrashTestWritesALightDumpInAScratchCopy) {
     EXPECT_EQ("the plant's own crash dump", kvtest::ReadFileText(plantDump));
     EXPECT_EQ(iniBefore, kvtest::ReadFileText(install.iniPath()));
     EXPECT_EQ(std::vector<std::string>{"user.dmp"}, kvtest::ListFolder(install.logDir()));
+    // The dump is in the scratch copy, which is the test's to remove.
+    const size_t from = result.output.find("Scratch installation: ") + 22;
+    const std::string scratch = result.output.substr(from, result.output.find(" (a copy", from) - from);
+    EXPECT_HAS(result.output, "Dump: " + scratch + "\\Logs\\user.dmp, ");
+    if (scratch.find("kvdiag-crashtest-") != std::string::npos) kvtest::RemoveTree(scratch);
 }
 
 TEST(KvdiagCrash, DumpInfoRefusesWhatIsNotADump) {
