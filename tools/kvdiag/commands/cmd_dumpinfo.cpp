@@ -12,18 +12,19 @@
 #include "dump/dump_summary.h"
 #include "common/progress.h"
 
-KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--symbols DIR]...",
+KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--symbols DIR]... [--no-symbols]",
                "what a minidump holds: exception, faulting stack, modules, memory") {
     const char* path = nullptr;
     std::vector<std::string> symbolFolders;
-    bool wrongUse = false;
+    bool wrongUse = false, nameFrames = true;
     for (int i = 0; i < argc; ++i) {
         if (strcmp(argv[i], "--symbols") == 0 && i + 1 < argc) symbolFolders.push_back(argv[++i]);
+        else if (strcmp(argv[i], "--no-symbols") == 0) nameFrames = false;
         else if (!path && argv[i][0] != '-') path = argv[i];
         else wrongUse = true;
     }
     if (!path || wrongUse) {
-        fprintf(stderr, "usage: kvdiag dumpinfo FILE [--symbols DIR]...\n");
+        fprintf(stderr, "usage: kvdiag dumpinfo FILE [--symbols DIR]... [--no-symbols]\n");
         return 2;
     }
     kvdiag::Progress progress("dumpinfo");
@@ -34,5 +35,5 @@ KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--symbols DIR]...",
         return 1;
     }
     progress.Stage("reading the dump");
-    return kvdiag::PrintDumpSummary(dump, path, symbolFolders, stdout);
+    return kvdiag::PrintDumpSummary(dump, path, symbolFolders, nameFrames, stdout);
 }

@@ -51,8 +51,10 @@ std::unique_ptr<PeImage> FindImage(const DumpModule& m, const std::string& dumpP
 // recorded. The handle only names the session: no process is read.
 class DumpSymbols {
 public:
+    // Without nameFrames the session stays closed: frames are given as module+offset.
     DumpSymbols(const std::vector<DumpModule>& modules, const std::string& dumpPath,
-                const std::vector<std::string>& folders) {
+                const std::vector<std::string>& folders, bool nameFrames) {
+        if (!nameFrames) return;
         std::vector<std::string> elements;
         auto add = [&elements](const std::string& element) {
             for (const auto& known : elements)
@@ -144,7 +146,7 @@ bool ReadExceptionContext(const DumpView& dump, CONTEXT& context, DWORD& threadI
 }  // namespace
 
 void PrintFaultingStack(const DumpView& dump, const std::string& dumpPath,
-                        const std::vector<std::string>& symbolFolders, FILE* out) {
+                        const std::vector<std::string>& symbolFolders, bool nameFrames, FILE* out) {
     CONTEXT context;
     DWORD threadId = 0;
     if (!ReadExceptionContext(dump, context, threadId)) {
@@ -162,7 +164,7 @@ void PrintFaultingStack(const DumpView& dump, const std::string& dumpPath,
         return;
     }
     for (auto& m : modules) m.image = FindImage(m, dumpPath, symbolFolders);
-    const DumpSymbols symbols(modules, dumpPath, symbolFolders);
+    const DumpSymbols symbols(modules, dumpPath, symbolFolders, nameFrames);
 
     fprintf(out, "Stack:          thread %lu, innermost frame first\n", static_cast<unsigned long>(threadId));
     UnwindRegisters regs;

@@ -14,8 +14,8 @@ namespace kvdiag {
 
 // Images are looked for at the path the dump names, beside the dump, then in
 // each of `symbolFolders`; PDBs beside the images, in those folders and on
-// _NT_SYMBOL_PATH.
+// _NT_SYMBOL_PATH. Without nameFrames no PDB is read: module+offset only.
 void PrintFaultingStack(const DumpView& dump, const std::string& dumpPath,
-                        const std::vector<std::string>& symbolFolders, FILE* out);
+                        const std::vector<std::string>& symbolFolders, bool nameFrames, FILE* out);
 
 }  // namespace kvdiag

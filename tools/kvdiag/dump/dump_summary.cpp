@@ -8,15 +8,18 @@ namespace {
 
 using ull = unsigned long long;
 
-// Why a stream gives nothing: there is none, or it cannot be read.
-const char* Absent(const DumpView& dump, uint32_t type) {
-    return dump.Lists(type) ? "unreadable (see Damage)" : "none recorded";
+// Why a stream gives nothing: there is none (or an empty list), or it
+// cannot be read.
+const char* Absent(const DumpView& dump, uint32_t type, bool list) {
+    const bool unreadable = dump.Lists(type) && (!list || dump.StreamBytes(type).size() < sizeof(ULONG32) ||
+                                                 dump.ClaimedCount(type) > 0);
+    return unreadable ? "unreadable (see Damage)" : "none recorded";
 }
 
 void PrintException(const DumpView& dump, FILE* out) {
     const auto* e = dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream);
     if (!e) {
-        fprintf(out, "Exception:      %s\n", Absent(dump, ExceptionStream));
+        fprintf(out, "Exception:      %s\n", Absent(dump, ExceptionStream, false));
         return;
     }
     const auto& r = e->ExceptionRecord;
@@ -32,7 +35,7 @@ void PrintException(const DumpView& dump, FILE* out) {
 void PrintModules(const DumpView& dump, FILE* out) {
     const auto modules = dump.List<MINIDUMP_MODULE>(ModuleListStream);
     if (!modules.count) {
-        fprintf(out, "Modules:        %s\n", Absent(dump, ModuleListStream));
+        fprintf(out, "Modules:        %s\n", Absent(dump, ModuleListStream, true));
         return;
     }
     fprintf(out, "Modules:        %llu\n", static_cast<ull>(modules.count));
@@ -56,7 +59,7 @@ void PrintMemory(const DumpView& dump, bool truncated, FILE* out) {
     const auto list = dump.List<MINIDUMP_MEMORY_DESCRIPTOR>(MemoryListStream);
     if (!list.count) {
         fprintf(out, "Memory:         %s\n",
-                Absent(dump, dump.Lists(Memory64ListStream) ? Memory64ListStream : MemoryListStream));
+                Absent(dump, dump.Lists(Memory64ListStream) ? Memory64ListStream : MemoryListStream, true));
         return;
     }
     ull bytes = 0;
@@ -70,7 +73,7 @@ void PrintMemory(const DumpView& dump, bool truncated, FILE* out) {
 }  // namespace
 
 int PrintDumpSummary(const DumpView& dump, const std::string& path, const std::vector<std::string>& symbolFolders,
-                     FILE* out) {
+                     bool nameFrames, FILE* out) {
     fprintf(out, "Dump:           %s\n", path.c_str());
     fprintf(out, "Size:           %llu bytes\n", static_cast<ull>(dump.size()));
     if (!dump.header()) {
@@ -84,7 +87,7 @@ int PrintDumpSummary(const DumpView& dump, const std::string& path, const std::v
                 "RVA or size in it is damaged)\n",
                 static_cast<ull>(damage.neededSize), static_cast<ull>(dump.size()));
     PrintException(dump, out);
-    PrintFaultingStack(dump, path, symbolFolders, out);
+    PrintFaultingStack(dump, path, symbolFolders, nameFrames, out);
     PrintModules(dump, out);
     PrintMemory(dump, damage.truncated, out);
     if (damage.findings.empty()) return 0;
