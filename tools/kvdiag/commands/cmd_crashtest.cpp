@@ -149,7 +149,8 @@ KVDIAG_COMMAND(crashtest, "crashtest [light|heavy|exception] [--ini PATH]",
     char syslogPath[MAX_PATH] = "";
     GetSyslogFilePath(1, 0, syslogPath, sizeof syslogPath);
     const uint64_t syslogBefore = FileSize(syslogPath);
-    printf("Crash test with [Debug]MiniDumpType=%d\n", GetPrivateProfileIntA("Debug", "MiniDumpType", 3, scratchIni.c_str()));
+    printf("Crash test with [Debug]MiniDumpType=%d\n",
+           GetPrivateProfileIntA("Debug", "MiniDumpType", 3, scratchIni.c_str()));
     const DWORD exitCode = RunChild(scratchIni.c_str());
     printf("Child ended with 0x%08lx\n", exitCode);
 

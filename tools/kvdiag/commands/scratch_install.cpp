@@ -40,7 +40,8 @@ std::string UseScratchInstall(const std::string& liveIni, const char* label, con
                               const char* valueKey, const char* value) {
     const ScratchInstall scratch(liveIni, label);
     std::string error = scratch.error();
-    if (error.empty() && value && !scratch.Set(valueSection, valueKey, value)) error = "cannot write " + scratch.iniPath();
+    if (error.empty() && value && !scratch.Set(valueSection, valueKey, value))
+        error = "cannot write " + scratch.iniPath();
     if (error.empty() && !(SetKorvanIniFilePath(scratch.iniPath().c_str()), ValidateKorvanIniFile() == 1))
         error = scratch.iniPath() + " is not usable";
     if (!error.empty()) {

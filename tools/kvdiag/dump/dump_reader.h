@@ -70,7 +70,8 @@ private:
 // A dump file mapped read-only and viewed as above.
 class MappedDump : public MappedFile, public DumpView {
 public:
-    explicit MappedDump(const char* path) : MappedFile(path), DumpView(ByteView(MappedFile::base(), MappedFile::size())) {}
+    explicit MappedDump(const char* path)
+        : MappedFile(path), DumpView(ByteView(MappedFile::base(), MappedFile::size())) {}
     using DumpView::size;
 };
 

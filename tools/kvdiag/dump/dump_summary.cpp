@@ -95,7 +95,8 @@ int PrintDumpSummary(const DumpView& dump, const std::string& path, const std::v
             damage.findings.size(), damage.findings.size() == 1 ? "" : "s");
     // A directory of garbage makes a finding per entry: the first ones tell.
     constexpr size_t kShown = 20;
-    for (size_t i = 0; i < damage.findings.size() && i < kShown; ++i) fprintf(out, "  %s\n", damage.findings[i].c_str());
+    for (size_t i = 0; i < damage.findings.size() && i < kShown; ++i)
+        fprintf(out, "  %s\n", damage.findings[i].c_str());
     if (damage.findings.size() > kShown) fprintf(out, "  ... and %zu more\n", damage.findings.size() - kShown);
     return 1;
 }

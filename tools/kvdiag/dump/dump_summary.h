@@ -12,8 +12,9 @@
 
 namespace kvdiag {
 
-// Writes the summary to `out` (frames named through the PDBs with nameFrames); returns the exit code: 0 for a sound dump, 1
-// for one that is damaged, truncated or no minidump at all.
+// Writes the summary to `out` (frames named through the PDBs with
+// nameFrames); returns the exit code: 0 for a sound dump, 1 for one that is
+// damaged, truncated or no minidump at all.
 int PrintDumpSummary(const DumpView& dump, const std::string& path, const std::vector<std::string>& symbolFolders,
                      bool nameFrames, FILE* out);
 

@@ -69,7 +69,8 @@ bool LastLines(const std::string& path, int count, std::vector<std::string>& lin
         LARGE_INTEGER at{};
         at.QuadPart = start;
         DWORD got = 0;
-        if (!SetFilePointerEx(file, at, nullptr, FILE_BEGIN) || !ReadFile(file, &block[0], DWORD(length), &got, nullptr)) {
+        if (!SetFilePointerEx(file, at, nullptr, FILE_BEGIN) ||
+            !ReadFile(file, &block[0], DWORD(length), &got, nullptr)) {
             error = GetLastError();
             ok = false;
             break;
