@@ -75,7 +75,11 @@ public:
     static std::string theComponentName;
     static std::mutex theComponentNameMutex;
 
+    // Refuses (keeps the old name, logs why) a name that is not IsComponentName.
     static void SetComponentName(const std::string& name);
+    // A plain part of a file name: no \ / : * ? " < > |, no "..", no control
+    // characters, no trailing dot or blank. Empty (no component) is one.
+    static bool IsComponentName(const std::string& name);
 
     std::string GetDebugLogFileName(int index);
     std::string GetSyslogFileName(bool backup);

@@ -1,13 +1,33 @@
 // FileNameGenerator: the names of every log and data file, each carrying the
 // process's component name so processes sharing the log folder stay apart.
 #include <stdio.h>
+#include <string.h>
 
 #include "KvLogging.h"
 
 std::string FileNameGenerator::theComponentName;
 std::mutex FileNameGenerator::theComponentNameMutex;
 
+// A component name becomes part of every file name in the shared log folder,
+// so it must stay a plain part of one: no folder separators or "..", which
+// would put files outside the folder, and nothing Windows refuses or drops in
+// a file name.
+bool FileNameGenerator::IsComponentName(const std::string& name) {
+    if (name.find("..") != std::string::npos) return false;
+    if (!name.empty() && (name.back() == '.' || name.back() == ' ')) return false;
+    for (unsigned char c : name)
+        if (c < 32 || strchr("\\/:*?\"<>|", c)) return false;
+    return true;
+}
+
 void FileNameGenerator::SetComponentName(const std::string& name) {
+    if (!IsComponentName(name)) {
+        // Refused and said so; the files keep the name they had.
+        DbgLogWrite("SetComponentName: \"%.200s\" refused: a component name may not hold \\ / : * ? \" < > |, "
+                    "\"..\", control characters or a trailing dot or blank",
+                    name.c_str());
+        return;
+    }
     std::lock_guard<std::mutex> hold(theComponentNameMutex);
     if (&name != &theComponentName) theComponentName = name;
 }

@@ -11,14 +11,25 @@ static void ExpectOutput(const kvtest::HostResult& result, DWORD exitCode, std::
     for (const auto& text : texts) EXPECT_HAS(kvtest::Squeezed(result.output), kvtest::Squeezed(text)) << text;
 }
 
-TEST(KvdiagCrash, CrashTestWritesALightDumpAndTakesItsSettingBack) {
+// The crash, its dump and its setting happen in a scratch copy: the plant's
+// own dump and INI file stay byte for byte as they were.
+TEST(KvdiagCrash, CrashTestWritesALightDumpInAScratchCopy) {
     kvtest::ProductInstall install;
-    ExpectOutput(kvtest::RunKvdiag("crashtest light --ini \"" + install.iniPath() + "\""), 0,
-                 {"Crash test with [Debug]MiniDumpType=1 (for this test only)", "Child ended with 0xc0000005",
-                  "Dump: " + install.logDir() + "\\user.dmp, ", "exception 0xc0000005 in thread "});
-    char type[16] = "";
-    GetPrivateProfileStringA("Debug", "MiniDumpType", "absent", type, sizeof type, install.iniPath().c_str());
-    EXPECT_STREQ("absent", type) << "the test's dump type is taken back";
+    CreateDirectoryA(install.logDir().c_str(), nullptr);
+    const std::string plantDump = install.logDir() + "\\user.dmp";
+    kvtest::WriteFileText(plantDump, "the plant's own crash dump");
+    const std::string iniBefore = kvtest::ReadFileText(install.iniPath());
+    const auto result = kvtest::RunKvdiag("crashtest light --ini \"" + install.iniPath() + "\"");
+    ExpectOutput(result, 0, {"Scratch installation: ", "Crash test with [Debug]MiniDumpType=1",
+                             "Child ended with 0xc0000005", "exception 0xc0000005 in thread "});
+    EXPECT_EQ("the plant's own crash dump", kvtest::ReadFileText(plantDump));
+    EXPECT_EQ(iniBefore, kvtest::ReadFileText(install.iniPath()));
+    EXPECT_EQ(std::vector<std::string>{"user.dmp"}, kvtest::ListFolder(install.logDir()));
+    // The dump is in the scratch copy, which is the test's to remove.
+    const size_t from = result.output.find("Scratch installation: ") + 22;
+    const std::string scratch = result.output.substr(from, result.output.find(" (a copy", from) - from);
+    EXPECT_HAS(result.output, "Dump: " + scratch + "\\Logs\\user.dmp, ");
+    if (scratch.find("kvdiag-crashtest-") != std::string::npos) kvtest::RemoveTree(scratch);
 }
 
 TEST(KvdiagCrash, DumpInfoRefusesWhatIsNotADump) {

@@ -36,6 +36,15 @@ TEST(FileNames, NamesCarryTheComponentBeforeTheExtension) {
 
     SetComponentName(nullptr);  // ignored
     EXPECT_EQ("kernel.Alarm.dat", names.GetKernelDataFileName());
+    // A name that would leave the log folder or that Windows refuses is refused: the old one stays.
+    for (const char* bad : {"..\\Pump", "a/b", "C:x", "Pump*", "Pu?mp", "a<b", "a>b", "a|b", "\"q\"", "..", "Pump.",
+                            "Pump ", "tab\there"}) {
+        SetComponentName(bad);
+        EXPECT_EQ("debug.Alarm.log", names.GetDebugLogFileName(-1)) << bad;
+    }
+    SetComponentName("Pump.7 east");
+    EXPECT_EQ("debug.Pump.7 east.log", names.GetDebugLogFileName(-1)) << "dots and blanks inside a name are fine";
+    SetComponentName("Alarm");
     SetComponentName("");  // removes the dot too
     EXPECT_EQ("debug.log", names.GetDebugLogFileName(0));
 

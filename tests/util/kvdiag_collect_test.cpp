@@ -84,14 +84,15 @@ TEST(KvdiagCollect, ArchiveHoldsTheInstallationByteForByteAndSaysWhatItLeftOut) 
     const HANDLE held = CreateFileA((logs + "\\held.log").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     SetEnvironmentVariableA("KVDIAG_PROGRESS_AFTER_MS", "0");
     const std::string cab = install.Path("support.cab");
-    const auto result = kvtest::RunKvdiag("collect \"" + cab + "\" --since 24 --max-mb 1 --ini \"" + install.iniPath() + "\"");
+    const auto result = kvtest::RunKvdiag("collect \"" + cab + "\" --since 24 --max-mb 0.01 --ini \"" + install.iniPath() + "\"");
     SetEnvironmentVariableA("KVDIAG_PROGRESS_AFTER_MS", nullptr);
     CloseHandle(held);
     CloseHandle(live);
     ASSERT_EQ(0u, result.exitCode) << result.output;
     EXPECT_HAS(result.output, "collect: running kvdiag selfcheck");
     for (const char* left : {R"(Logs\\stale\.log +older than --since)", R"(Logs\\held\.log +held by another program)",
-                             R"(Logs\\old\.dmp +over the 1 MB cap)"})
+                             R"(the newest dump alone is over the 0\.01 MB cap: taken all the same)",
+                             R"(Logs\\old\.dmp +over the 0\.01 MB cap)", R"(bytes packed from \d+ \(\d+%\))"})
         EXPECT_TRUE(std::regex_search(result.output, std::regex(std::string(left)))) << left << "\n" << result.output;
 
     Archive archive = ReadCabinet(cab);

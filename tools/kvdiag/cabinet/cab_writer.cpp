@@ -114,8 +114,10 @@ FNFCIGETNEXTCABINET(NoNextCabinet) {
     return FALSE;
 }
 
+// Each compressed block: cb1 its packed size, cb2 the bytes it holds.
 FNFCISTATUS(StatusForFci) {
-    (void)typeStatus, (void)cb1, (void)cb2, (void)pv;
+    (void)cb2;
+    if (typeStatus == statusFile) Writer(pv)->Packed(cb1);
     return 0;
 }
 
@@ -224,6 +226,7 @@ bool CabWriter::Add(const std::string& source, const std::string& nameInCab, std
     pending_ = new Handle{h, uint64_t(size.QuadPart), 0};
     pendingSize_ = uint64_t(size.QuadPart);
     pendingDone_ = 0;
+    const uint64_t packedBefore = packed_;
     lastWin32Error_ = 0;
     std::string inCab = nameInCab;
     const bool added = FCIAddFile(context_, const_cast<char*>(source.c_str()), &inCab[0], FALSE, NoNextCabinet,
@@ -234,6 +237,8 @@ bool CabWriter::Add(const std::string& source, const std::string& nameInCab, std
         pending_ = nullptr;
     }
     if (!added) reason = Reason("not added");
+    lastPacked_ = packed_ - packedBefore;
+    if (added) raw_ += pendingSize_;
     return added;
 }
 

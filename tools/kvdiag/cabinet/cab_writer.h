@@ -31,6 +31,10 @@ public:
     bool Add(const std::string& source, const std::string& nameInCab, std::string& reason);
     // The bytes the last file added went in with.
     uint64_t lastSize() const { return pendingSize_; }
+    // The compressed bytes its blocks took so far (the block that holds its
+    // end may be packed with the next file); all files' bytes before packing.
+    uint64_t lastPacked() const { return lastPacked_; }
+    uint64_t rawBytes() const { return raw_; }
     // Writes the cabinet out; false with error() when it could not be.
     bool Finish();
 
@@ -39,6 +43,7 @@ public:
     Handle* TakePending();
     void Status(ULONG bytesRead);
     void RecordError(DWORD error) { lastWin32Error_ = error; }
+    void Packed(ULONG bytes) { packed_ += bytes; }
 
 private:
     std::string Reason(const char* action) const;
@@ -49,6 +54,7 @@ private:
     std::string error_;
     Handle* pending_ = nullptr;  // the source of the file being added
     uint64_t pendingSize_ = 0, pendingDone_ = 0;
+    uint64_t packed_ = 0, lastPacked_ = 0, raw_ = 0;
     DWORD lastWin32Error_ = 0;
     std::function<void(uint64_t, uint64_t)> progress_;
 };

@@ -125,6 +125,11 @@ std::vector<std::string> ExecutablesWithSettings() {
 bool WriteVersionReport(const std::string& path) {
     FILE* out = fopen(path.c_str(), "w");
     if (!out) return false;
+    PrintVersionReport(out);
+    return fclose(out) == 0;
+}
+
+void PrintVersionReport(FILE* out) {
     PrintFile(out, "KvDebugHelp.dll", ModulePath(GetModuleHandleA("KvDebugHelp.dll")));
     PrintFile(out, "kvdiag.exe", ModulePath(nullptr));
     fprintf(out, "%-18s %d.%d\n", "Product version", GetMajorVersion(), GetMinorVersion());
@@ -145,7 +150,6 @@ bool WriteVersionReport(const std::string& path) {
     GetLocalTime(&now);
     fprintf(out, "%-18s %04u-%02u-%02u %02u:%02u:%02u local time\n", "Collected", now.wYear, now.wMonth, now.wDay,
             now.wHour, now.wMinute, now.wSecond);
-    return fclose(out) == 0;
 }
 
 }  // namespace kvdiag

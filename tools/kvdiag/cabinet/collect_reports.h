@@ -3,6 +3,8 @@
 // from a console) and the versions of the library and the machine.
 #pragma once
 
+#include <stdio.h>
+
 #include <string>
 #include <vector>
 
@@ -32,6 +34,7 @@ std::vector<std::string> ExecutablesWithSettings();
 
 // Which KvDebugHelp.dll and kvdiag.exe run here, their versions, the machine.
 bool WriteVersionReport(const std::string& path);
+void PrintVersionReport(FILE* out);
 
 // The folder of a loaded module (null: this program), without a trailing backslash.
 std::string ModuleFolder(const char* module);

@@ -24,7 +24,7 @@ namespace {
 
 using kvdiag::FileNameOf;
 
-constexpr char kUsage[] = "usage: kvdiag collect [OUTFILE] [--since HOURS] [--max-mb MB] [--ini PATH]\n";
+constexpr char kUsage[] = "usage: kvdiag collect [OUTFILE] [--force] [--since HOURS] [--max-mb MB] [--ini PATH]\n";
 constexpr double kDefaultDumpCapMb = 200;
 constexpr unsigned long long kLargeFile = 4ull << 20;  // shown as a stage of its own
 constexpr unsigned long long kTicksPerHour = 36000000000ull;  // FILETIME ticks of 100 ns
@@ -33,15 +33,18 @@ struct CollectOptions {
     std::string outFile;
     double sinceHours = 0;  // 0: every file
     double dumpCapMb = kDefaultDumpCapMb;
+    bool force = false;  // replace an existing OUTFILE
 };
 
 bool ParseOptions(int argc, char** argv, CollectOptions& options) {
     for (int i = 0; i < argc; ++i) {
         char* end = nullptr;
-        if (!strcmp(argv[i], "--since") && i + 1 < argc) {
+        if (!_stricmp(argv[i], "--force")) {
+            options.force = true;
+        } else if (!_stricmp(argv[i], "--since") && i + 1 < argc) {
             options.sinceHours = strtod(argv[++i], &end);
             if (*end || options.sinceHours <= 0) return false;
-        } else if (!strcmp(argv[i], "--max-mb") && i + 1 < argc) {
+        } else if (!_stricmp(argv[i], "--max-mb") && i + 1 < argc) {
             options.dumpCapMb = strtod(argv[++i], &end);
             if (*end || options.dumpCapMb < 0) return false;
         } else if (argv[i][0] == '-' || !options.outFile.empty()) {
@@ -79,6 +82,26 @@ std::string Lower(std::string text) {
 bool EndsWith(const std::string& name, const char* suffix) {
     const size_t n = strlen(suffix);
     return name.size() >= n && Lower(name.substr(name.size() - n)) == suffix;
+}
+
+// Whether the archive can be written, tried before any work: an existing
+// file is refused unless forced (it may be a live log or an earlier archive),
+// and is then only opened, not changed; a probe this creates is removed.
+bool CanWriteArchive(const std::string& archive, bool force, std::string& reason) {
+    const bool existed = GetFileAttributesA(archive.c_str()) != INVALID_FILE_ATTRIBUTES;
+    if (existed && !force) {
+        reason = "exists already (--force replaces it)";
+        return false;
+    }
+    const HANDLE probe = CreateFileA(archive.c_str(), GENERIC_WRITE, 0, nullptr, existed ? OPEN_EXISTING : CREATE_NEW,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (probe == INVALID_HANDLE_VALUE) {
+        reason = "cannot be written (error " + std::to_string(GetLastError()) + ")";
+        return false;
+    }
+    CloseHandle(probe);
+    if (!existed) DeleteFileA(archive.c_str());
+    return true;
 }
 
 struct FoundFile {
@@ -126,7 +149,7 @@ public:
         fflush(stdout);
         account_ += line;
     }
-    void Add(const std::string& source, const std::string& nameInCab) {
+    bool Add(const std::string& source, const std::string& nameInCab) {
         WIN32_FILE_ATTRIBUTE_DATA before{};
         GetFileAttributesExA(source.c_str(), GetFileExInfoStandard, &before);
         const unsigned long long size =
@@ -137,10 +160,15 @@ public:
             progress_.Stage(stage);
         }
         std::string reason;
-        if (!cab_.Add(source, nameInCab, reason)) return Skip(nameInCab, reason);
+        if (!cab_.Add(source, nameInCab, reason)) {
+            Skip(nameInCab, reason);
+            return false;
+        }
         Say("  added    %-46s %12llu bytes\n", nameInCab.c_str(), static_cast<unsigned long long>(cab_.lastSize()));
         ++added_;
+        return true;
     }
+    uint64_t lastPacked() const { return cab_.lastPacked(); }
     void Skip(const std::string& what, const std::string& reason) {
         Say("  skipped  %-46s %s\n", what.c_str(), reason.c_str());
         ++skipped_;
@@ -220,22 +248,27 @@ void CollectLogFolder(Collection& c, const CollectOptions& options, const std::s
         else if (f.written < cutoff) c.Skip("Logs\\" + f.relative, "older than --since");
         else c.Add(f.path, "Logs\\" + f.relative);
     }
-    c.Say("Dumps: newest first, up to %g MB in all (--max-mb changes it)\n", options.dumpCapMb);
+    c.Say("Dumps: the newest always, then newest first up to %g MB packed in all (--max-mb changes it)\n",
+          options.dumpCapMb);
     c.progress().Stage("adding the dumps");
     std::sort(dumps.begin(), dumps.end(), [](const FoundFile& a, const FoundFile& b) { return a.written > b.written; });
     const double cap = options.dumpCapMb * 1024 * 1024;
-    double taken = 0;
+    double packed = 0, raw = 0;  // of the dumps taken so far: the ratio predicts the next one
     for (const FoundFile& d : dumps) {
-        if (d.written < cutoff) {
+        const bool newest = &d == &dumps.front();
+        const double expected = raw > 0 ? double(d.size) * packed / raw : double(d.size);
+        if (d.written < cutoff && !newest) {
             c.Skip("Logs\\" + d.relative, "older than --since");
-        } else if (taken + double(d.size) > cap) {
-            char reason[96];
-            snprintf(reason, sizeof reason, "over the %g MB cap for dumps (%.1f MB)", options.dumpCapMb,
-                     double(d.size) / (1024 * 1024));
+        } else if (!newest && packed + expected > cap) {
+            char reason[128];
+            snprintf(reason, sizeof reason, "over the %g MB cap for dumps (%.1f MB, about %.1f MB packed)",
+                     options.dumpCapMb, double(d.size) / (1024 * 1024), expected / (1024 * 1024));
             c.Skip("Logs\\" + d.relative, reason);
-        } else {
-            taken += double(d.size);
-            c.Add(d.path, "Logs\\" + d.relative);
+        } else if (c.Add(d.path, "Logs\\" + d.relative)) {
+            packed += double(c.lastPacked());
+            raw += double(d.size);
+            if (newest && packed > cap)
+                c.Say("  (the newest dump alone is over the %g MB cap: taken all the same)\n", options.dumpCapMb);
         }
     }
     if (dumps.empty()) c.Say("  (no dumps)\n");
@@ -270,7 +303,7 @@ void CollectSymbols(Collection& c, bool iniValid) {
 
 }  // namespace
 
-KVDIAG_COMMAND(collect, "collect [OUTFILE] [--since H] [--max-mb MB]",
+KVDIAG_COMMAND(collect, "collect [OUTFILE] [--force] [--since H] [--max-mb MB]",
                "one cabinet file for support: logs, dumps, INI, settings, self-check, symbols") {
     const char* iniOption = kvdiag::TakeIniOption(argc, argv);
     CollectOptions options;
@@ -279,6 +312,11 @@ KVDIAG_COMMAND(collect, "collect [OUTFILE] [--since H] [--max-mb MB]",
         return 2;
     }
     const std::string archive = FullPath(options.outFile.empty() ? DefaultArchiveName() : options.outFile);
+    std::string refusal;
+    if (!CanWriteArchive(archive, options.force, refusal)) {
+        fprintf(stderr, "kvdiag: %s %s; nothing collected\n", archive.c_str(), refusal.c_str());
+        return 1;
+    }
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
     const std::string iniArgument = ini.path.empty() ? "" : " --ini \"" + ini.path + "\"";
     kvdiag::ScratchFolder scratch;
@@ -320,7 +358,9 @@ KVDIAG_COMMAND(collect, "collect [OUTFILE] [--since H] [--max-mb MB]",
     }
     WIN32_FILE_ATTRIBUTE_DATA data{};
     GetFileAttributesExA(archive.c_str(), GetFileExInfoStandard, &data);
-    printf("Archive %s: %d files, %llu bytes; %d skipped\n", archive.c_str(), c.added() + int(accountAdded),
-           (static_cast<unsigned long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow, c.skipped());
+    const unsigned long long bytes = (static_cast<unsigned long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
+    const unsigned long long raw = cab.rawBytes();
+    printf("Archive %s: %d files, %llu bytes packed from %llu (%.0f%%); %d skipped\n", archive.c_str(),
+           c.added() + int(accountAdded), bytes, raw, raw ? 100.0 * double(bytes) / double(raw) : 100.0, c.skipped());
     return 0;
 }

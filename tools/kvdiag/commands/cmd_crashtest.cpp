@@ -1,6 +1,6 @@
 // kvdiag crashtest: a child process crashes on purpose with GenerateMiniDump
 // as its unhandled-exception filter; the parent reports the dump and the new
-// system-log lines.
+// system-log lines. Both work in a scratch copy of the installation.
 #include <windows.h>
 #include <stdio.h>
 #include <string.h>
@@ -11,6 +11,7 @@
 #include "command.h"
 #include "dump/dump_reader.h"
 #include "commands/ini_status.h"
+#include "commands/scratch_install.h"
 
 namespace {
 
@@ -40,11 +41,6 @@ uint64_t FileSize(const std::string& path) {
     return (static_cast<uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
 }
 
-bool WrittenSince(const char* path, const FILETIME& since) {
-    WIN32_FILE_ATTRIBUTE_DATA data;
-    return GetFileAttributesExA(path, GetFileExInfoStandard, &data) && CompareFileTime(&data.ftLastWriteTime, &since) >= 0;
-}
-
 // The text written to a log after offset, each line indented.
 void PrintNewLines(const char* title, const std::string& path, uint64_t offset) {
     FILE* file = fopen(path.c_str(), "rb");
@@ -64,31 +60,6 @@ void PrintNewLines(const char* title, const std::string& path, uint64_t offset) 
     if (!any) printf("    (none)\n");
     fclose(file);
 }
-
-// Sets [Debug]MiniDumpType for the test and puts the old value back after.
-class DumpTypeOverride {
-public:
-    DumpTypeOverride(const std::string& ini, const char* value) : ini_(ini) {
-        if (!value) return;
-        char old[64] = "";
-        hadValue_ = GetPrivateProfileStringA("Debug", "MiniDumpType", "\x01", old, sizeof old, ini.c_str()) > 0 &&
-                    old[0] != '\x01';
-        old_ = old;
-        active_ = WritePrivateProfileStringA("Debug", "MiniDumpType", value, ini.c_str()) != 0;
-    }
-    ~DumpTypeOverride() {
-        if (active_)
-            WritePrivateProfileStringA("Debug", "MiniDumpType", hadValue_ ? old_.c_str() : nullptr, ini_.c_str());
-    }
-    DumpTypeOverride(const DumpTypeOverride&) = delete;
-    DumpTypeOverride& operator=(const DumpTypeOverride&) = delete;
-
-private:
-    std::string ini_;
-    std::string old_;
-    bool hadValue_ = false;
-    bool active_ = false;
-};
 
 // Runs this program as the crashing child; returns its exit code (or
 // STILL_ACTIVE when it had to be ended after the timeout).
@@ -154,44 +125,39 @@ KVDIAG_COMMAND(crashtest, "crashtest [light|heavy|exception] [--ini PATH]",
                "exception: throw a chained KvException and show its log lines") {
     const char* ini = kvdiag::TakeIniOption(argc, argv);
     if (argc == 1 && !strcmp(argv[0], kChildFlag)) return CrashChild(ini);
+    const char* type = nullptr;
+    const bool exception = argc == 1 && !_stricmp(argv[0], "exception");
+    if (argc == 1 && !_stricmp(argv[0], "light")) type = "1";
+    else if (argc == 1 && !_stricmp(argv[0], "heavy")) type = "3";
+    else if (argc != 0 && !exception) {
+        fprintf(stderr, "usage: kvdiag crashtest [light|heavy|exception] [--ini PATH]\n");
+        return 2;
+    }
     const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
     if (!status.valid) {
         fprintf(stderr, "No usable product INI file: %s\n", status.reason.c_str());
         return 1;
     }
-    if (argc == 1 && !strcmp(argv[0], "exception")) return ThrowChainedException();
-    const char* type = nullptr;
-    if (argc == 1 && !strcmp(argv[0], "light")) type = "1";
-    else if (argc == 1 && !strcmp(argv[0], "heavy")) type = "3";
-    else if (argc != 0) {
-        fprintf(stderr, "usage: kvdiag crashtest [light|heavy|exception] [--ini PATH]\n");
-        return 2;
-    }
+    // Everything below happens in a copy: the plant's INI file, dumps and
+    // logs are never written, whatever becomes of this process.
+    const std::string scratchIni = kvdiag::UseScratchInstall(status.path, "crashtest", "Debug", "MiniDumpType", type);
+    if (scratchIni.empty()) return 1;
+    if (exception) return ThrowChainedException();
+
     char dumpPath[MAX_PATH] = "";
     GetMemoryDumpPath(1, dumpPath, sizeof dumpPath);
     char syslogPath[MAX_PATH] = "";
     GetSyslogFilePath(1, 0, syslogPath, sizeof syslogPath);
     const uint64_t syslogBefore = FileSize(syslogPath);
-    // An earlier crash's dump is left alone; only a file written now counts.
-    FILETIME started;
-    GetSystemTimeAsFileTime(&started);
-
-    DWORD exitCode;
-    {
-        DumpTypeOverride override(status.path, type);
-        const int mode = GetPrivateProfileIntA("Debug", "MiniDumpType", 3, status.path.c_str());
-        printf("Crash test with [Debug]MiniDumpType=%d%s in %s\n", mode, type ? " (for this test only)" : "",
-               status.path.c_str());
-        exitCode = RunChild(ini);
-    }
+    printf("Crash test with [Debug]MiniDumpType=%d\n",
+           GetPrivateProfileIntA("Debug", "MiniDumpType", 3, scratchIni.c_str()));
+    const DWORD exitCode = RunChild(scratchIni.c_str());
     printf("Child ended with 0x%08lx\n", exitCode);
 
     kvdiag::MappedDump dump(dumpPath);
     bool good = false;
     if (!dump.opened()) {
         printf("Dump: none at %s\n", dumpPath);
-    } else if (!WrittenSince(dumpPath, started)) {
-        printf("Dump: no new dump (%s is from an earlier crash)\n", dumpPath);
     } else {
         const auto* exception = dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream);
         printf("Dump: %s, %llu bytes", dumpPath, static_cast<unsigned long long>(dump.size()));
@@ -200,7 +166,7 @@ KVDIAG_COMMAND(crashtest, "crashtest [light|heavy|exception] [--ini PATH]",
                    static_cast<unsigned long>(exception->ThreadId));
             good = exception->ExceptionRecord.ExceptionCode == EXCEPTION_ACCESS_VIOLATION;
         }
-        printf("%s\n", dump.Stream<MINIDUMP_MEMORY64_LIST>(Memory64ListStream) ? ", full memory" : "");
+        printf("%s\n", dump.FullMemory().ranges.count ? ", full memory" : "");
         printf("      (kvdiag dumpinfo \"%s\" shows the rest)\n", dumpPath);
     }
     PrintNewLines("System log", syslogPath, syslogBefore);

@@ -1,7 +1,7 @@
 // kvdiag heapcheck: shows the guarded allocator catching a one-byte overrun,
 // then (in a child process, since the checks run when the library unloads) a
 // leaked guarded block and an instrumented memory report, and the reports
-// they leave in the debug log of the product installation.
+// they leave in the debug log of a scratch copy of the installation.
 #include <windows.h>
 #include <stdio.h>
 #include <string.h>
@@ -12,6 +12,8 @@
 #include "KvConfig.h"
 #include "KvDebugHelp.h"
 #include "command.h"
+#include "commands/ini_status.h"
+#include "commands/scratch_install.h"
 
 namespace {
 
@@ -38,8 +40,8 @@ void PrintLogFrom(const std::string& path, long offset) {
 // The child: leaves light-mode blocks from three sites (one overrun past its
 // end marker) and one guarded block, then ends; at unload the library checks
 // for leaks (debug mode 2) and writes the memory report.
-int LeakAndExit() {
-    if (ValidateKorvanIniFile() != 1) return 1;
+int LeakAndExit(const char* ini) {
+    if (!kvdiag::ValidateProductIni(ini).valid) return 1;
     EnableCallStackAndAllocationInstrumentation(0, 1, const_cast<char*>(""), 1);
     for (int i = 0; i < 3; ++i) osMemAllocDbg(64, OSMEM_ZERO, "pump_table.cpp", 120);
     osMemAllocDbg(200, OSMEM_ZERO, "recipe_cache.cpp", 77);
@@ -51,10 +53,10 @@ int LeakAndExit() {
     return 0;
 }
 
-bool RunLeakChild() {
+bool RunLeakChild(const std::string& ini) {
     char self[MAX_PATH];
     if (!GetModuleFileNameA(nullptr, self, sizeof self)) return false;
-    std::string commandLine = "\"" + std::string(self) + "\" heapcheck --leak";
+    std::string commandLine = "\"" + std::string(self) + "\" heapcheck --leak --ini \"" + ini + "\"";
     STARTUPINFOA startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION process{};
@@ -70,16 +72,21 @@ bool RunLeakChild() {
 
 }  // namespace
 
-KVDIAG_COMMAND(heapcheck, "heapcheck [--leak]",
-               "overrun a guarded block, leak blocks in a child, and show what the heap checks report") {
-    if (argc == 1 && !strcmp(argv[0], "--leak")) return LeakAndExit();
+KVDIAG_COMMAND(heapcheck, "heapcheck [--ini PATH]",
+               "overrun a guarded block, leak blocks in a child, and show what the heap checks report "
+               "(in a scratch copy of the installation)") {
+    const char* ini = kvdiag::TakeIniOption(argc, argv);
+    if (argc == 1 && !strcmp(argv[0], "--leak")) return LeakAndExit(ini);
     if (argc != 0) {
-        fprintf(stderr, "usage: kvdiag heapcheck\n");
+        fprintf(stderr, "usage: kvdiag heapcheck [--ini PATH]\n");
         return 2;
     }
+    // The reports go to a scratch installation's log, never the plant's.
+    const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
+    const std::string scratchIni = status.valid ? kvdiag::UseScratchInstall(status.path, "heapcheck") : "";
     std::string log;
     char path[260];
-    if (ValidateKorvanIniFile() == 1 && GetDebugLogFilePath(-1, 1, path, sizeof path) > 0) log = path;
+    if (!scratchIni.empty() && GetDebugLogFilePath(-1, 1, path, sizeof path) > 0) log = path;
     const long logStart = log.empty() ? 0 : FileSize(log);
 
     DbgHlpSetDebugMode(DBGHLP_MODE_CHECK_ALL_ALWAYS);
@@ -106,7 +113,7 @@ KVDIAG_COMMAND(heapcheck, "heapcheck [--leak]",
     const long childStart = FileSize(log);
     printf("\nA child process leaves a guarded block (debug mode 2) and five instrumented light-mode\n"
            "blocks, one of them overrun, and ends. What the library wrote at unload:\n");
-    if (!RunLeakChild()) {
+    if (!RunLeakChild(scratchIni)) {
         printf("The child failed.\n");
         return 1;
     }

@@ -5,6 +5,7 @@
 #include "KvDebugHelp.h"
 #include "command.h"
 #include "commands/ini_status.h"
+#include "commands/scratch_install.h"
 
 KVDIAG_COMMAND(selfcheck, "selfcheck [--ini PATH] [--file NAME]",
                "run the library's self-check; exit code = failed checks") {
@@ -20,7 +21,9 @@ KVDIAG_COMMAND(selfcheck, "selfcheck [--ini PATH] [--file NAME]",
     }
     SetLog_ErrorCodes(1);
     const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
-    if (status.valid) {
+    // The checks write error reports on purpose: into a scratch copy of the
+    // installation, so the plant's logs hold only the plant's lines.
+    if (status.valid && !kvdiag::UseScratchInstall(status.path, "selfcheck").empty()) {
         RunKvDebugHelpTestsAfterStartup();
     } else {
         RunKvDebugHelpTests();

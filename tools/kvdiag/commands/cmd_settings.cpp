@@ -5,27 +5,43 @@
 #include <string.h>
 
 #include "KvFrame.h"
+#include "KvLogging.h"
 #include "command.h"
 
 namespace {
 
 constexpr int kMaxSettings = 32;
 
+// Settings that are switches: any non-zero value turns them on, which is no clamp.
+bool IsSwitch(const char* name) {
+    for (const char* s : {"CrashOnError", "ForceVirtualAlign", "AllocFromPage", "LogMemSafeCopy", "TruncateMemSafeCopy",
+                          "LogErrors", "ReportErrors"})
+        if (!strcmp(name, s)) return true;
+    return false;
+}
+
 int PrintSettings(const char* exe) {
     DbgHlpSettingInfo rows[kMaxSettings];
     const int count = DbgHlpDescribeSettings(exe, rows, kMaxSettings);
     printf("Settings of %s (HKEY_CURRENT_USER\\Software\\Korvan\\KvDebugHelp\\%s)\n", exe, exe);
-    printf("  %-22s %-12s %s\n", "Setting", "Effective", "Source");
+    printf("  %-22s %-14s %s\n", "Setting", "Effective", "Source");
     for (int i = 0; i < count && i < kMaxSettings; ++i) {
         const DbgHlpSettingInfo& r = rows[i];
-        char source[64];
+        // Shown in the unit the registry takes: DebugLogSize is set in KB.
+        const bool kilobytes = !strcmp(r.name, "DebugLogSize");
+        const long long effective = kilobytes ? r.value / 1024 : r.value;
+        char value[32];
+        snprintf(value, sizeof value, kilobytes ? "%lld KB" : "%lld", effective);
+        char source[96];
         if (r.fromRegistry)
             snprintf(source, sizeof source, "registry (%ld)", long(int32_t(r.rawValue)));
         else
             snprintf(source, sizeof source, "default");
+        const bool clamped = effective != int32_t(r.rawValue) && effective != (long long)r.rawValue;
+        if (r.fromRegistry && !IsSwitch(r.name) && clamped) strcat(source, ", clamped");
         if (!strcmp(r.name, "ReportErrors")) strcat(source, ", has no effect");
         if (!strncmp(r.name, "Mode16", 6)) strcat(source, ", read only in debug mode 16");
-        printf("  %-22s %-12lld %s\n", r.name, static_cast<long long>(r.value), source);
+        printf("  %-22s %-14s %s\n", r.name, value, source);
     }
     return 0;
 }
@@ -66,12 +82,45 @@ int SetSetting(const char* exe, const char* name, const char* text) {
     return PrintSettings(exe);
 }
 
+int RemoveSetting(const char* exe, const char* name) {
+    if (!IsSettingName(name)) {
+        fprintf(stderr, "kvdiag: '%s' is not a KvDebugHelp setting\n", name);
+        return 2;
+    }
+    char path[300];
+    snprintf(path, sizeof path, "Software\\Korvan\\KvDebugHelp\\%s", exe);
+    HKEY key;
+    LONG rc = RegOpenKeyExA(HKEY_CURRENT_USER, path, 0, KEY_SET_VALUE, &key);
+    if (rc == ERROR_SUCCESS) {
+        rc = RegDeleteValueA(key, name);
+        RegCloseKey(key);
+    }
+    if (rc == ERROR_FILE_NOT_FOUND) {
+        fprintf(stderr, "kvdiag: %s is not set for %s\n", name, exe);
+        return 1;
+    }
+    if (rc != ERROR_SUCCESS) {
+        fprintf(stderr, "kvdiag: cannot remove %s\\%s (error %ld)\n", path, name, rc);
+        return 1;
+    }
+    printf("Removed %s for %s; processes started from now on get the default.\n\n", name, exe);
+    return PrintSettings(exe);
+}
+
 }  // namespace
 
-KVDIAG_COMMAND(settings, "settings EXE [NAME VALUE]",
-               "show (or set) the per-executable settings of EXE") {
+KVDIAG_COMMAND(settings, "settings EXE [NAME VALUE|NAME --remove]",
+               "show, set or remove the per-executable settings of EXE") {
+    if (argc < 1 || argc == 2 || argc > 3) {
+        fprintf(stderr, "usage: kvdiag settings EXE [NAME VALUE|NAME --remove]\n");
+        return 2;
+    }
+    // The name becomes one registry key below KvDebugHelp: a plain name, as a process's base name is.
+    if (!argv[0][0] || !FileNameGenerator::IsComponentName(argv[0])) {
+        fprintf(stderr, "kvdiag: '%s' is not an executable's base name (such as RuntimeManager)\n", argv[0]);
+        return 2;
+    }
     if (argc == 1) return PrintSettings(argv[0]);
-    if (argc == 3) return SetSetting(argv[0], argv[1], argv[2]);
-    fprintf(stderr, "usage: kvdiag settings EXE [NAME VALUE]\n");
-    return 2;
+    if (!strcmp(argv[2], "--remove")) return RemoveSetting(argv[0], argv[1]);
+    return SetSetting(argv[0], argv[1], argv[2]);
 }

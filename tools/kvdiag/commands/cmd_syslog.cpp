@@ -1,4 +1,5 @@
 // kvdiag syslog: the last system-log events.
+#include <windows.h>
 #include <stdio.h>
 
 #include <string>
@@ -22,7 +23,12 @@ KVDIAG_COMMAND(syslog, "syslog [-n N]", "last events of the system log") {
         return 1;
     }
     printf("== %s\n", path);
-    const auto lines = kvdiag::LastLines(path, count);
+    std::vector<std::string> lines;
+    unsigned long error = 0;
+    if (!kvdiag::LastLines(path, count, lines, error) && error != ERROR_FILE_NOT_FOUND) {
+        fprintf(stderr, "kvdiag: cannot read %s (error %lu)\n", path, error);
+        return 1;
+    }
     for (const auto& line : lines) printf("%s\n", line.c_str());
     if (lines.empty()) printf("(no events)\n");
     return 0;

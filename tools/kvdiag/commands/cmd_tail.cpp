@@ -89,6 +89,12 @@ std::vector<std::string> LogFolderComponents() {
     return components;
 }
 
+bool HasHistory(const std::vector<std::string>& chain) {
+    for (size_t i = 1; i < chain.size(); ++i)
+        if (GetFileAttributesA(chain[i].c_str()) != INVALID_FILE_ATTRIBUTES) return true;
+    return false;
+}
+
 void PrintHistory(const std::vector<std::string>& chain) {
     printf("== history files\n");
     int found = 0;
@@ -195,7 +201,7 @@ private:
 
 }  // namespace
 
-KVDIAG_COMMAND(tail, "tail [COMPONENT...|--all] [-n N] [-f]",
+KVDIAG_COMMAND(tail, "tail [COMPONENT...|--all] [-n N] [-f [--for S] [--count N]]",
                "last lines of debug logs and their history files; -f follows them across rolls") {
     const char* ini = kvdiag::TakeIniOption(argc, argv);
     TailOptions options;
@@ -212,18 +218,36 @@ KVDIAG_COMMAND(tail, "tail [COMPONENT...|--all] [-n N] [-f]",
     Tail tail(options);
     if (options.all) options.components = LogFolderComponents();
     for (const auto& component : options.components) {
+        if (!kvdiag::CheckComponentName(component)) return 2;
         if (tail.Add(component)) continue;
         fprintf(stderr, "kvdiag: the log folder cannot be found or created\n");
         return 1;
     }
     if (!options.follow) {
+        int rc = 0;
         for (const auto& component : options.components) {
             const std::vector<std::string> chain = ChainPaths(component);
+            std::vector<std::string> lines;
+            unsigned long error = 0;
+            const bool read = kvdiag::LastLines(chain[0], options.count, lines, error);
+            if (!read && error == ERROR_FILE_NOT_FOUND && !HasHistory(chain)) {
+                fprintf(stderr, "kvdiag: no debug log %s: %s does not exist\n",
+                        component.empty() ? "without a component" : ("of component \"" + component + "\"").c_str(),
+                        chain[0].c_str());
+                rc = 1;
+                continue;
+            }
+            if (!read && error != ERROR_FILE_NOT_FOUND) {
+                fprintf(stderr, "kvdiag: cannot read %s (error %lu%s)\n", chain[0].c_str(), error,
+                        error == ERROR_SHARING_VIOLATION ? ": held by a program that shares it with nobody" : "");
+                rc = 1;
+                continue;
+            }
             printf("== %s\n", chain[0].c_str());
-            for (const auto& line : kvdiag::LastLines(chain[0], options.count)) printf("%s\n", line.c_str());
+            for (const auto& line : lines) printf("%s\n", line.c_str());
             PrintHistory(chain);
         }
-        return 0;
+        return rc;
     }
     SetConsoleCtrlHandler(OnConsoleControl, TRUE);
     tail.Start();

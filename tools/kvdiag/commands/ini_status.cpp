@@ -9,6 +9,13 @@ namespace kvdiag {
 
 IniStatus ValidateProductIni(const char* iniOption) {
     IniStatus status;
+    // The library keeps paths of up to MAX_PATH - 1 characters; a longer one
+    // would leave it on DefaultINIPath, so it is refused here.
+    if (iniOption && strlen(iniOption) >= MAX_PATH) {
+        status.path = iniOption;
+        status.reason = "the --ini path is longer than " + std::to_string(MAX_PATH - 1) + " characters";
+        return status;
+    }
     if (iniOption) SetKorvanIniFilePath(iniOption);
     const bool valid = ValidateKorvanIniFile() == 1;
     const DWORD error = GetLastError();

@@ -6,20 +6,20 @@
 
 namespace kvdiag {
 
-DumpMemory::DumpMemory(const MappedDump& dump) : dump_(dump) {
-    if (const auto* full = dump.Stream<MINIDUMP_MEMORY64_LIST>(Memory64ListStream)) {
-        // The ranges' bytes follow each other from BaseRva on.
-        uint64_t offset = full->BaseRva;
-        for (ULONG64 i = 0; i < full->NumberOfMemoryRanges; ++i) {
-            const auto& r = full->MemoryRanges[i];
+DumpMemory::DumpMemory(const DumpView& dump) : dump_(dump) {
+    const FullMemoryList full = dump.FullMemory();
+    if (full.ranges.count) {
+        // The ranges' bytes follow each other from BaseRva on; a range that
+        // starts past the end of the file ends the list.
+        uint64_t offset = full.baseRva;
+        for (const auto& r : full.ranges) {
+            if (offset >= dump.size()) break;
             ranges_.push_back({r.StartOfMemoryRange, r.DataSize, offset});
-            offset += r.DataSize;
+            offset += r.DataSize < dump.size() ? r.DataSize : dump.size();
         }
-    } else if (const auto* list = dump.Stream<MINIDUMP_MEMORY_LIST>(MemoryListStream)) {
-        for (ULONG32 i = 0; i < list->NumberOfMemoryRanges; ++i) {
-            const auto& r = list->MemoryRanges[i];
+    } else {
+        for (const auto& r : dump.List<MINIDUMP_MEMORY_DESCRIPTOR>(MemoryListStream))
             ranges_.push_back({r.StartOfMemoryRange, r.Memory.DataSize, r.Memory.Rva});
-        }
     }
     std::sort(ranges_.begin(), ranges_.end(), [](const Range& a, const Range& b) { return a.start < b.start; });
 }
@@ -31,8 +31,8 @@ bool DumpMemory::Read(uint64_t address, void* out, uint64_t size) const {
     const Range& r = *(next - 1);
     if (address - r.start > r.size || size > r.size - (address - r.start)) return false;
     const uint64_t offset = r.fileOffset + (address - r.start);
-    if (offset > dump_.size() || size > dump_.size() - offset) return false;
-    memcpy(out, dump_.base() + offset, size);
+    if (!dump_.file().Holds(offset, size)) return false;
+    memcpy(out, dump_.file().base() + offset, size);
     return true;
 }
 

@@ -12,7 +12,7 @@ namespace kvdiag {
 
 class DumpMemory {
 public:
-    explicit DumpMemory(const MappedDump& dump);
+    explicit DumpMemory(const DumpView& dump);
 
     bool empty() const { return ranges_.empty(); }
     // Copies `size` bytes at `address`; false unless the dump holds all of them.
@@ -23,7 +23,7 @@ private:
     struct Range {
         uint64_t start, size, fileOffset;
     };
-    const MappedDump& dump_;
+    const DumpView& dump_;
     std::vector<Range> ranges_;  // sorted by start
 };
 

@@ -51,8 +51,10 @@ std::unique_ptr<PeImage> FindImage(const DumpModule& m, const std::string& dumpP
 // recorded. The handle only names the session: no process is read.
 class DumpSymbols {
 public:
+    // Without nameFrames the session stays closed: frames are given as module+offset.
     DumpSymbols(const std::vector<DumpModule>& modules, const std::string& dumpPath,
-                const std::vector<std::string>& folders) {
+                const std::vector<std::string>& folders, bool nameFrames) {
+        if (!nameFrames) return;
         std::vector<std::string> elements;
         auto add = [&elements](const std::string& element) {
             for (const auto& known : elements)
@@ -112,12 +114,9 @@ private:
     bool ready_ = false;
 };
 
-std::vector<DumpModule> ModulesOf(const MappedDump& dump) {
+std::vector<DumpModule> ModulesOf(const DumpView& dump) {
     std::vector<DumpModule> modules;
-    const auto* list = dump.Stream<MINIDUMP_MODULE_LIST>(ModuleListStream);
-    if (!list) return modules;
-    for (ULONG32 i = 0; i < list->NumberOfModules; ++i) {
-        const MINIDUMP_MODULE& m = list->Modules[i];
+    for (const MINIDUMP_MODULE& m : dump.List<MINIDUMP_MODULE>(ModuleListStream)) {
         DumpModule module;
         module.path = dump.Text(m.ModuleNameRva);
         module.base = m.BaseOfImage;
@@ -134,24 +133,24 @@ const DumpModule* ModuleAt(const std::vector<DumpModule>& modules, uint64_t addr
     return nullptr;
 }
 
-bool ReadExceptionContext(const MappedDump& dump, CONTEXT& context, DWORD& threadId) {
+bool ReadExceptionContext(const DumpView& dump, CONTEXT& context, DWORD& threadId) {
     const auto* e = dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream);
-    if (!e || e->ThreadContext.DataSize < sizeof(CONTEXT) ||
-        uint64_t(e->ThreadContext.Rva) + sizeof(CONTEXT) > dump.size())
-        return false;
-    memcpy(&context, dump.base() + e->ThreadContext.Rva, sizeof context);
+    const CONTEXT* recorded = e && e->ThreadContext.DataSize >= sizeof(CONTEXT)
+                                  ? dump.file().At<CONTEXT>(e->ThreadContext.Rva) : nullptr;
+    if (!recorded) return false;
+    memcpy(&context, recorded, sizeof context);
     threadId = e->ThreadId;
     return true;
 }
 
 }  // namespace
 
-void PrintFaultingStack(const MappedDump& dump, const std::string& dumpPath,
-                        const std::vector<std::string>& symbolFolders) {
+void PrintFaultingStack(const DumpView& dump, const std::string& dumpPath,
+                        const std::vector<std::string>& symbolFolders, bool nameFrames, FILE* out) {
     CONTEXT context;
     DWORD threadId = 0;
     if (!ReadExceptionContext(dump, context, threadId)) {
-        printf("Stack:          none: the dump records no exception context\n");
+        fprintf(out, "Stack:          none: the dump records no exception context\n");
         return;
     }
     std::vector<DumpModule> modules = ModulesOf(dump);
@@ -159,15 +158,15 @@ void PrintFaultingStack(const MappedDump& dump, const std::string& dumpPath,
     if (modules.empty()) {
         // Windows keeps the modules a light dump's stacks point into; Wine
         // keeps none, so there is nothing to unwind or name frames with.
-        printf("Stack:          thread %lu, not walked: the dump lists no modules, so no frame can be unwound "
+        fprintf(out, "Stack:          thread %lu, not walked: the dump lists no modules, so no frame can be unwound "
                "or named\n  #0  0x%016llx\n",
                static_cast<unsigned long>(threadId), static_cast<unsigned long long>(context.Rip));
         return;
     }
     for (auto& m : modules) m.image = FindImage(m, dumpPath, symbolFolders);
-    const DumpSymbols symbols(modules, dumpPath, symbolFolders);
+    const DumpSymbols symbols(modules, dumpPath, symbolFolders, nameFrames);
 
-    printf("Stack:          thread %lu, innermost frame first\n", static_cast<unsigned long>(threadId));
+    fprintf(out, "Stack:          thread %lu, innermost frame first\n", static_cast<unsigned long>(threadId));
     UnwindRegisters regs;
     const DWORD64* gpr = &context.Rax;  // rax rcx rdx rbx rsp rbp rsi rdi r8..r15, as unwind codes number them
     for (int i = 0; i < 16; ++i) regs.gpr[i] = gpr[i];
@@ -185,7 +184,7 @@ void PrintFaultingStack(const MappedDump& dump, const std::string& dumpPath,
             snprintf(address, sizeof address, "0x%016llx", static_cast<unsigned long long>(regs.rip));
             where = address;
         }
-        printf("  #%-2d %s\n", frame, where.c_str());
+        fprintf(out, "  #%-2d %s\n", frame, where.c_str());
 
         const uint64_t previousRsp = regs.gpr[4];
         bool unwound;
@@ -194,12 +193,12 @@ void PrintFaultingStack(const MappedDump& dump, const std::string& dumpPath,
         } else if (frame == 0) {
             unwound = UnwindLeaf(memory, regs);  // a call through a bad pointer lands outside any module
         } else {
-            printf("  (walk ends: no image of %s found to unwind with; try --symbols DIR)\n",
+            fprintf(out, "  (walk ends: no image of %s found to unwind with; try --symbols DIR)\n",
                    module ? FileNameOf(module->path).c_str() : "this address");
             return;
         }
         if (!unwound) {
-            printf("  (walk ends: the stack memory or unwind data of this frame is not in the dump or image)\n");
+            fprintf(out, "  (walk ends: the stack memory or unwind data of this frame is not in the dump or image)\n");
             return;
         }
         if (regs.gpr[4] <= previousRsp) return;  // a stack only grows toward callers

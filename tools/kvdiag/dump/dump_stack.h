@@ -3,6 +3,8 @@
 // their PDBs: one frame a line, "module!function+0xoffset (file:line)".
 #pragma once
 
+#include <stdio.h>
+
 #include <string>
 #include <vector>
 
@@ -12,8 +14,8 @@ namespace kvdiag {
 
 // Images are looked for at the path the dump names, beside the dump, then in
 // each of `symbolFolders`; PDBs beside the images, in those folders and on
-// _NT_SYMBOL_PATH.
-void PrintFaultingStack(const MappedDump& dump, const std::string& dumpPath,
-                        const std::vector<std::string>& symbolFolders);
+// _NT_SYMBOL_PATH. Without nameFrames no PDB is read: module+offset only.
+void PrintFaultingStack(const DumpView& dump, const std::string& dumpPath,
+                        const std::vector<std::string>& symbolFolders, bool nameFrames, FILE* out);
 
 }  // namespace kvdiag

@@ -1,17 +1,29 @@
 #include "logs/log_files.h"
 
+#include <windows.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 
 #include <deque>
 
 #include "KvConfig.h"
+#include "KvLogging.h"
 
 namespace kvdiag {
 
 bool UseProductIni() {
     if (ValidateKorvanIniFile() == 1) return true;
     fprintf(stderr, "kvdiag: the product INI file is not valid (see DefaultINIPath of the product's root key)\n");
+    return false;
+}
+
+bool CheckComponentName(const std::string& name) {
+    if (FileNameGenerator::IsComponentName(name)) return true;
+    fprintf(stderr,
+            "kvdiag: \"%s\" is not a component name: it names files in the log folder, so it may not hold "
+            "\\ / : * ? \" < > |, \"..\", control characters or a trailing dot or blank\n",
+            name.c_str());
     return false;
 }
 
@@ -29,27 +41,59 @@ bool TakeLineCount(std::vector<std::string>& args, int& count) {
     return true;
 }
 
-std::vector<std::string> LastLines(const std::string& path, int count) {
-    std::deque<std::string> lines;
-    FILE* file = fopen(path.c_str(), "rb");
-    if (!file) return {};
-    std::string line;
-    for (int c; (c = fgetc(file)) != EOF;) {
-        if (c == '\n') {
-            if (!line.empty() && line.back() == '\r') line.pop_back();
-            lines.push_back(line);
-            line.clear();
-            if (int(lines.size()) > count) lines.pop_front();
-        } else {
-            line += char(c);
+bool LastLines(const std::string& path, int count, std::vector<std::string>& lines, unsigned long& error) {
+    lines.clear();
+    const HANDLE file = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                    nullptr, OPEN_EXISTING, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        error = GetLastError();
+        return false;
+    }
+    // Read backwards a block at a time until count line ends precede the
+    // last line (or the file's start): a long log costs only its tail.
+    LARGE_INTEGER size{};
+    GetFileSizeEx(file, &size);
+    constexpr int64_t kBlock = 64 * 1024;
+    std::string tail;
+    int64_t start = size.QuadPart;
+    auto lineEnds = [&tail]() {
+        size_t n = 0, end = tail.size() && tail.back() == '\n' ? tail.size() - 1 : tail.size();
+        for (size_t i = 0; i < end; ++i) n += tail[i] == '\n';
+        return n;
+    };
+    bool ok = true;
+    while (start > 0 && (count == 0 ? false : lineEnds() < size_t(count))) {
+        const int64_t length = start < kBlock ? start : kBlock;
+        start -= length;
+        std::string block(size_t(length), '\0');
+        LARGE_INTEGER at{};
+        at.QuadPart = start;
+        DWORD got = 0;
+        if (!SetFilePointerEx(file, at, nullptr, FILE_BEGIN) ||
+            !ReadFile(file, &block[0], DWORD(length), &got, nullptr)) {
+            error = GetLastError();
+            ok = false;
+            break;
         }
+        block.resize(got);
+        tail.insert(0, block);
     }
-    if (!line.empty()) {
-        lines.push_back(line);
-        if (int(lines.size()) > count) lines.pop_front();
+    CloseHandle(file);
+    if (!ok) return false;
+    std::deque<std::string> found;
+    size_t from = 0;
+    while (from < tail.size()) {
+        size_t end = tail.find('\n', from);
+        if (end == std::string::npos) end = tail.size();
+        std::string line = tail.substr(from, end - from);
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        found.push_back(std::move(line));
+        from = end + 1;
     }
-    fclose(file);
-    return {lines.begin(), lines.end()};
+    // The first piece may be a line cut at the block's start: only whole lines count.
+    while (found.size() > size_t(count)) found.pop_front();
+    lines.assign(found.begin(), found.end());
+    return true;
 }
 
 }  // namespace kvdiag

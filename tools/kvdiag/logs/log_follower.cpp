@@ -22,6 +22,26 @@ constexpr size_t kHeadBytes = 64;
 // opened is read anyway (a history file deleted by hand leaves a lasting hole).
 constexpr int kMaxUnsettledPolls = 20;
 
+// The last count whole lines of a file, read from a window at its end that
+// doubles until it holds them (a long log costs only its tail); returns the
+// offset after the last whole line.
+uint64_t LastWholeLines(const SharedFile& file, int count, std::vector<std::string>& lines) {
+    const uint64_t size = file.size();
+    for (uint64_t window = 64 * 1024;; window *= 2) {
+        const uint64_t from = size > window ? size - window : 0;
+        std::string text;
+        file.ReadFrom(from, text);
+        std::vector<std::string> found;
+        const uint64_t consumed = from + SplitLines(text, false, found);
+        if (from > 0 && !found.empty()) found.erase(found.begin());  // cut by the window
+        if (from == 0 || found.size() >= size_t(count)) {
+            if (found.size() > size_t(count)) found.erase(found.begin(), found.end() - count);
+            lines.insert(lines.end(), found.begin(), found.end());
+            return consumed;
+        }
+    }
+}
+
 }  // namespace
 
 const LogFollower::Seen* LogFollower::Find(const ChainFile& file) const {
@@ -70,12 +90,7 @@ std::vector<std::string> LogFollower::Start(int count) {
     OpenChain(chain_.size(), files);
     for (ChainFile& f : files) {
         uint64_t consumed = f.file.size();
-        if (f.index == 0) {
-            std::string text;
-            f.file.ReadFrom(0, text);
-            consumed = SplitLines(text, false, lines);
-            if (lines.size() > size_t(count)) lines.erase(lines.begin(), lines.end() - count);
-        }
+        if (f.index == 0) consumed = LastWholeLines(f.file, count, lines);
         seen_.push_back({f.file.identity(), f.head, consumed});
     }
     return lines;

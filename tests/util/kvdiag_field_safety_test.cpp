@@ -1,0 +1,74 @@
+// kvdiag on a live plant: each command that cannot do what was asked refuses
+// with rc and reason and leaves the plant's files as they were; help and
+// version answer however they are asked.
+#include <gtest/gtest.h>
+
+#include "kvdiag_runner.h"
+#include "product_install.h"
+#include "registry_keys.h"
+#include "temp_dir.h"
+
+TEST(KvdiagFieldSafety, RefusalsLeaveThePlantAlone) {
+    kvtest::ProductInstall install;
+    const std::string ini = " --ini \"" + install.iniPath() + "\"";
+    const std::string logs = install.logDir(), live = logs + "\\debug.Pump.log", held = logs + "\\debug.Held.log";
+    CreateDirectoryA(logs.c_str(), nullptr);
+    kvtest::WriteFileText(live, "2026-01-01 00:00:00.000\t+00:00 plant line\r\n");
+    kvtest::WriteFileText(held, "");
+    const std::string liveBefore = kvtest::ReadFileText(live), iniBefore = kvtest::ReadFileText(install.iniPath());
+    const HANDLE holder = CreateFileA(held.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    kvtest::TestKey settings(HKEY_CURRENT_USER, "Software\\Korvan\\KvDebugHelp\\kvrefusals");
+    const struct {
+        std::string arguments;
+        DWORD rc;
+        std::string reason;
+    } cases[] = {
+        {"collect \"" + live + "\"" + ini, 1, "exists already (--force replaces it)"},
+        {"collect \"" + logs + "\\missing\\x.cab\"" + ini, 1, "cannot be written (error 3)"},
+        {"log Pump/7 text" + ini, 2, "is not a component name"},
+        {"log ..\\..\\Pump text" + ini, 2, "is not a component name"},
+        {"log \"Pump*\" text" + ini, 2, "is not a component name"},
+        {"log Held text" + ini, 1, "did not reach"},
+        {"tail Nobody" + ini, 1, "no debug log of component \"Nobody\""},
+        {"tail Held" + ini, 1, "cannot read " + held + " (error 32"},
+        {"settings \"\"", 2, "is not an executable's base name"},
+        {"settings ..\\RuntimeManager", 2, "is not an executable's base name"},
+        {"settings kvrefusals LogErrors --remove", 1, "LogErrors is not set for kvrefusals"},
+        {"crashtest light --ini \"" + install.Path("Config\\missing.ini") + "\"", 1, "No usable product INI file"},
+        {"crashtest heavy --ini \"" + install.iniPath() + std::string(260, ' ') + "\"", 1, "longer than 259"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        const auto result = kvtest::RunKvdiag(c.arguments);
+        EXPECT_EQ(c.rc, result.exitCode) << result.output;
+        EXPECT_HAS(result.output, c.reason);
+    }
+    CloseHandle(holder);
+    EXPECT_EQ(liveBefore, kvtest::ReadFileText(live));
+    EXPECT_EQ(iniBefore, kvtest::ReadFileText(install.iniPath()));
+    EXPECT_EQ(std::vector<std::string>({"debug.Held.log", "debug.Pump.log"}), kvtest::ListFolder(logs));
+}
+
+TEST(KvdiagFieldSafety, HelpAndVersionAnswerHoweverAsked) {
+    const struct {
+        const char* arguments;
+        const char* text;
+    } cases[] = {
+        {"help tail", "usage: kvdiag tail [COMPONENT"},
+        {"tail --help", "usage: kvdiag tail [COMPONENT"},
+        {"TAIL /?", "usage: kvdiag tail [COMPONENT"},
+        {"/?", "Usage: kvdiag COMMAND"},
+        {"Settings /?", "NAME --remove"},
+        {"VERSION", "kvdiag.exe"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        const auto result = kvtest::RunKvdiag(c.arguments);
+        EXPECT_EQ(0u, result.exitCode) << result.output;
+        EXPECT_HAS(result.output, c.text);
+    }
+    // Both binaries carry their version resource.
+    const std::string version = kvtest::RunKvdiag("version").output;
+    EXPECT_EQ(std::string::npos, version.find("no version resource")) << version;
+    EXPECT_NE(version.find("8.40.0.487"), version.rfind("8.40.0.487")) << version;
+}

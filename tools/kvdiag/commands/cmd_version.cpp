@@ -1,0 +1,16 @@
+// kvdiag version: which KvDebugHelp.dll and kvdiag.exe run here, with the
+// versions their resources carry.
+#include <stdio.h>
+
+#include "cabinet/collect_reports.h"
+#include "command.h"
+
+KVDIAG_COMMAND(version, "version", "versions of KvDebugHelp.dll and kvdiag.exe, and the machine") {
+    (void)argv;
+    if (argc != 0) {
+        fprintf(stderr, "usage: kvdiag version\n");
+        return 2;
+    }
+    kvdiag::PrintVersionReport(stdout);
+    return 0;
+}

@@ -1,0 +1,37 @@
+// A private copy of the product INI file in a new folder under the temporary
+// folder, with a log folder of its own. Commands that crash, dump or log on
+// purpose work there, so the plant's INI file, dumps and logs stay as they
+// were even when kvdiag is killed half way. The folder is kept afterwards:
+// it holds what the test produced.
+#pragma once
+
+#include <string>
+
+namespace kvdiag {
+
+class ScratchInstall {
+public:
+    // Copies liveIni into %TEMP%\kvdiag-<label>-<time>-<pid>\ and points its
+    // [KVEDIT] LOGS there; error() says what failed.
+    ScratchInstall(const std::string& liveIni, const char* label);
+
+    bool ok() const { return error_.empty(); }
+    const std::string& error() const { return error_; }
+    const std::string& root() const { return root_; }
+    std::string iniPath() const { return root_ + "\\product.ini"; }
+    std::string logDir() const { return root_ + "\\Logs"; }
+    // Writes a value into the copy; false when it could not be written.
+    bool Set(const char* section, const char* key, const char* value) const;
+
+private:
+    std::string root_;
+    std::string error_;
+};
+
+// Sets up a scratch installation from the product INI file and makes it this
+// process's installation (the library's INI file and log folder); prints
+// where it is, or why it could not be made. Returns its INI path, empty on failure.
+std::string UseScratchInstall(const std::string& liveIni, const char* label, const char* valueSection = nullptr,
+                              const char* valueKey = nullptr, const char* value = nullptr);
+
+}  // namespace kvdiag
