@@ -1,11 +1,14 @@
 #include "logs/log_files.h"
 
+#include <windows.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <deque>
 
 #include "KvConfig.h"
+#include "KvLogging.h"
 
 namespace kvdiag {
 
@@ -50,6 +53,30 @@ std::vector<std::string> LastLines(const std::string& path, int count) {
     }
     fclose(file);
     return {lines.begin(), lines.end()};
+}
+
+std::vector<std::string> DebugLogChain(const std::string& component) {
+    constexpr int kMaxHistoryFiles = 10;
+    SetComponentName(component.c_str());
+    std::vector<std::string> chain;
+    for (int i = 0; i <= kMaxHistoryFiles; ++i) {
+        char path[MAX_PATH];
+        if (GetDebugLogFilePath(i == 0 ? -1 : i, 1, path, sizeof path) < 0) return {};
+        chain.push_back(path);
+    }
+    return chain;
+}
+
+bool DebugLogComponent(const std::string& fileName, std::string& component) {
+    if (_stricmp(fileName.c_str(), "debug.log") == 0) {
+        component.clear();
+        return true;
+    }
+    const size_t n = fileName.size();
+    if (n <= 10 || _strnicmp(fileName.c_str(), "debug.", 6) != 0 || _stricmp(fileName.c_str() + n - 4, ".log") != 0)
+        return false;
+    component = fileName.substr(6, n - 10);
+    return true;
 }
 
 }  // namespace kvdiag
