@@ -42,7 +42,8 @@ printf 'kvdiag forward cursor 1\n' >"$root/state/debug.Backlog.log.cursor"
 t0=$(now)
 "$run" "$build/bin/kvdiag.exe" forward --to "tcp://127.0.0.1:$port" Backlog --state "$root_win\\state" --ini "$ini" 2>/dev/null &
 fwd=$!
-until [ "$(wc -l <"$root/collector/messages.log" 2>/dev/null || echo 0)" -ge "$lines" ]; do sleep 0.05; done
+received() { cat "$root/collector/messages.log" 2>/dev/null | wc -l; }
+until [ "$(received)" -ge "$lines" ]; do sleep 0.05; done
 t1=$(now)
 t2=$(now)
 "$run" "$build/bin/kvdiag.exe" tail -f Backlog -n "$lines" --for 0.2 --ini "$ini" >"$root/tail.txt"
