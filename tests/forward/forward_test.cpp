@@ -177,6 +177,10 @@ TEST(Forward, TlsTrustsOnlyTheGivenAuthority) {
 TEST(Forward, RunsAsAServiceOfTheServiceManager) {
     kvtest::SyslogCollector collector;
     Station station;
+    // An automatic service left installed would start with every later Wine session.
+    struct Removal {
+        ~Removal() { kvtest::RunKvdiag("service remove"); }
+    } removal;
     kvtest::RunKvdiag("service remove");  // one left by an earlier run
     const auto installed = kvtest::RunKvdiag("service install " + station.Forward(collector.url(), "Svc"));
     ASSERT_EQ(0u, installed.exitCode) << installed.output;
@@ -199,6 +203,7 @@ TEST(Forward, RunsAsAServiceOfTheServiceManager) {
         EXPECT_TRUE(kvtest::OutputHas(shown, expected)) << expected << "\n" << shown.output;
     EXPECT_EQ(0u, kvtest::RunKvdiag("service remove").exitCode);
     EXPECT_EQ(nullptr, OpenServiceA(manager, "KvDiagForward", SERVICE_QUERY_STATUS));
+    EXPECT_EQ(DWORD(ERROR_SERVICE_DOES_NOT_EXIST), GetLastError());
     CloseServiceHandle(manager);
 }
 
