@@ -34,7 +34,7 @@ struct Station {
     std::vector<std::unique_ptr<kvtest::ChildHost>> writers;
 
     // Starts a writer process running the log_script operations.
-    void Write(const Lines& ops, DWORD sizeKb = 1, DWORD history = 10) {
+    void Write(const Lines& ops, DWORD sizeKb, DWORD history = 10) {
         static int started = 0;
         writers.push_back(std::make_unique<kvtest::ChildHost>("kvfw" + std::to_string(started++)));
         writers.back()->SetSetting("DebugLogSize", sizeKb);
@@ -80,9 +80,10 @@ TEST(Forward, TwoStationsEveryLineOnceWithItsFields) {
     kvtest::KvdiagProcess valveForwarder(valves.Forward(collector.url(), "Valve --system"));
     ASSERT_TRUE(pumpForwarder.ReadUntil("connected") && valveForwarder.ReadUntil("connected"));
     const std::string numbered = ":" + std::to_string(kLines) + ":5";
-    pumps.Write({"comp=Pump", "numbered=A" + numbered});
-    pumps.Write({"comp=Pump", "numbered=B" + numbered});
-    valves.Write({"comp=Valve", "numbered=C" + numbered, "sys=## EXCEPTION ## - pump stalled", "line=Memory error: x"});
+    // Rolling at 2 KB, ten history files hold every line even if the forwarder gets no time until the end.
+    pumps.Write({"comp=Pump", "numbered=A" + numbered}, 2);
+    pumps.Write({"comp=Pump", "numbered=B" + numbered}, 2);
+    valves.Write({"comp=Valve", "numbered=C" + numbered, "sys=## EXCEPTION ## - pump stalled", "line=Memory error: x"}, 2);
     pumps.WaitWriters();
     valves.WaitWriters();
     const Lines raw = collector.WaitForMessages(3 * kLines + 2, 120000);
@@ -110,6 +111,7 @@ TEST(Forward, TwoStationsEveryLineOnceWithItsFields) {
         errors += error;
     }
     EXPECT_EQ(2, errors);
+    EXPECT_GE(kvtest::ListFolder(pumps.install.logDir(), "debug.Pump.0*").size(), 3u);  // it did roll
 }
 
 // The forwarder killed and started again, then the collector away for ten
@@ -160,7 +162,7 @@ TEST(Forward, TlsTrustsOnlyTheGivenAuthority) {
         const std::string ca = rightAuthority ? collector.caFile() : collector.certificateFile();
         kvtest::KvdiagProcess forwarder(station.Forward(collector.url(), "--all --ca \"" + ca + "\" --for 10"));
         ASSERT_TRUE(forwarder.ReadUntil(rightAuthority ? ": connected" : "not issued by the authority"));
-        station.Write({"comp=Tls", "line=secret " + std::to_string(rightAuthority)});
+        station.Write({"comp=Tls", "line=secret " + std::to_string(rightAuthority)}, 1);
         station.WaitWriters();
         if (rightAuthority) collector.WaitForMessages(1);
         const kvtest::HostResult result = forwarder.Finish(60000);
@@ -189,7 +191,7 @@ TEST(Forward, RunsAsAServiceOfTheServiceManager) {
     ASSERT_TRUE(service && StartServiceA(service, 0, nullptr)) << GetLastError();
     const std::string statusFile = station.state / "forward.status";
     for (int i = 0; i < 300 && kvtest::ReadFileText(statusFile).find("state: connected") == std::string::npos; ++i) Sleep(100);
-    station.Write({"comp=Svc", "numbered=S:5:0"});
+    station.Write({"comp=Svc", "numbered=S:5:0"}, 1);
     station.WaitWriters();
     EXPECT_EQ(5u, collector.WaitForMessages(5).size());
     SERVICE_STATUS status{};
