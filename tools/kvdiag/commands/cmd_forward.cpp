@@ -19,7 +19,7 @@ BOOL WINAPI OnConsoleControl(DWORD event) {
 
 }  // namespace
 
-KVDIAG_COMMAND(forward, "forward --to URL [COMPONENT...|--all]",
+KVDIAG_COMMAND(forward, "forward --to URL [LOG...]",
                "sends logs to a syslog collector (tcp, udp, tls) with nothing lost; --status shows it") {
     stopEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     SetConsoleCtrlHandler(OnConsoleControl, TRUE);

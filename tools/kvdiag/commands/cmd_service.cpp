@@ -10,7 +10,7 @@
 #include "forward/forward_options.h"
 #include "service/windows_service.h"
 
-KVDIAG_COMMAND(service, "service install forward ARGS... | remove",
+KVDIAG_COMMAND(service, "service install forward ...|remove",
                "runs kvdiag forward as a Windows service started at boot") {
     const std::vector<std::string> args(argv, argv + argc);
     if (argc == 1 && !strcmp(argv[0], "remove")) return kvdiag::RemoveForwardService();

@@ -10,8 +10,7 @@
 namespace kvdiag {
 
 constexpr char kForwardUsage[] =
-    "forward --to URL [COMPONENT...|--all] [--system] [--apps] [--ca FILE] [--state FOLDER] [--for SECONDS] [--ini PATH]\n"
-    "       forward --status [--state FOLDER]";
+    "forward --to URL [COMPONENT...|--all] [--system] [--apps] [--ca FILE] [--state FOLDER] [--for SECONDS] [--ini PATH]";
 
 struct ForwardOptions {
     CollectorUrl url;

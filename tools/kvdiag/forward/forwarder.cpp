@@ -204,7 +204,8 @@ int RunForwardCommand(const std::vector<std::string>& args, HANDLE stopEvent) {
     ForwardOptions options;
     std::string error;
     if (!ParseForwardOptions(args, options, error)) {
-        fprintf(stderr, "kvdiag: %s\nusage: kvdiag %s\n", error.c_str(), kForwardUsage);
+        fprintf(stderr, "kvdiag: %s\nusage: kvdiag %s\n       kvdiag forward --status [--state FOLDER]\n", error.c_str(),
+                kForwardUsage);
         return 2;
     }
     if (options.status) return PrintForwardStatus(options.stateFolder);
