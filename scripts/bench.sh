@@ -6,3 +6,4 @@ build="$(cd "${1:-build}" && pwd)"
 shift || true
 echo "Machine: $(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ //'), Wine $(wine --version 2>/dev/null)"
 "$build/wine-run.sh" "$build/bin/kvbench.exe" "$@" | tr -d '\r'
+bash "$(dirname "$0")/bench_forward.sh" "$build"

@@ -19,6 +19,11 @@ command -v cabextract >/dev/null 2>&1 || need="$need cabextract"
 # Header trees of the benchmark's peer logger (copied into the build, header-only).
 [ -f /usr/include/spdlog/spdlog.h ] || need="$need libspdlog-dev"
 [ -f /usr/include/fmt/format.h ] || need="$need libfmt-dev"
+# The syslog collector the forwarding tests start privately (TCP, and TLS
+# through the GnuTLS driver), and openssl to make their certificates.
+command -v rsyslogd >/dev/null 2>&1 || need="$need rsyslog"
+[ -f /usr/lib/x86_64-linux-gnu/rsyslog/lmnsd_gtls.so ] || need="$need rsyslog-gnutls"
+command -v openssl >/dev/null 2>&1 || need="$need openssl"
 if [ -n "$need" ]; then
   echo "Installing:$need"
   SUDO=""

@@ -4,6 +4,7 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <deque>
 
@@ -93,6 +94,30 @@ bool LastLines(const std::string& path, int count, std::vector<std::string>& lin
     // The first piece may be a line cut at the block's start: only whole lines count.
     while (found.size() > size_t(count)) found.pop_front();
     lines.assign(found.begin(), found.end());
+    return true;
+}
+
+std::vector<std::string> DebugLogChain(const std::string& component) {
+    constexpr int kMaxHistoryFiles = 10;
+    SetComponentName(component.c_str());
+    std::vector<std::string> chain;
+    for (int i = 0; i <= kMaxHistoryFiles; ++i) {
+        char path[MAX_PATH];
+        if (GetDebugLogFilePath(i == 0 ? -1 : i, 1, path, sizeof path) < 0) return {};
+        chain.push_back(path);
+    }
+    return chain;
+}
+
+bool DebugLogComponent(const std::string& fileName, std::string& component) {
+    if (_stricmp(fileName.c_str(), "debug.log") == 0) {
+        component.clear();
+        return true;
+    }
+    const size_t n = fileName.size();
+    if (n <= 10 || _strnicmp(fileName.c_str(), "debug.", 6) != 0 || _stricmp(fileName.c_str() + n - 4, ".log") != 0)
+        return false;
+    component = fileName.substr(6, n - 10);
     return true;
 }
 

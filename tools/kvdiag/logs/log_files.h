@@ -16,5 +16,11 @@ bool TakeLineCount(std::vector<std::string>& args, int& count);
 // The last count lines of a file, without their line ends, read from its
 // end; false with the Win32 error when the file cannot be opened or read.
 bool LastLines(const std::string& path, int count, std::vector<std::string>& lines, unsigned long& error);
+// The live debug log of a component ("" for none) and its history files
+// 1..10; empty when the log folder cannot be found or created.
+std::vector<std::string> DebugLogChain(const std::string& component);
+// The component of a debug log's file name: "debug.log" has none,
+// "debug.<component>.log" names one; false for any other name.
+bool DebugLogComponent(const std::string& fileName, std::string& component);
 
 }  // namespace kvdiag

@@ -29,7 +29,6 @@ public:
     // when files went out of the chain before they could be read to the end.
     std::vector<std::string> Poll(bool& gap);
 
-private:
     // A file is known by its identity and its first bytes: file systems
     // reuse the index of a deleted file for a new one, but a log's first
     // line (with its time to the millisecond) is its own.
@@ -38,6 +37,12 @@ private:
         std::string head;
         uint64_t consumed;  // bytes already given out
     };
+    // Where following stands, newest file first; a follower given a position
+    // saved before goes on right after it (Poll), even in another process.
+    const std::vector<Seen>& position() const { return seen_; }
+    void Resume(std::vector<Seen> position) { seen_ = std::move(position); }
+
+private:
     struct ChainFile {
         SharedFile file;
         std::string head;

@@ -1,0 +1,62 @@
+#!/bin/bash
+# A private rsyslog collector for the forwarding tests, never the machine's own:
+#   collector.sh start DIR PORT tcp|tls   starts rsyslogd in the foreground mode
+#                                         (-n) in the background, listening on
+#                                         127.0.0.1:PORT, writing every message
+#                                         as received into DIR/messages.log
+#   collector.sh stop DIR                 stops it and waits until it has gone
+# For tls a CA and a server certificate for 127.0.0.1 are made in DIR once
+# (DIR/ca.pem is what the forwarder trusts). When done it writes its exit
+# code into DIR/<command>.done, for callers that cannot wait on it (a test
+# under Wine starts it as a Unix process).
+cmd=$1 dir=$2
+rm -f "$dir/$cmd.done"
+trap 'echo $? >"$dir/$cmd.done"' EXIT
+set -e
+case "$cmd" in
+start)
+  port=$3 mode=$4
+  mkdir -p "$dir/work"
+  driver=""
+  if [ "$mode" = tls ]; then
+    if [ ! -f "$dir/ca.pem" ]; then
+      openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "/CN=kvtest collector CA" \
+        -keyout "$dir/ca.key" -out "$dir/ca.pem" 2>/dev/null
+      openssl req -newkey rsa:2048 -nodes -subj "/CN=127.0.0.1" -keyout "$dir/server.key" \
+        -out "$dir/server.csr" 2>/dev/null
+      printf 'subjectAltName=IP:127.0.0.1,DNS:localhost\n' >"$dir/san.ext"
+      openssl x509 -req -in "$dir/server.csr" -CA "$dir/ca.pem" -CAkey "$dir/ca.key" -CAcreateserial \
+        -days 2 -extfile "$dir/san.ext" -out "$dir/server.pem" 2>/dev/null
+    fi
+    driver=" StreamDriver.Name=\"gtls\" StreamDriver.Mode=\"1\" StreamDriver.AuthMode=\"anon\""
+    tlsfiles=" DefaultNetstreamDriverCAFile=\"$dir/ca.pem\" DefaultNetstreamDriverCertFile=\"$dir/server.pem\" DefaultNetstreamDriverKeyFile=\"$dir/server.key\""
+  fi
+  cat >"$dir/rsyslog.conf" <<CONF
+global(workDirectory="$dir/work" maxMessageSize="64k"${tlsfiles:-})
+module(load="imtcp"$driver)
+input(type="imtcp" address="127.0.0.1" port="$port")
+template(name="raw" type="string" string="%rawmsg%\n")
+action(type="omfile" file="$dir/messages.log" template="raw")
+CONF
+  rsyslogd -n -f "$dir/rsyslog.conf" -i "$dir/rsyslogd.pid" >"$dir/rsyslogd.out" 2>&1 &
+  # Ready once it accepts connections.
+  i=0
+  until (exec 3<>/dev/tcp/127.0.0.1/$port) 2>/dev/null; do
+    i=$((i + 1))
+    [ $i -lt 200 ] || { echo "collector did not start:"; cat "$dir/rsyslogd.out"; exit 1; }
+    sleep 0.1
+  done
+  ;;
+stop)
+  [ -f "$dir/rsyslogd.pid" ] || exit 0
+  pid=$(cat "$dir/rsyslogd.pid")
+  kill "$pid" 2>/dev/null || true
+  i=0
+  while kill -0 "$pid" 2>/dev/null && [ $i -lt 300 ]; do i=$((i + 1)); sleep 0.1; done
+  rm -f "$dir/rsyslogd.pid"
+  ;;
+*)
+  echo "usage: collector.sh start DIR PORT tcp|tls | stop DIR" >&2
+  exit 2
+  ;;
+esac

@@ -1,0 +1,47 @@
+// A private rsyslog collector on a free port of 127.0.0.1 for the forwarding
+// tests, started and stopped through tests/forward/collector.sh. rsyslogd is a
+// Linux program: under Wine the test starts the script as a Unix process (so
+// these tests need Wine with rsyslog installed beside it).
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+#include "temp_dir.h"
+
+namespace kvtest {
+
+class SyslogCollector {
+public:
+    explicit SyslogCollector(bool tls = false);
+    ~SyslogCollector();
+    SyslogCollector(const SyslogCollector&) = delete;
+    SyslogCollector& operator=(const SyslogCollector&) = delete;
+
+    bool Start();  // on the same port each time
+    bool Stop();
+    std::string url() const;
+    // The authority that signed the collector's certificate (TLS), and the certificate itself.
+    std::string caFile() const { return dir_ / "ca.pem"; }
+    std::string certificateFile() const { return dir_ / "server.pem"; }
+    // The messages received so far, one a line as they arrived (without framing).
+    std::vector<std::string> Messages() const;
+    // Waits until at least count messages have arrived, or timeoutMs passed.
+    std::vector<std::string> WaitForMessages(size_t count, DWORD timeoutMs = 60000) const;
+
+private:
+    bool RunScript(const std::string& arguments);
+
+    TempDir dir_{"kvcollector"};
+    std::string unixDir_;
+    unsigned short port_ = 0;
+    bool tls_;
+    bool running_ = false;
+};
+
+// A TCP port of 127.0.0.1 nobody listens on now.
+unsigned short FreePort();
+
+}  // namespace kvtest

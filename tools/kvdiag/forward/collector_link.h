@@ -1,0 +1,56 @@
+// The connection to the collector. A stream (TCP, TLS) carries each message
+// as an octet-counted frame ("LENGTH MESSAGE", RFC 6587), so a message may
+// hold line feeds; UDP sends one datagram a message and promises nothing.
+#pragma once
+
+#include <winsock2.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "forward/collector_url.h"
+
+namespace kvdiag {
+
+class TlsSession;
+
+class CollectorLink {
+public:
+    CollectorLink(const CollectorUrl& url, const std::string& caFile);
+    ~CollectorLink();
+    CollectorLink(const CollectorLink&) = delete;
+    CollectorLink& operator=(const CollectorLink&) = delete;
+
+    bool Connect(std::string& error);
+    bool connected() const { return socket_ != INVALID_SOCKET; }
+    // Sends the messages in order; false when the connection broke (it is then closed).
+    bool Send(const std::vector<std::string>& messages, std::string& error);
+    // A collector only ever listens: anything to read on a stream means it
+    // closed or reset the connection. UDP is always "alive".
+    bool Alive();
+    void Close();
+
+private:
+    bool SendBytes(const std::string& bytes, std::string& error);
+
+    CollectorUrl url_;
+    std::string caFile_;
+    SOCKET socket_ = INVALID_SOCKET;
+    std::unique_ptr<TlsSession> tls_;
+};
+
+// Winsock for the life of the object.
+class WinsockUse {
+public:
+    WinsockUse();
+    ~WinsockUse();
+    WinsockUse(const WinsockUse&) = delete;
+    WinsockUse& operator=(const WinsockUse&) = delete;
+    bool ok() const { return ok_; }
+
+private:
+    bool ok_ = false;
+};
+
+}  // namespace kvdiag

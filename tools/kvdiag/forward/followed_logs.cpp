@@ -1,0 +1,82 @@
+#include "forward/followed_logs.h"
+
+#include <windows.h>
+
+#include "KvLogging.h"
+#include "logs/log_files.h"
+
+namespace kvdiag {
+
+namespace {
+
+std::string FileNameOf(const std::string& path) { return path.substr(path.find_last_of('\\') + 1); }
+
+std::vector<std::string> FolderFiles(const std::string& folder, const char* pattern) {
+    std::vector<std::string> names;
+    WIN32_FIND_DATAA found;
+    const HANDLE search = FindFirstFileA((folder + "\\" + pattern).c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) return names;
+    do {
+        if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) names.push_back(found.cFileName);
+    } while (FindNextFileA(search, &found));
+    FindClose(search);
+    return names;
+}
+
+FollowedLog DebugLog(const std::string& component) {
+    FollowedLog log;
+    log.chain = DebugLogChain(component);
+    if (!log.chain.empty()) log.identity = {component.empty() ? "debug" : component, "debuglog", FileNameOf(log.chain[0])};
+    return log;
+}
+
+// An archived application log made with "SysLogArchive": "name_yymmdd_hhmmss .ext".
+bool IsTimestampedArchive(const std::string& name) {
+    const size_t blank = name.rfind(' ');
+    if (blank == std::string::npos || blank < 14) return false;
+    const std::string stamp = name.substr(blank - 14, 14);
+    for (size_t i = 0; i < stamp.size(); ++i)
+        if ((i == 0 || i == 7) ? stamp[i] != '_' : (stamp[i] < '0' || stamp[i] > '9')) return false;
+    return true;
+}
+
+// A log that archives into "<name>.bak" beside it.
+FollowedLog ArchivingLog(const std::string& folder, const std::string& name, const std::string& appName, const char* msgId) {
+    const std::string live = folder + "\\" + name;
+    return {{appName, msgId, name}, {live, live.substr(0, live.find_last_of('.')) + ".bak"}};
+}
+
+}  // namespace
+
+std::vector<FollowedLog> SelectLogs(const LogSelection& selection) {
+    std::vector<FollowedLog> logs;
+    char folderBuffer[MAX_PATH];
+    if (GetDebugLogDirPath(1, folderBuffer, sizeof folderBuffer) < 0) return logs;
+    const std::string folder = folderBuffer;
+    std::vector<std::string> components = selection.components;
+    if (selection.allComponents) {
+        for (const std::string& name : FolderFiles(folder, "debug*.log")) {
+            std::string component;
+            if (DebugLogComponent(name, component)) components.push_back(component);
+        }
+    }
+    for (const std::string& component : components) {
+        FollowedLog log = DebugLog(component);
+        if (!log.chain.empty()) logs.push_back(log);
+    }
+    if (selection.system) {
+        // syslog.dat, and syslog.<component>.dat of processes that set a component.
+        for (const std::string& name : FolderFiles(folder, "syslog*.dat"))
+            logs.push_back(ArchivingLog(folder, name, "syslog", "syslog"));
+    }
+    if (selection.apps) {
+        for (const std::string& name : FolderFiles(folder, "*.log")) {
+            std::string component;
+            if (DebugLogComponent(name, component) || IsTimestampedArchive(name)) continue;
+            logs.push_back(ArchivingLog(folder, name, name.substr(0, name.find_last_of('.')), "applog"));
+        }
+    }
+    return logs;
+}
+
+}  // namespace kvdiag

@@ -1,0 +1,75 @@
+#include "forward/forward_options.h"
+
+#include <windows.h>
+#include <stdlib.h>
+
+namespace kvdiag {
+
+bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& options, std::string& error) {
+    options = ForwardOptions{};
+    std::string url;
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        const bool hasValue = i + 1 < args.size();
+        if ((a == "--to" || a == "--ca" || a == "--state" || a == "--ini" || a == "--for") && !hasValue) {
+            error = a + " needs a value";
+            return false;
+        }
+        if (a == "--to") {
+            url = args[++i];
+        } else if (a == "--ca") {
+            options.caFile = args[++i];
+        } else if (a == "--state") {
+            options.stateFolder = args[++i];
+        } else if (a == "--ini") {
+            options.ini = args[++i];
+        } else if (a == "--for") {
+            char* end = nullptr;
+            options.seconds = strtod(args[++i].c_str(), &end);
+            if (*end || !(options.seconds > 0)) {
+                error = "--for needs a number of seconds";
+                return false;
+            }
+        } else if (a == "--all") {
+            options.selection.allComponents = true;
+        } else if (a == "--system") {
+            options.selection.system = true;
+        } else if (a == "--apps") {
+            options.selection.apps = true;
+        } else if (a == "--status") {
+            options.status = true;
+        } else if (a.empty() || a[0] == '-') {
+            error = "unknown option '" + a + "'";
+            return false;
+        } else {
+            options.selection.components.push_back(a);
+        }
+    }
+    if (options.stateFolder.empty()) options.stateFolder = DefaultStateFolder();
+    if (options.status) return true;
+    if (url.empty()) {
+        error = "--to URL names the collector";
+        return false;
+    }
+    if (!ParseCollectorUrl(url, options.url, error)) return false;
+    if (!options.caFile.empty() && options.url.transport != CollectorUrl::Transport::Tls) {
+        error = "--ca is for tls:// collectors";
+        return false;
+    }
+    LogSelection& s = options.selection;
+    if (s.allComponents && !s.components.empty()) {
+        error = "give components or --all, not both";
+        return false;
+    }
+    // Nothing named: the debug log without a component.
+    if (s.components.empty() && !s.allComponents && !s.system && !s.apps) s.components.push_back("");
+    return true;
+}
+
+std::string DefaultStateFolder() {
+    char data[MAX_PATH];
+    const DWORD n = GetEnvironmentVariableA("ProgramData", data, sizeof data);
+    return std::string(n && n < sizeof data ? data : "C:\\ProgramData") + "\\KvDiag\\forward";
+}
+
+}  // namespace kvdiag

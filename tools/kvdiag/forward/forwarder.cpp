@@ -1,0 +1,220 @@
+#include "forward/forwarder.h"
+
+#include <stdio.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "commands/ini_status.h"
+#include "forward/collector_link.h"
+#include "forward/cursor_store.h"
+#include "forward/forward_status.h"
+#include "logs/log_follower.h"
+
+namespace kvdiag {
+
+namespace {
+
+constexpr DWORD kPollMs = 100;
+constexpr DWORD kRescanMs = 1000;
+constexpr DWORD kStatusMs = 1000;
+constexpr DWORD kFirstRetryMs = 500;
+constexpr DWORD kLastRetryMs = 8000;
+
+bool CreateFolderTree(const std::string& folder) {
+    for (size_t at = folder.find('\\', 3); at != std::string::npos; at = folder.find('\\', at + 1))
+        CreateDirectoryA(folder.substr(0, at).c_str(), nullptr);
+    CreateDirectoryA(folder.c_str(), nullptr);
+    const DWORD attributes = GetFileAttributesA(folder.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+class Forwarder {
+public:
+    Forwarder(const ForwardOptions& options, HANDLE stopEvent)
+        : options_(options), stop_(stopEvent), cursors_(options.stateFolder), link_(options.url, options.caFile) {
+        status_.collector = options.url.text;
+    }
+
+    int Run();
+
+private:
+    struct Source {
+        FollowedLog log;
+        std::unique_ptr<LogFollower> follower;
+        LogPosition committed;
+        std::string lastStamp, committedStamp;
+    };
+
+    void AddNewLogs(bool atStart);
+    std::vector<std::string> Gather();
+    void Commit();
+    void Rewind();
+    void SetState(const std::string& state);
+    void SaveStatus(bool now);
+    bool StopRequested(DWORD waitMs) const { return WaitForSingleObject(stop_, waitMs) == WAIT_OBJECT_0; }
+
+    ForwardOptions options_;
+    HANDLE stop_;
+    CursorStore cursors_;
+    CollectorLink link_;
+    std::string hostName_ = MachineName();
+    std::vector<Source> sources_;
+    ForwardStatus status_;
+    ULONGLONG statusSaved_ = 0;
+};
+
+// A log found at start goes on from its saved cursor, or from its end when
+// it has none (what was there before is not forwarded); a log that appears
+// later is new, so all of it is forwarded.
+void Forwarder::AddNewLogs(bool atStart) {
+    for (FollowedLog& log : SelectLogs(options_.selection)) {
+        const auto known = std::find_if(sources_.begin(), sources_.end(),
+                                        [&](const Source& s) { return s.log.identity.fileName == log.identity.fileName; });
+        if (known != sources_.end()) continue;
+        Source source{log, std::make_unique<LogFollower>(log.chain), {}, {}, {}};
+        LogPosition saved;
+        if (cursors_.Load(log.identity.fileName, saved)) source.follower->Resume(saved);
+        else if (atStart) source.follower->Start(0);
+        source.committed = source.follower->position();
+        cursors_.Save(log.identity.fileName, source.committed);
+        status_.logs.push_back(log.chain.front());
+        fprintf(stderr, "kvdiag: forwarding %s\n", log.chain.front().c_str());
+        sources_.push_back(std::move(source));
+    }
+}
+
+std::vector<std::string> Forwarder::Gather() {
+    std::vector<std::string> messages;
+    for (Source& source : sources_) {
+        bool gap = false;
+        const std::vector<std::string> lines = source.follower->Poll(gap);
+        if (gap) {
+            ++status_.gaps;
+            fprintf(stderr, "kvdiag: %s rolled past its history files while unread; lines are missing\n",
+                    source.log.chain.front().c_str());
+        }
+        for (const LogEntry& entry : GroupEntries(lines, source.lastStamp))
+            messages.push_back(SyslogMessage(source.log.identity, hostName_, entry));
+    }
+    return messages;
+}
+
+void Forwarder::Commit() {
+    for (Source& source : sources_) {
+        source.committed = source.follower->position();
+        source.committedStamp = source.lastStamp;
+        if (!cursors_.Save(source.log.identity.fileName, source.committed))
+            fprintf(stderr, "kvdiag: cannot save the cursor of %s in %s\n", source.log.identity.fileName.c_str(),
+                    cursors_.folder().c_str());
+    }
+}
+
+void Forwarder::Rewind() {
+    for (Source& source : sources_) {
+        source.follower->Resume(source.committed);
+        source.lastStamp = source.committedStamp;
+    }
+}
+
+void Forwarder::SetState(const std::string& state) {
+    if (state == status_.state) return;
+    status_.state = state;
+    fprintf(stderr, "kvdiag: collector %s: %s\n", options_.url.text.c_str(), state.c_str());
+    SaveStatus(true);
+}
+
+void Forwarder::SaveStatus(bool now) {
+    if (!now && GetTickCount64() - statusSaved_ < kStatusMs) return;
+    WriteForwardStatus(options_.stateFolder, status_);
+    statusSaved_ = GetTickCount64();
+}
+
+int Forwarder::Run() {
+    if (!CreateFolderTree(options_.stateFolder)) {
+        fprintf(stderr, "kvdiag: cannot create the state folder %s\n", options_.stateFolder.c_str());
+        return 1;
+    }
+    WinsockUse winsock;
+    if (!winsock.ok()) {
+        fprintf(stderr, "kvdiag: Windows sockets are not available\n");
+        return 1;
+    }
+    AddNewLogs(true);
+    const bool rescan = options_.selection.allComponents || options_.selection.system || options_.selection.apps;
+    if (sources_.empty() && !rescan) {
+        fprintf(stderr, "kvdiag: the log folder cannot be found or created\n");
+        return 1;
+    }
+    const ULONGLONG started = GetTickCount64();
+    ULONGLONG lastRescan = started;
+    DWORD retryMs = kFirstRetryMs;
+    bool pending = false;  // a batch sent, not yet known to be taken
+    for (;;) {
+        if (link_.connected() && !link_.Alive()) {
+            Rewind();
+            SetState("unreachable: the collector closed the connection");
+        } else if (pending && link_.connected()) {
+            Commit();
+        }
+        pending = false;
+        if (StopRequested(0) || (options_.seconds > 0 && double(GetTickCount64() - started) >= options_.seconds * 1000))
+            break;
+        if (rescan && GetTickCount64() - lastRescan >= kRescanMs) {
+            AddNewLogs(false);
+            lastRescan = GetTickCount64();
+        }
+        std::string error;
+        if (!link_.connected()) {
+            if (!link_.Connect(error)) {
+                SetState("unreachable: " + error);
+                if (StopRequested(retryMs)) break;
+                retryMs = std::min(retryMs * 2, kLastRetryMs);
+                continue;
+            }
+            retryMs = kFirstRetryMs;
+            SetState("connected");
+        }
+        const std::vector<std::string> messages = Gather();
+        if (!messages.empty()) {
+            if (!link_.Send(messages, error)) {
+                Rewind();
+                SetState("unreachable: " + error);
+                continue;
+            }
+            status_.messages += messages.size();
+            ++status_.batches;
+            pending = options_.url.stream();
+            if (!pending) Commit();  // UDP: sent is all anyone will know
+        }
+        SaveStatus(false);
+        StopRequested(kPollMs);
+    }
+    link_.Close();
+    status_.state = "stopped";
+    SaveStatus(true);
+    return 0;
+}
+
+}  // namespace
+
+int RunForwarder(const ForwardOptions& options, HANDLE stopEvent) { return Forwarder(options, stopEvent).Run(); }
+
+int RunForwardCommand(const std::vector<std::string>& args, HANDLE stopEvent) {
+    ForwardOptions options;
+    std::string error;
+    if (!ParseForwardOptions(args, options, error)) {
+        fprintf(stderr, "kvdiag: %s\nusage: kvdiag %s\n       kvdiag forward --status [--state FOLDER]\n", error.c_str(),
+                kForwardUsage);
+        return 2;
+    }
+    if (options.status) return PrintForwardStatus(options.stateFolder);
+    const IniStatus ini = ValidateProductIni(options.ini.empty() ? nullptr : options.ini.c_str());
+    if (!ini.valid) {
+        fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", ini.reason.c_str());
+        return 1;
+    }
+    return RunForwarder(options, stopEvent);
+}
+
+}  // namespace kvdiag

@@ -1,0 +1,175 @@
+#include "service/windows_service.h"
+
+#include <windows.h>
+#include <stdio.h>
+
+#include "forward/forward_options.h"
+#include "forward/forwarder.h"
+
+namespace kvdiag {
+
+namespace {
+
+constexpr DWORD kStopWaitMs = 30000;
+
+struct ScHandle {
+    SC_HANDLE handle;
+    explicit ScHandle(SC_HANDLE h) : handle(h) {}
+    ~ScHandle() {
+        if (handle) CloseServiceHandle(handle);
+    }
+    ScHandle(const ScHandle&) = delete;
+    ScHandle& operator=(const ScHandle&) = delete;
+};
+
+// One argument as the C runtime splits a command line back into argv.
+std::string QuoteArgument(const std::string& arg) {
+    if (!arg.empty() && arg.find_first_of(" \t\"") == std::string::npos) return arg;
+    std::string quoted = "\"";
+    size_t backslashes = 0;
+    for (char c : arg) {
+        if (c == '\\') {
+            ++backslashes;
+            continue;
+        }
+        quoted.append(c == '"' ? 2 * backslashes + 1 : backslashes, '\\');
+        backslashes = 0;
+        quoted += c;
+    }
+    return quoted.append(2 * backslashes, '\\') + "\"";
+}
+
+// The service starts in the system folder: paths given relative to where
+// install ran are made full.
+std::vector<std::string> WithFullPaths(std::vector<std::string> args) {
+    for (size_t i = 0; i + 1 < args.size(); ++i) {
+        if (args[i] != "--ca" && args[i] != "--state" && args[i] != "--ini") continue;
+        char full[MAX_PATH];
+        const DWORD n = GetFullPathNameA(args[i + 1].c_str(), sizeof full, full, nullptr);
+        if (n && n < sizeof full) args[i + 1] = full;
+        ++i;
+    }
+    return args;
+}
+
+std::string ErrorText(const char* what) { return std::string(what) + " (error " + std::to_string(GetLastError()) + ")"; }
+
+// The running service's state, shared with the control handler.
+SERVICE_STATUS_HANDLE statusHandle = nullptr;
+SERVICE_STATUS status{};
+HANDLE stopEvent = nullptr;
+std::vector<std::string> serviceArgs;
+
+void Report(DWORD state, DWORD exitCode = 0, DWORD waitHintMs = 0) {
+    status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+    status.dwCurrentState = state;
+    status.dwControlsAccepted = state == SERVICE_RUNNING ? SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN : 0;
+    status.dwWin32ExitCode = exitCode ? ERROR_SERVICE_SPECIFIC_ERROR : NO_ERROR;
+    status.dwServiceSpecificExitCode = exitCode;
+    status.dwWaitHint = waitHintMs;
+    ++status.dwCheckPoint;
+    SetServiceStatus(statusHandle, &status);
+}
+
+DWORD WINAPI OnControl(DWORD control, DWORD, void*, void*) {
+    if (control == SERVICE_CONTROL_STOP || control == SERVICE_CONTROL_SHUTDOWN) {
+        Report(SERVICE_STOP_PENDING, 0, kStopWaitMs);
+        SetEvent(stopEvent);
+        return NO_ERROR;
+    }
+    return control == SERVICE_CONTROL_INTERROGATE ? NO_ERROR : ERROR_CALL_NOT_IMPLEMENTED;
+}
+
+void WINAPI ServiceMain(DWORD, char**) {
+    statusHandle = RegisterServiceCtrlHandlerExA(kServiceName, OnControl, nullptr);
+    if (!statusHandle) return;
+    stopEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    Report(SERVICE_RUNNING);
+    const int code = RunForwardCommand(serviceArgs, stopEvent);
+    Report(SERVICE_STOPPED, DWORD(code));
+}
+
+}  // namespace
+
+int InstallForwardService(const std::vector<std::string>& forwardArgs) {
+    ForwardOptions options;
+    std::string error;
+    if (!ParseForwardOptions(forwardArgs, options, error) || options.status) {
+        fprintf(stderr, "kvdiag: %s\nusage: kvdiag service install %s\n", options.status ? "--status is not a service" : error.c_str(),
+                kForwardUsage);
+        return 2;
+    }
+    char self[MAX_PATH];
+    const DWORD n = GetModuleFileNameA(nullptr, self, sizeof self);
+    if (!n || n >= sizeof self) {
+        fprintf(stderr, "kvdiag: %s\n", ErrorText("cannot find kvdiag's own path").c_str());
+        return 1;
+    }
+    std::string commandLine = QuoteArgument(self) + " service run forward";
+    for (const std::string& arg : WithFullPaths(forwardArgs)) commandLine += " " + QuoteArgument(arg);
+    ScHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CREATE_SERVICE));
+    if (!manager.handle) {
+        fprintf(stderr, "kvdiag: %s; run as an administrator\n", ErrorText("cannot open the service manager").c_str());
+        return 1;
+    }
+    // LocalSystem, started at boot whether or not anyone logs in.
+    ScHandle service(CreateServiceA(manager.handle, kServiceName, "KvDebugHelp log forwarder", SERVICE_ALL_ACCESS,
+                                    SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START, SERVICE_ERROR_NORMAL,
+                                    commandLine.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
+    if (!service.handle) {
+        const bool exists = GetLastError() == ERROR_SERVICE_EXISTS;
+        fprintf(stderr, "kvdiag: %s\n", exists ? "the service is installed already; kvdiag service remove takes it away"
+                                                 : ErrorText("cannot create the service").c_str());
+        return 1;
+    }
+    SERVICE_DESCRIPTIONA description{const_cast<char*>("Forwards the KvDebugHelp logs of this station to the syslog collector.")};
+    ChangeServiceConfig2A(service.handle, SERVICE_CONFIG_DESCRIPTION, &description);
+    // A forwarder that dies is started again a little later; its cursors let it go on.
+    SC_ACTION restart{SC_ACTION_RESTART, 10000};
+    SERVICE_FAILURE_ACTIONSA failure{86400, nullptr, nullptr, 1, &restart};
+    ChangeServiceConfig2A(service.handle, SERVICE_CONFIG_FAILURE_ACTIONS, &failure);
+    printf("installed service %s: %s\nit starts at the next boot, or now with: net start %s\n", kServiceName,
+           commandLine.c_str(), kServiceName);
+    return 0;
+}
+
+int RemoveForwardService() {
+    ScHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
+    if (!manager.handle) {
+        fprintf(stderr, "kvdiag: %s; run as an administrator\n", ErrorText("cannot open the service manager").c_str());
+        return 1;
+    }
+    ScHandle service(OpenServiceA(manager.handle, kServiceName, SERVICE_STOP | SERVICE_QUERY_STATUS | DELETE));
+    if (!service.handle) {
+        fprintf(stderr, "kvdiag: %s\n", GetLastError() == ERROR_SERVICE_DOES_NOT_EXIST ? "the service is not installed"
+                                                                                        : ErrorText("cannot open the service").c_str());
+        return 1;
+    }
+    SERVICE_STATUS state{};
+    if (ControlService(service.handle, SERVICE_CONTROL_STOP, &state)) {
+        // Waits for the forwarder to save its cursors and end.
+        for (DWORD waited = 0; waited < kStopWaitMs && QueryServiceStatus(service.handle, &state) &&
+                               state.dwCurrentState != SERVICE_STOPPED;
+             waited += 100)
+            Sleep(100);
+        if (state.dwCurrentState != SERVICE_STOPPED) fprintf(stderr, "kvdiag: the service did not stop in time\n");
+    }
+    if (!DeleteService(service.handle)) {
+        fprintf(stderr, "kvdiag: %s\n", ErrorText("cannot remove the service").c_str());
+        return 1;
+    }
+    printf("removed service %s\n", kServiceName);
+    return 0;
+}
+
+int RunForwardService(const std::vector<std::string>& forwardArgs) {
+    serviceArgs = forwardArgs;
+    SERVICE_TABLE_ENTRYA table[] = {{const_cast<char*>(kServiceName), ServiceMain}, {nullptr, nullptr}};
+    if (StartServiceCtrlDispatcherA(table)) return int(status.dwServiceSpecificExitCode);
+    fprintf(stderr, "kvdiag: %s\n", GetLastError() == ERROR_FAILED_SERVICE_CONTROLLER_CONNECT
+                                        ? "service run is started by the service manager; use kvdiag forward in a console"
+                                        : ErrorText("the service dispatcher did not start").c_str());
+    return 1;
+}
+
+}  // namespace kvdiag
