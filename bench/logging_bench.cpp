@@ -278,4 +278,11 @@ KV_BENCH(logging_calls) {
         OutputDebugStringA((std::string("kvbench: ") + w.name + " end").c_str());
     }
     kvbench::Report("100 lines per writer between markers", "count the calls under WINEDEBUG=+relay");
+    char stamp[32];
+    const double stampNanos = kvbench::NanosPerOp(
+        [&](int64_t n) {
+            for (int64_t i = 0; i < n; ++i) GetDateTimeString(stamp, nullptr);
+        },
+        200000);
+    kvbench::Report("GetDateTimeString, per call", std::to_string(int(stampNanos)) + " ns");
 }
