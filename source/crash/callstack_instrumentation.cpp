@@ -1,5 +1,5 @@
 // Allocation instrumentation: the switches, the real source location of an
-// allocation (cached per stack hash), the allocation watcher and the
+// allocation (cached per return address), the allocation watcher and the
 // symbolic stack with the script engine's own stack.
 #include <stdio.h>
 #include <stdlib.h>
