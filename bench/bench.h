@@ -23,6 +23,14 @@ double Compare(const std::string& figure, const std::function<void(int64_t)>& su
                const std::function<void(int64_t)>& baseline, int64_t iterations, double target = 0,
                double* subjectNanos = nullptr, int rounds = 7);
 
+// Compare, with a peer (another library's way of doing what the subject does)
+// timed in the same alternating rounds; the peer's time and its ratio to the
+// baseline are printed beside the subject's. Returns subject / baseline.
+double CompareWithPeer(const std::string& figure, const std::function<void(int64_t)>& subject,
+                       const std::function<void(int64_t)>& baseline, const std::string& peerName,
+                       const std::function<void(int64_t)>& peer, int64_t iterations, double target = 0,
+                       int rounds = 7);
+
 // Prints a row with a free-form value (lines per second, a longest call, ...).
 void Report(const std::string& figure, const std::string& value);
 

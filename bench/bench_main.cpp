@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <vector>
 
 #include "bench.h"
@@ -48,21 +49,49 @@ double NanosPerOp(const std::function<void(int64_t)>& body, int64_t iterations, 
     return best;
 }
 
+namespace {
+
+struct Timed {
+    const std::function<void(int64_t)>* body;
+    double best = 1e300;
+};
+
+// Alternating rounds over every side after one warm-up each (caches, files,
+// lazy set-up); the fastest round of each side counts.
+void TimeAlternating(std::initializer_list<Timed*> sides, int64_t iterations, int rounds) {
+    for (Timed* side : sides) (*side->body)(iterations / 10 + 1);
+    for (int r = 0; r < rounds; ++r)
+        for (Timed* side : sides) side->best = std::min(side->best, NanosPerOp(*side->body, iterations, 1));
+}
+
+std::string Verdict(double ratio, double target) {
+    char verdict[48] = "";
+    if (target > 0) snprintf(verdict, sizeof verdict, "%s (target <= %.2f)", ratio <= target ? "ok" : "OVER", target);
+    return verdict;
+}
+
+}  // namespace
+
 double Compare(const std::string& figure, const std::function<void(int64_t)>& subject,
                const std::function<void(int64_t)>& baseline, int64_t iterations, double target,
                double* subjectNanos, int rounds) {
-    subject(iterations / 10 + 1);  // warm caches, files and lazy set-up
-    baseline(iterations / 10 + 1);
-    double s = 1e300, b = 1e300;
-    for (int r = 0; r < rounds; ++r) {
-        s = std::min(s, NanosPerOp(subject, iterations, 1));
-        b = std::min(b, NanosPerOp(baseline, iterations, 1));
-    }
-    const double ratio = s / b;
-    if (subjectNanos) *subjectNanos = s;
-    char verdict[48] = "";
-    if (target > 0) snprintf(verdict, sizeof verdict, "%s (target <= %.2f)", ratio <= target ? "ok" : "OVER", target);
-    printf("| %-58s | %9.1f ns | %9.1f ns | %6.2f | %s\n", figure.c_str(), s, b, ratio, verdict);
+    Timed s{&subject}, b{&baseline};
+    TimeAlternating({&s, &b}, iterations, rounds);
+    const double ratio = s.best / b.best;
+    if (subjectNanos) *subjectNanos = s.best;
+    printf("| %-58s | %9.1f ns | %9.1f ns | %6.2f | %s\n", figure.c_str(), s.best, b.best, ratio,
+           Verdict(ratio, target).c_str());
+    return ratio;
+}
+
+double CompareWithPeer(const std::string& figure, const std::function<void(int64_t)>& subject,
+                       const std::function<void(int64_t)>& baseline, const std::string& peerName,
+                       const std::function<void(int64_t)>& peer, int64_t iterations, double target, int rounds) {
+    Timed s{&subject}, b{&baseline}, p{&peer};
+    TimeAlternating({&s, &b, &p}, iterations, rounds);
+    const double ratio = s.best / b.best;
+    printf("| %-58s | %9.1f ns | %9.1f ns | %6.2f | %s | peer %s %.1f ns, %.2f\n", figure.c_str(), s.best, b.best,
+           ratio, Verdict(ratio, target).c_str(), peerName.c_str(), p.best, p.best / b.best);
     return ratio;
 }
 

@@ -256,3 +256,33 @@ KV_BENCH(logging) {
     CloseLog(kept);
     CloseLog(reopened);
 }
+
+// Where a line's time goes: 100 lines through each writer between markers.
+// Run alone under Wine's relay trace to count the system calls per line:
+//   WINEDEBUG=+relay build/wine-run.sh build/bin/kvbench.exe logging_calls
+// and count the calls between "kvbench: <writer> begin" and "... end".
+KV_BENCH(logging_calls) {
+    PrepareInstallation();
+    const std::string peerPath = kvbench::ScratchFolder() + "\\Logs\\spdlog.calls.log";
+    const bool peer = kvbench::OpenSpdlogPeer(peerPath.c_str());
+    LogLine();  // opens the file and warms each side's caches
+    if (peer) PeerLine();
+    const struct {
+        const char* name;
+        void (*line)();
+    } writers[] = {{"DbgLogWrite", LogLine}, {"spdlog", PeerLine}};
+    for (const auto& w : writers) {
+        if (w.line == PeerLine && !peer) continue;
+        OutputDebugStringA((std::string("kvbench: ") + w.name + " begin").c_str());
+        for (int i = 0; i < 100; ++i) w.line();
+        OutputDebugStringA((std::string("kvbench: ") + w.name + " end").c_str());
+    }
+    kvbench::Report("100 lines per writer between markers", "count the calls under WINEDEBUG=+relay");
+    char stamp[32];
+    const double stampNanos = kvbench::NanosPerOp(
+        [&](int64_t n) {
+            for (int64_t i = 0; i < n; ++i) GetDateTimeString(stamp, nullptr);
+        },
+        200000);
+    kvbench::Report("GetDateTimeString, per call", std::to_string(int(stampNanos)) + " ns");
+}

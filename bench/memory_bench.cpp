@@ -2,9 +2,14 @@
 // same run.
 #include <windows.h>
 #include <stdio.h>
+#include <errno.h>
+#include <stdint.h>
 #include <string.h>
 
+#include <algorithm>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "KvDebugHelp.h"
@@ -94,6 +99,38 @@ KV_BENCH(memory_guarded) {
     DbgHlpSetDebugMode(0);
 }
 
+namespace {
+
+constexpr int kFirstTimeSites = 24;
+
+double Microseconds() {
+    LARGE_INTEGER f, t;
+    QueryPerformanceFrequency(&f);
+    QueryPerformanceCounter(&t);
+    return double(t.QuadPart) * 1e6 / double(f.QuadPart);
+}
+
+// A call site of its own per instantiation; the store keeps identical
+// functions from being folded into one.
+template <int N>
+__attribute__((noinline)) double TimeSite() {
+    const double start = Microseconds();
+    char* p = static_cast<char*>(osMemAlloc(32, 0));
+    const double elapsed = Microseconds() - start;
+    *static_cast<volatile char*>(p) = char(N);
+    osMemFree(p);
+    return elapsed;
+}
+
+template <int... N>
+std::vector<double> FirstTimeSites(std::integer_sequence<int, N...>) {
+    std::vector<double> times{TimeSite<N>()...};
+    std::sort(times.begin(), times.end());
+    return times;
+}
+
+}  // namespace
+
 KV_BENCH(memory_instrumented) {
     CaptureFn capture = Capture();
     EnableCallStackAndAllocationInstrumentation(0, 2, const_cast<char*>(""), 0);
@@ -104,48 +141,78 @@ KV_BENCH(memory_instrumented) {
             for (int64_t i = 0; i < n; ++i) capture(0, 40, frames, nullptr);
         },
         2000, 1.3, nullptr, 41);
-    // A first-time site: each call resolves a new stack through the symbol
-    // handler. Distinct stacks come from distinct return addresses in a table
-    // of call sites, so only a few are available: time them once.
-    LARGE_INTEGER f, a, b;
-    QueryPerformanceFrequency(&f);
-    QueryPerformanceCounter(&a);
-    void* p = osMemAlloc(32, 0);
-    QueryPerformanceCounter(&b);
-    osMemFree(p);
-    kvbench::Report("instrumented allocation, first-time site",
-                    std::to_string((b.QuadPart - a.QuadPart) * 1000000 / f.QuadPart) + " us");
+    // First-time sites: each resolves a new stack, and a new return address,
+    // through the symbol handler; each site is timed once.
+    const std::vector<double> firstTimes = FirstTimeSites(std::make_integer_sequence<int, kFirstTimeSites>());
+    HANDLE heap = GetProcessHeap();
+    const double heapPair = kvbench::NanosPerOp([=](int64_t n) { HeapPair(heap, 32, n); }, 100000);
+    char value[160];
+    snprintf(value, sizeof value, "%.1f us median, %.1f - %.1f us over %d sites (peer HeapAlloc/HeapFree %.2f us)",
+             firstTimes[firstTimes.size() / 2], firstTimes.front(), firstTimes.back(), kFirstTimeSites,
+             heapPair / 1000);
+    kvbench::Report("instrumented allocation, first-time site (target < 50 us)", value);
     EnableCallStackAndAllocationInstrumentation(0, 0, const_cast<char*>(""), 0);
 }
 
+namespace {
+
+// An Annex K style checked copy (memcpy_s) as a C runtime would have it, out
+// of line: the peer of the checked copies.
+__attribute__((noinline)) int AnnexKCopy(void* dst, size_t dstSize, const void* src, size_t count) {
+    constexpr size_t kMaxSize = SIZE_MAX >> 1;
+    if (count == 0) return 0;
+    if (!dst || dstSize > kMaxSize) return EINVAL;
+    if (!src || count > dstSize) {
+        memset(dst, 0, dstSize);
+        return src ? ERANGE : EINVAL;
+    }
+    memcpy(dst, src, count);
+    return 0;
+}
+
+// One copy of kSize bytes through fn(dst, src, kSize) per iteration; the
+// barrier keeps the compiler from dropping or merging the copies. The size is
+// a constant, so the memcpy baseline is what the compiler makes of it (at 64
+// bytes four inline 16-byte moves).
+template <uint32_t kSize, typename CopyFn>
+std::function<void(int64_t)> Copies(char* dst, const char* src, CopyFn fn) {
+    return [=](int64_t n) {
+        for (int64_t i = 0; i < n; ++i) {
+            fn(dst, src, kSize);
+            asm volatile("" ::"r"(dst) : "memory");
+        }
+    };
+}
+
+template <uint32_t kSize>
+void CopyRows(char* dst, char* block, const char* src) {
+    const auto plain = [](char* d, const char* s, uint32_t size) { memcpy(d, s, size); };
+    const auto annexK = [](char* d, const char* s, uint32_t size) { AnnexKCopy(d, size, s, size); };
+    const auto checked = [](char* d, const char* s, uint32_t size) { MemSafeCopy(d, s, size, size); };
+    const auto kv = [](char* d, const char* s, uint32_t size) { KvMemSafeCopy(d, s, size); };
+    // A 64-byte copy takes nanoseconds: many short rounds, so that a quiet
+    // moment of the shared machine falls in some of each side's rounds.
+    const double target = kSize <= 64 ? 3.0 : 1.1;
+    const int64_t iterations = kSize <= 64 ? 200000 : 40000000 / kSize;
+    const int rounds = kSize <= 64 ? 101 : 15;
+    const std::string bytes = std::to_string(kSize) + " B";
+    kvbench::CompareWithPeer("MemSafeCopy " + bytes + " vs memcpy", Copies<kSize>(dst, src, checked),
+                             Copies<kSize>(dst, src, plain), "memcpy_s", Copies<kSize>(dst, src, annexK), iterations,
+                             target, rounds);
+    kvbench::CompareWithPeer("KvMemSafeCopy " + bytes + " vs memcpy", Copies<kSize>(block, src, kv),
+                             Copies<kSize>(block, src, plain), "memcpy_s", Copies<kSize>(block, src, annexK),
+                             iterations, target, rounds);
+}
+
+}  // namespace
+
 KV_BENCH(memory_safe_copy) {
-    char src[64], dst[64];
-    memset(src, 'a', sizeof src);
-    char* block = static_cast<char*>(osMemAlloc(64, 0));
-    kvbench::Compare(
-        "MemSafeCopy 64 B vs memcpy",
-        [&](int64_t n) {
-            for (int64_t i = 0; i < n; ++i) MemSafeCopy(dst, src, 64, 64);
-        },
-        [&](int64_t n) {
-            for (int64_t i = 0; i < n; ++i) {
-                memcpy(dst, src, 64);
-                asm volatile("" ::"r"(dst) : "memory");
-            }
-        },
-        2000000);
-    kvbench::Compare(
-        "KvMemSafeCopy 64 B vs memcpy",
-        [&](int64_t n) {
-            for (int64_t i = 0; i < n; ++i) KvMemSafeCopy(block, src, 64);
-        },
-        [&](int64_t n) {
-            for (int64_t i = 0; i < n; ++i) {
-                memcpy(block, src, 64);
-                asm volatile("" ::"r"(block) : "memory");
-            }
-        },
-        2000000);
+    constexpr uint32_t kLargest = 65536;
+    std::vector<char> src(kLargest, 'a'), dst(kLargest);
+    char* block = static_cast<char*>(osMemAlloc(kLargest, 0));
+    CopyRows<64>(dst.data(), block, src.data());
+    CopyRows<4096>(dst.data(), block, src.data());
+    CopyRows<65536>(dst.data(), block, src.data());
     osMemFree(block);
 }
 

@@ -1,5 +1,5 @@
 // Allocation instrumentation: the switches, the real source location of an
-// allocation (cached per stack hash), the allocation watcher and the
+// allocation (cached per return address), the allocation watcher and the
 // symbolic stack with the script engine's own stack.
 #include <stdio.h>
 #include <stdlib.h>
@@ -18,6 +18,9 @@ namespace kv {
 namespace {
 
 constexpr int kMaxFrames = 40;
+// Frames captured first for a location: the site is nearly always among them,
+// and under Wine each frame unwound costs about a microsecond.
+constexpr int kFirstFrames = 8;
 constexpr int kMaxSkipFragments = 19;
 constexpr size_t kFragmentRoom = 32;
 constexpr int kPoolEntries = 1000;
@@ -43,7 +46,18 @@ struct Location {
     const char* file;
     uint32_t line;
 };
-std::unordered_map<ULONG, Location> LocationCache;
+
+// What one return address contributes to a location, asked of the symbol
+// handler once per address: a frame without line information, or whose file
+// is in the skip list, is passed over; any other decides the location (none
+// when its name found no room in the pool or its line is 0). Keyed by
+// address rather than by the hash of a whole stack, a new stack costs a
+// lookup only for the addresses it has not shown before.
+struct FrameSite {
+    bool decides;
+    Location location;
+};
+std::unordered_map<const void*, FrameSite> SiteCache;
 
 // Interned file names live until the process ends: trailers point at them.
 char NamePool[kPoolEntries][kNameRoom];
@@ -97,21 +111,31 @@ const char* InternName(const char* name) {
     return result;
 }
 
-// The first frame with line information outside the skip list.
-bool FindLocation(uint16_t count, Location& found) {
-    for (uint16_t i = 0; i < count; ++i) {
-        const char* file;
-        uint32_t line;
-        if (!SourceLineOf(Frames[i], file, line)) continue;
-        if (InSkipList(file)) continue;
+FrameSite SiteOf(const void* frame) {
+    const auto cached = SiteCache.find(frame);
+    if (cached != SiteCache.end()) return cached->second;
+    FrameSite site{false, {nullptr, 0}};
+    const char* file;
+    uint32_t line;
+    if (SourceLineOf(const_cast<void*>(frame), file, line) && !InSkipList(file)) {
         // The pool form: the last 31 characters, and a leading "*" that marks
         // a name that may have been cut.
         char name[kNameRoom] = {};
         KeepTail(name, kNameRoom, file);
         if (strlen(name) > 1) name[0] = '*';
         const char* interned = InternName(name);
-        if (!interned || line == 0) return false;
-        found = Location{interned, line};
+        site = {true, interned && line != 0 ? Location{interned, line} : Location{nullptr, 0}};
+    }
+    SiteCache.emplace(frame, site);
+    return site;
+}
+
+// The location that frames [from, count) decide; false when none decides.
+bool FindLocation(uint16_t from, uint16_t count, Location& found) {
+    for (uint16_t i = from; i < count; ++i) {
+        const FrameSite site = SiteOf(Frames[i]);
+        if (!site.decides) continue;
+        found = site.location;
         return true;
     }
     return false;
@@ -141,6 +165,7 @@ void EnableCallStackAndAllocationInstrumentation(int callStacks, int allocationM
     const bool active = callStacks || lookupMode;
     if (active) {
         SplitSkipList(skipList && *skipList ? skipList : DefaultSkipList);
+        SiteCache.clear();  // what a frame decides depends on the skip list
         InitializeSymbols();
     }
     const bool ready = Instrumentation.symbolsReady;
@@ -178,14 +203,12 @@ uint32_t GetActualAllocationLocation(uint32_t skip, const char* file, uint32_t l
         return 0;
     }
     CallStackLockScope lock;
-    ULONG hash = 0;
-    const uint16_t count = Capture(skip + 1, kMaxFrames, Frames, &hash);
+    // An armed watcher logs whole stacks, so it gets all frames at once.
+    uint16_t count = Capture(skip + 1, Watch.armed ? kMaxFrames : kFirstFrames, Frames);
     Location found{nullptr, 0};
-    const auto cached = LocationCache.find(hash);
-    if (cached != LocationCache.end()) {
-        found = cached->second;
-    } else if (FindLocation(count, found)) {
-        LocationCache.emplace(hash, found);
+    if (!FindLocation(0, count, found) && count == kFirstFrames) {
+        count = Capture(skip + 1, kMaxFrames, Frames);
+        FindLocation(kFirstFrames, count, found);
     }
     const char* resultFile = found.file;
     if (!found.file) {

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "KvLogging.h"
+#include "memory/short_copy.h"
 #include "memory/winmem_internal.h"
 #include "memory/winmem_report.h"
 #include "memory/winmem_state.h"
@@ -55,6 +56,35 @@ bool CheckedRoom(const void* dst, uint32_t& room) {
     }
     room = DbgMemAllocLen(const_cast<void*>(dst));
     return true;
+}
+
+// The room of a live allocator block without any report: the Valid answer of
+// ClassifyPointer and the length of DbgMemAllocLen in a few loads, for the
+// fast path of the checked variants. Anything else takes the slow path, which
+// classifies the pointer again and reports it.
+__attribute__((always_inline)) inline bool LiveRoom(const void* dst, uint32_t& room) {
+    if (GuardedMode()) {
+        const DbgMemElement* e = ElementOf(dst);
+        if (reinterpret_cast<uintptr_t>(e) == 0 || e->magic != kElementMagic) return false;
+        room = e->size;
+        return true;
+    }
+    const char* p = static_cast<const char*>(dst);
+    if (reinterpret_cast<uintptr_t>(p) == kShortHeaderBytes || ReadU32(p - 4) != kShortMagic) return false;
+    const uint32_t size = ReadU32(p - 8);
+    const uint32_t trailer = ReadU32(p + size);
+    room = size;
+    return trailer == kPlainTrailer || trailer == kInstrumentedTrailer;
+}
+
+__attribute__((always_inline)) inline bool Fits(const void* dst, const void* src, uint32_t count, uint32_t room) {
+    return dst && src && count != 0 && count <= room;
+}
+
+// Fits the room of dst, which must be a live allocator block.
+__attribute__((always_inline)) inline bool FitsBlock(void* dst, const void* src, uint32_t count) {
+    uint32_t room = 0;
+    return dst && LiveRoom(dst, room) && Fits(dst, src, count, room);
 }
 
 void Copy(const char* line, void* dst, const void* src, uint32_t count, uint32_t room, bool checked) {
@@ -122,6 +152,21 @@ char* StringCopy(const char* line, char* invalidText, char* dst, const char* src
     return dst;
 }
 
+// The exported functions' refusals, cuts and reports, out of line with the
+// exported arguments only: each fast path then needs no stack frame.
+__attribute__((noinline)) void MemSafeCopySlow(void* dst, const void* src, uint32_t count, uint32_t limit) {
+    Copy("MemSafeCopy error:dst=0x%p %s,src=0x%p %s,count=%ld,limit=%ld\n", dst, src, count, limit, false);
+}
+__attribute__((noinline)) void KvMemSafeCopySlow(void* dst, const void* src, uint32_t count) {
+    Copy("KVMemSafeCopy error:dst=0x%p %s,,src=0x%p %s,count=%ld,limit=%ld\n", dst, src, count, 0, true);
+}
+__attribute__((noinline)) void MemSafeMoveSlow(void* dst, const void* src, uint32_t count, uint32_t limit) {
+    Move("MemSafeMove error:dst=0x%p %s,src=0x%p %s,count=%ld,limit=%ld\n", dst, src, count, limit, false);
+}
+__attribute__((noinline)) void KvMemSafeMoveSlow(void* dst, const void* src, uint32_t count) {
+    Move("KVMemSafeMove error:dst=0x%p %s,src=0x%p %s,count=%ld,limit=%ld\n", dst, src, count, 0, true);
+}
+
 char StrSafeCopyInvalid[] = "StrSafeCopy: invalid destination pointer";
 char KvStrSafeCopyInvalid[] = "KvStrSafeCopy: invalid destination pointer";
 
@@ -137,19 +182,23 @@ DbgHlpInvalidParameterHandler DbgHlpSetInvalidParameterHandler(DbgHlpInvalidPara
 }
 
 void MemSafeCopy(void* dst, const void* src, uint32_t count, uint32_t limit) {
-    kv::Copy("MemSafeCopy error:dst=0x%p %s,src=0x%p %s,count=%ld,limit=%ld\n", dst, src, count, limit, false);
+    if (kv::Fits(dst, src, count, limit)) return kv::CopyBytes<false>(dst, src, count);
+    kv::MemSafeCopySlow(dst, src, count, limit);
 }
 
 void KvMemSafeCopy(void* dst, const void* src, uint32_t count) {
-    kv::Copy("KVMemSafeCopy error:dst=0x%p %s,,src=0x%p %s,count=%ld,limit=%ld\n", dst, src, count, 0, true);
+    if (kv::FitsBlock(dst, src, count)) return kv::CopyBytes<false>(dst, src, count);
+    kv::KvMemSafeCopySlow(dst, src, count);
 }
 
 void MemSafeMove(void* dst, const void* src, uint32_t count, uint32_t limit) {
-    kv::Move("MemSafeMove error:dst=0x%p %s,src=0x%p %s,count=%ld,limit=%ld\n", dst, src, count, limit, false);
+    if (kv::Fits(dst, src, count, limit)) return kv::CopyBytes<true>(dst, src, count);
+    kv::MemSafeMoveSlow(dst, src, count, limit);
 }
 
 void KvMemSafeMove(void* dst, const void* src, uint32_t count) {
-    kv::Move("KVMemSafeMove error:dst=0x%p %s,src=0x%p %s,count=%ld,limit=%ld\n", dst, src, count, 0, true);
+    if (kv::FitsBlock(dst, src, count)) return kv::CopyBytes<true>(dst, src, count);
+    kv::KvMemSafeMoveSlow(dst, src, count);
 }
 
 void MemSafeSet(void* dst, uint8_t value, uint32_t count, uint32_t limit) {

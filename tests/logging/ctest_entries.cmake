@@ -1,5 +1,6 @@
 # The timestamp's UTC offset, with the zone given to the scenario host through
-# TZ: west of UTC, east of UTC with half an hour, and UTC itself.
+# TZ: west of UTC, east of UTC with half an hour, and UTC itself; the stamp's
+# time must lie between two readings of the local time taken around it.
 set(logging_zones EST5 IST-5:30 UTC0)
 set(logging_offsets -05:00 +05:30 +00:00)
 foreach(tz offset IN ZIP_LISTS logging_zones logging_offsets)
@@ -8,7 +9,7 @@ foreach(tz offset IN ZIP_LISTS logging_zones logging_offsets)
            WORKING_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
   string(REPLACE "+" "[+]" pattern "${offset}")
   set_tests_properties(logging_zone_${name} PROPERTIES ENVIRONMENT "TZ=${tz}"
-    PASS_REGULAR_EXPRESSION "stamp=[0-9]+-[0-9][0-9]-[0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9][.][0-9][0-9][0-9]\t${pattern}[|]length=30[|]own=1.*shared=[^|]*\t${pattern}[|]")
+    PASS_REGULAR_EXPRESSION "inlocal=1[|]stamp=[0-9]+-[0-9][0-9]-[0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9][.][0-9][0-9][0-9]\t${pattern}[|]length=30[|]own=1.*shared=[^|]*\t${pattern}[|]")
 endforeach()
 
 # A log folder on a file system that fills up: the entry mounts a small tmpfs

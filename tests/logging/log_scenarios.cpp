@@ -126,10 +126,32 @@ KV_INI_SCENARIO(log_script) {
 
 // Prints the timestamp into a caller's buffer and the shared one; the time
 // zone comes from TZ.
+namespace {
+unsigned long long Milliseconds(const SYSTEMTIME& fields) {
+    FILETIME time{};
+    SystemTimeToFileTime(&fields, &time);
+    return ((static_cast<unsigned long long>(time.dwHighDateTime) << 32) | time.dwLowDateTime) / 10000;
+}
+unsigned long long LocalMilliseconds() {
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    return Milliseconds(now);
+}
+}  // namespace
+
+// The stamp, and whether its time lies between two readings of the local
+// time taken around it (inlocal=1).
 KV_SCENARIO(log_stamp) {
     uint32_t length = 99;
     char buffer[32];
+    const unsigned long long before = LocalMilliseconds();
     const char* used = GetDateTimeString(buffer, &length);
+    const unsigned long long after = LocalMilliseconds();
+    SYSTEMTIME stamped{};
+    sscanf(buffer, "%hu-%hu-%hu %hu:%hu:%hu.%hu", &stamped.wYear, &stamped.wMonth, &stamped.wDay, &stamped.wHour,
+           &stamped.wMinute, &stamped.wSecond, &stamped.wMilliseconds);
+    const unsigned long long at = Milliseconds(stamped);
+    printf("inlocal=%d|", before <= at && at <= after);
     printf("stamp=%s|length=%u|own=%d\n", used, length, used == buffer);
     printf("shared=%s|\n", GetDateTimeString(nullptr, nullptr));
     return 0;

@@ -126,3 +126,40 @@ TEST_F(SafeCopy, StringCopies) {
     EXPECT_EQ('\0', stack[8]);
     EXPECT_STREQ("keep", stack);
 }
+
+// Every length up to past the inline limit: the bytes arrive, nothing before
+// or after the range is written (the buffer ends at a no-access page, the
+// allocator's trailer follows the block), and overlapping moves in both
+// directions match memmove.
+TEST_F(SafeCopy, EveryShortLengthCopiesExactlyItsRange) {
+    std::string source(400, '\0');
+    for (size_t i = 0; i < source.size(); ++i) source[i] = char('A' + i % 50);
+    for (uint32_t n = 1; n <= 200; ++n) {
+        SCOPED_TRACE(n);
+        kvtest::GuardedBuffer buffer(n + 1);
+        MemSafeCopy(buffer.data() + 1, source.data(), n, n);
+        EXPECT_EQ(char(0xEE), buffer.data()[0]);
+        EXPECT_EQ(source.substr(0, n), std::string(buffer.data() + 1, n));
+        for (int shift : {-3, 3}) {
+            std::string moved = source, expected = source;
+            memmove(&expected[100 + shift], &expected[100], n);
+            MemSafeMove(&moved[100 + shift], &moved[100], n, n);
+            EXPECT_EQ(expected, moved) << "shift " << shift;
+        }
+    }
+    const struct {
+        uint16_t mode;
+        const char* trailer;
+    } modes[] = {{0, "\xDA\xDA\xDA\xDA"}, {1, "\xFD\xFD\xFD\xFD"}};
+    for (const auto& m : modes) {
+        DbgHlpSetDebugMode(m.mode);
+        for (uint32_t n : {1u, 7u, 33u, 64u, 65u, 128u, 129u}) {
+            char* block = static_cast<char*>(osMemAlloc(n, 0));
+            KvMemSafeCopy(block, source.data(), n);
+            EXPECT_EQ(source.substr(0, n), std::string(block, n)) << "mode " << m.mode << ", " << n << " bytes";
+            EXPECT_EQ(0, memcmp(block + n, m.trailer, 4)) << "mode " << m.mode << ", " << n << " bytes";
+            osMemFree(block);
+        }
+    }
+    DbgHlpSetDebugMode(0);
+}
