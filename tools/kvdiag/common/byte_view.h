@@ -6,6 +6,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 namespace kvdiag {
 
@@ -40,6 +41,15 @@ public:
     template <typename T>
     const T* At(uint64_t offset) const {
         return Holds(offset, sizeof(T)) ? reinterpret_cast<const T*>(base_ + offset) : nullptr;
+    }
+    // Copies a T at `offset` into `out` byte by byte, whatever the offset's
+    // alignment (a CONTEXT wants 16 bytes; a hostile RVA may give it 1); false
+    // when it does not lie wholly inside the block.
+    template <typename T>
+    bool Read(uint64_t offset, T& out) const {
+        if (!Holds(offset, sizeof(T))) return false;
+        memcpy(static_cast<void*>(&out), static_cast<const void*>(base_ + offset), sizeof(T));
+        return true;
     }
     // `count` Ts from `offset`, cut to the records that lie wholly inside.
     template <typename T>

@@ -135,10 +135,8 @@ const DumpModule* ModuleAt(const std::vector<DumpModule>& modules, uint64_t addr
 
 bool ReadExceptionContext(const DumpView& dump, CONTEXT& context, DWORD& threadId) {
     const auto* e = dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream);
-    const CONTEXT* recorded = e && e->ThreadContext.DataSize >= sizeof(CONTEXT)
-                                  ? dump.file().At<CONTEXT>(e->ThreadContext.Rva) : nullptr;
-    if (!recorded) return false;
-    memcpy(&context, recorded, sizeof context);
+    if (!e || e->ThreadContext.DataSize < sizeof(CONTEXT) || !dump.file().Read(e->ThreadContext.Rva, context))
+        return false;
     threadId = e->ThreadId;
     return true;
 }
