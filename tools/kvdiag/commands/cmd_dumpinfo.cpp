@@ -1,5 +1,6 @@
 // kvdiag dumpinfo: what a minidump holds, read back through DbgHelp, with the
-// faulting thread's call stack.
+// faulting thread's call stack; every thread's stack for a dump without an
+// exception (a hang) or with --threads.
 #include <windows.h>
 #include <dbghelp.h>
 #include <stdio.h>
@@ -74,18 +75,19 @@ void PrintMemory(const MappedDump& dump) {
 
 }  // namespace
 
-KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--symbols DIR]...",
-               "what a minidump holds: exception, faulting stack, modules, memory") {
+KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--threads] [--symbols DIR]...",
+               "what a minidump holds: exception, faulting stack (every thread's), modules, memory") {
     const char* path = nullptr;
     std::vector<std::string> symbolFolders;
-    bool wrongUse = false;
+    bool wrongUse = false, allThreads = false;
     for (int i = 0; i < argc; ++i) {
         if (strcmp(argv[i], "--symbols") == 0 && i + 1 < argc) symbolFolders.push_back(argv[++i]);
+        else if (strcmp(argv[i], "--threads") == 0) allThreads = true;
         else if (!path && argv[i][0] != '-') path = argv[i];
         else wrongUse = true;
     }
     if (!path || wrongUse) {
-        fprintf(stderr, "usage: kvdiag dumpinfo FILE [--symbols DIR]...\n");
+        fprintf(stderr, "usage: kvdiag dumpinfo FILE [--threads] [--symbols DIR]...\n");
         return 2;
     }
     kvdiag::Progress progress("dumpinfo");
@@ -107,6 +109,10 @@ KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--symbols DIR]...",
     PrintException(dump);
     progress.Stage("symbolizing the faulting stack");
     kvdiag::PrintFaultingStack(dump, path, symbolFolders);
+    if (allThreads || !dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream)) {
+        progress.Stage("symbolizing every thread's stack");
+        kvdiag::PrintThreadStacks(dump, path, symbolFolders);
+    }
     progress.Stage("reading the modules");
     PrintModules(dump);
     progress.Stage("reading the memory list");

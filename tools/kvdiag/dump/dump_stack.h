@@ -16,4 +16,8 @@ namespace kvdiag {
 void PrintFaultingStack(const MappedDump& dump, const std::string& dumpPath,
                         const std::vector<std::string>& symbolFolders);
 
+// Every thread the dump lists, each walked from its recorded context the same way.
+void PrintThreadStacks(const MappedDump& dump, const std::string& dumpPath,
+                       const std::vector<std::string>& symbolFolders);
+
 }  // namespace kvdiag
