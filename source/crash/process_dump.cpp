@@ -3,6 +3,8 @@
 // lines of the in-process writer.
 #include <string.h>
 
+#include <mutex>
+
 #include "KvCrash.h"
 #include "KvCrashHandler.h"
 #include "crash/minidump_settings.h"
@@ -43,13 +45,25 @@ HANDLE OpenDumpFile(char (&path)[MAX_PATH], bool keepExisting) {
     return INVALID_HANDLE_VALUE;
 }
 
+// DbgHelp is single-threaded: one dump at a time (the files are opened before,
+// so that dumps of crashes at the same moment still take different names).
+std::mutex dbgHelpLock;
+
 // The strength's flags and filter, applied to the other process.
 HRESULT WriteWith(MiniDump& strength, HANDLE process, HANDLE file, MINIDUMP_EXCEPTION_INFORMATION* exception) {
     MINIDUMP_CALLBACK_INFORMATION callback{};
     bool haveCallback = false;
     strength.GetCallbackInfo(callback, haveCallback);
+    std::lock_guard<std::mutex> hold(dbgHelpLock);
+    // A session that does not load every module's symbols: the dump service
+    // would otherwise start one that does, which costs seconds and hundreds of
+    // MB (under Wine) and is not needed to write the dump. Never for this
+    // process: that would replace the library's own symbol session.
+    const bool other = GetProcessId(process) != GetCurrentProcessId();
+    const bool session = other && SymInitialize(process, nullptr, FALSE);
     const BOOL written = MiniDumpWriteDump(process, GetProcessId(process), file, strength.GetDumpType(), exception,
                                            nullptr, haveCallback ? &callback : nullptr);
+    if (session) SymCleanup(process);
     return written ? S_OK : E_FAIL;
 }
 
