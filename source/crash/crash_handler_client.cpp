@@ -192,7 +192,12 @@ Handover HandCrashToHandler(EXCEPTION_POINTERS* pointers) {
 
 extern "C" int DbgHlpStartCrashHandler(const char* handlerPath) {
     std::lock_guard<std::mutex> hold(kv::registrationLock);
-    if (kv::linked.load() && WaitForSingleObject(kv::TheLink.handler, 0) == WAIT_TIMEOUT) return 1;
+    if (kv::linked.load()) {
+        if (WaitForSingleObject(kv::TheLink.handler, 0) == WAIT_TIMEOUT) return 1;
+        // The handler is gone: until a new one is linked, crashes are dumped in-process.
+        kv::linked.store(false);
+        for (HANDLE h : {kv::TheLink.request, kv::TheLink.started, kv::TheLink.done, kv::TheLink.handler}) CloseHandle(h);
+    }
     std::string reason;
     if (kv::Register(handlerPath, reason)) return 1;
     DbgLogWrite("Crash handler: not registered: %s", reason.c_str());
