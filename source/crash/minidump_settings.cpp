@@ -57,10 +57,6 @@ void AddFallback(DumpSettings& settings, const char* text) {
     snprintf(settings.fallback + used, sizeof settings.fallback - used, "%s%s", used ? "; " : "", text);
 }
 
-}  // namespace
-
-namespace {
-
 void ReadIniSettings(const char* iniPath, DumpSettings& settings, char (&folder)[kIniValueRoom]) {
     settings.mode = IniReadValueAsIntRange(iniPath, "Debug", "MiniDumpType", 3, 0, 3);
     settings.hang = ReadBool(iniPath, "Debug", "HangProcessIfDumpFailed");

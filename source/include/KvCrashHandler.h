@@ -17,7 +17,7 @@
 KVDH_C_API int DbgHlpStartCrashHandler(const char* handlerPath);
 
 // One dump of another (or this) process, written from the calling process.
-struct KvProcessDump {
+typedef struct KvProcessDump {
     HANDLE process;             // PROCESS_QUERY_INFORMATION | PROCESS_VM_READ at least
     DWORD threadId;             // the crashing thread; 0 when there is none
     uint64_t exceptionPointers; // EXCEPTION_POINTERS* in that process; 0: no exception
@@ -29,7 +29,7 @@ struct KvProcessDump {
                                 // thread sets while it waits; read after the dump; 0: none
     char dumpPath[MAX_PATH];    // in: the file, or "" to name it as a crash dump; out: the file written
     int hang;                   // out: the dump failed and [Debug]HangProcessIfDumpFailed is set
-};
+} KvProcessDump;
 
 // Writes the dump; with exception pointers it also writes the system-log
 // lines a crash dump writes (to the system log of that process's component).
