@@ -1,15 +1,25 @@
 // GenerateMiniDump: the host's unhandled-exception filter calls this. It may
 // run on a thread that crashed while holding one of the library's locks, or
 // while another thread that holds one is stuck or dead, so it never waits for
-// a lock: see minidump_settings.h.
+// a lock: see minidump_settings.h. With a crash handler registered it only
+// hands the crash over (crash_handover.h); this process writes the dump itself
+// only when there is none or it does not answer.
 #include "KvCrash.h"
 
+#include "crash/crash_handover.h"
 #include "crash/minidump_settings.h"
 
-extern "C" void GenerateMiniDump(EXCEPTION_POINTERS* exceptionPointers) {
+namespace {
+
+// Kept out of GenerateMiniDump's own frame, so that the handover runs in the
+// little stack a stack overflow leaves.
+__attribute__((noinline)) void WriteDumpInProcess(EXCEPTION_POINTERS* exceptionPointers, const char* handlerNote) {
     kv::DumpSettings settings;
     kv::ReadDumpSettings(settings);
     int mode = settings.mode;
+    if (handlerNote)
+        kv::CrashSyslogWrite(settings, "## EXCEPTION ## - %s: the crashed process writes the minidump itself.",
+                             handlerNote);
 
     if (mode == 0) {
         kv::CrashSyslogWrite(settings,
@@ -49,4 +59,19 @@ extern "C" void GenerateMiniDump(EXCEPTION_POINTERS* exceptionPointers) {
     if (settings.hang) {
         for (;;) Sleep(10000);  // keep the crashed process for a debugger
     }
+}
+
+}  // namespace
+
+extern "C" void GenerateMiniDump(EXCEPTION_POINTERS* exceptionPointers) {
+    const char* handlerNote = nullptr;
+    if (exceptionPointers) {
+        switch (kv::HandCrashToHandler(exceptionPointers)) {
+            case kv::Handover::kDumped: return;
+            case kv::Handover::kNoAnswer: handlerNote = "Crash handler did not answer in time"; break;
+            case kv::Handover::kHandlerGone: handlerNote = "Crash handler is gone"; break;
+            case kv::Handover::kNoHandler: break;
+        }
+    }
+    WriteDumpInProcess(exceptionPointers, handlerNote);
 }

@@ -57,6 +57,18 @@ void AddFallback(DumpSettings& settings, const char* text) {
     snprintf(settings.fallback + used, sizeof settings.fallback - used, "%s%s", used ? "; " : "", text);
 }
 
+void ReadIniSettings(const char* iniPath, DumpSettings& settings, char (&folder)[kIniValueRoom]) {
+    settings.mode = IniReadValueAsIntRange(iniPath, "Debug", "MiniDumpType", 3, 0, 3);
+    settings.hang = ReadBool(iniPath, "Debug", "HangProcessIfDumpFailed");
+    ReadLogFolder(iniPath, folder);
+}
+
+void JoinPaths(DumpSettings& settings, const char* folder, const char* suffix) {
+    if (!*folder) return;
+    JoinPath(settings.dumpPath, folder, "user", suffix, ".dmp");
+    JoinPath(settings.syslogPath, folder, "syslog", suffix, ".dat");
+}
+
 }  // namespace
 
 void ReadDumpSettings(DumpSettings& settings) {
@@ -64,11 +76,7 @@ void ReadDumpSettings(DumpSettings& settings) {
     IniSnapshot ini;
     if (TrySnapshotIniFile(ini)) {
         // Only a validated INI file is read; otherwise the defaults and no folder.
-        if (ini.valid) {
-            settings.mode = IniReadValueAsIntRange(ini.path, "Debug", "MiniDumpType", 3, 0, 3);
-            settings.hang = ReadBool(ini.path, "Debug", "HangProcessIfDumpFailed");
-            ReadLogFolder(ini.path, folder);
-        }
+        if (ini.valid) ReadIniSettings(ini.path, settings, folder);
     } else {
         settings.iniLocked = true;
         const bool known = TryLastKnownLogFolder(folder, sizeof folder);
@@ -77,9 +85,15 @@ void ReadDumpSettings(DumpSettings& settings) {
     }
     char suffix[MAX_PATH] = "";
     if (!TryComponentSuffix(suffix)) AddFallback(settings, "component name locked: file names without it");
-    if (!*folder) return;
-    JoinPath(settings.dumpPath, folder, "user", suffix, ".dmp");
-    JoinPath(settings.syslogPath, folder, "syslog", suffix, ".dat");
+    JoinPaths(settings, folder, suffix);
+}
+
+void ReadDumpSettingsOf(const char* iniPath, const char* componentName, DumpSettings& settings) {
+    char folder[kIniValueRoom] = "";
+    if (iniPath && *iniPath) ReadIniSettings(iniPath, settings, folder);
+    char suffix[MAX_PATH] = "";
+    if (componentName && *componentName) snprintf(suffix, sizeof suffix, ".%s", componentName);
+    JoinPaths(settings, folder, suffix);
 }
 
 void CrashSyslogWrite(const DumpSettings& settings, const char* format, ...) {

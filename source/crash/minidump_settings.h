@@ -20,6 +20,10 @@ struct DumpSettings {
 // known log folder; without the component name's lock: names without it.
 void ReadDumpSettings(DumpSettings& settings);
 
+// The same for another process, from its INI file and component name (the
+// crash handler's view; no lock of this process is involved).
+void ReadDumpSettingsOf(const char* iniPath, const char* componentName, DumpSettings& settings);
+
 // One system-log line, written the way the system log writes it but without
 // waiting for any lock (the application log it may be routed to is tried once).
 void CrashSyslogWrite(const DumpSettings& settings, const char* format, ...);

@@ -7,6 +7,7 @@
 #include "KvMemory.h"
 #include "KvCallStack.h"
 #include "KvCrash.h"
+#include "KvCrashHandler.h"
 #include "KvSelfCheck.h"
 #include "KvUtil.h"
 #include "KvCrashMail.h"

@@ -19,6 +19,12 @@ public:
     bool ok() const { return handle_ && handle_ != INVALID_HANDLE_VALUE; }
     HANDLE get() const { return handle_; }
     HANDLE* out() { return &handle_; }
+    // Hands the handle over to a caller that keeps it for good.
+    HANDLE release() {
+        HANDLE handle = handle_;
+        handle_ = nullptr;
+        return handle;
+    }
 
 private:
     HANDLE handle_;

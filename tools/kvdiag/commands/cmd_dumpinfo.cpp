@@ -1,5 +1,6 @@
 // kvdiag dumpinfo: what a minidump holds, with the faulting thread's call
-// stack and what of the file is damaged.
+// stack (every thread's for a hang or with --threads) and what of the file is
+// damaged.
 #include <windows.h>
 #include <stdio.h>
 #include <string.h>
@@ -12,19 +13,20 @@
 #include "dump/dump_summary.h"
 #include "common/progress.h"
 
-KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--symbols DIR]... [--no-symbols]",
-               "what a minidump holds: exception, faulting stack, modules, memory") {
+KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--threads] [--symbols DIR]... [--no-symbols]",
+               "what a minidump holds: exception, faulting stack (every thread's), modules, memory") {
     const char* path = nullptr;
     std::vector<std::string> symbolFolders;
-    bool wrongUse = false, nameFrames = true;
+    bool wrongUse = false, nameFrames = true, allThreads = false;
     for (int i = 0; i < argc; ++i) {
         if (strcmp(argv[i], "--symbols") == 0 && i + 1 < argc) symbolFolders.push_back(argv[++i]);
         else if (strcmp(argv[i], "--no-symbols") == 0) nameFrames = false;
+        else if (strcmp(argv[i], "--threads") == 0) allThreads = true;
         else if (!path && argv[i][0] != '-') path = argv[i];
         else wrongUse = true;
     }
     if (!path || wrongUse) {
-        fprintf(stderr, "usage: kvdiag dumpinfo FILE [--symbols DIR]... [--no-symbols]\n");
+        fprintf(stderr, "usage: kvdiag dumpinfo FILE [--threads] [--symbols DIR]... [--no-symbols]\n");
         return 2;
     }
     kvdiag::Progress progress("dumpinfo");
@@ -35,5 +37,5 @@ KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--symbols DIR]... [--no-symbols]",
         return 1;
     }
     progress.Stage("reading the dump");
-    return kvdiag::PrintDumpSummary(dump, path, symbolFolders, nameFrames, stdout);
+    return kvdiag::PrintDumpSummary(dump, path, symbolFolders, nameFrames, allThreads, stdout);
 }

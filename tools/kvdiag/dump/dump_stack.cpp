@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "dump/dump_memory.h"
+#include "dump/dump_threads.h"
 #include "common/path_parts.h"
 #include "dump/pe_image.h"
 #include "dump/x64_unwind.h"
@@ -141,30 +142,9 @@ bool ReadExceptionContext(const DumpView& dump, CONTEXT& context, DWORD& threadI
     return true;
 }
 
-}  // namespace
-
-void PrintFaultingStack(const DumpView& dump, const std::string& dumpPath,
-                        const std::vector<std::string>& symbolFolders, bool nameFrames, FILE* out) {
-    CONTEXT context;
-    DWORD threadId = 0;
-    if (!ReadExceptionContext(dump, context, threadId)) {
-        fprintf(out, "Stack:          none: the dump records no exception context\n");
-        return;
-    }
-    std::vector<DumpModule> modules = ModulesOf(dump);
-    const DumpMemory memory(dump);
-    if (modules.empty()) {
-        // Windows keeps the modules a light dump's stacks point into; Wine
-        // keeps none, so there is nothing to unwind or name frames with.
-        fprintf(out, "Stack:          thread %lu, not walked: the dump lists no modules, so no frame can be unwound "
-               "or named\n  #0  0x%016llx\n",
-               static_cast<unsigned long>(threadId), static_cast<unsigned long long>(context.Rip));
-        return;
-    }
-    for (auto& m : modules) m.image = FindImage(m, dumpPath, symbolFolders);
-    const DumpSymbols symbols(modules, dumpPath, symbolFolders, nameFrames);
-
-    fprintf(out, "Stack:          thread %lu, innermost frame first\n", static_cast<unsigned long>(threadId));
+// Unwinds from a register context and prints one frame a line.
+void WalkFrames(const std::vector<DumpModule>& modules, const DumpMemory& memory, const DumpSymbols& symbols,
+                const CONTEXT& context, FILE* out) {
     UnwindRegisters regs;
     const DWORD64* gpr = &context.Rax;  // rax rcx rdx rbx rsp rbp rsi rdi r8..r15, as unwind codes number them
     for (int i = 0; i < 16; ++i) regs.gpr[i] = gpr[i];
@@ -192,7 +172,7 @@ void PrintFaultingStack(const DumpView& dump, const std::string& dumpPath,
             unwound = UnwindLeaf(memory, regs);  // a call through a bad pointer lands outside any module
         } else {
             fprintf(out, "  (walk ends: no image of %s found to unwind with; try --symbols DIR)\n",
-                   module ? FileNameOf(module->path).c_str() : "this address");
+                    module ? FileNameOf(module->path).c_str() : "this address");
             return;
         }
         if (!unwound) {
@@ -200,6 +180,53 @@ void PrintFaultingStack(const DumpView& dump, const std::string& dumpPath,
             return;
         }
         if (regs.gpr[4] <= previousRsp) return;  // a stack only grows toward callers
+    }
+}
+
+// Windows keeps the modules a light dump's stacks point into; Wine keeps
+// none, so there is nothing to unwind or name frames with.
+const char kNoModules[] = "not walked: the dump lists no modules, so no frame can be unwound or named";
+
+}  // namespace
+
+void PrintFaultingStack(const DumpView& dump, const std::string& dumpPath,
+                        const std::vector<std::string>& symbolFolders, bool nameFrames, FILE* out) {
+    CONTEXT context;
+    DWORD threadId = 0;
+    if (!ReadExceptionContext(dump, context, threadId)) {
+        fprintf(out, "Stack:          none: the dump records no exception context\n");
+        return;
+    }
+    std::vector<DumpModule> modules = ModulesOf(dump);
+    if (modules.empty()) {
+        fprintf(out, "Stack:          thread %lu, %s\n  #0  0x%016llx\n", static_cast<unsigned long>(threadId),
+                kNoModules, static_cast<unsigned long long>(context.Rip));
+        return;
+    }
+    for (auto& m : modules) m.image = FindImage(m, dumpPath, symbolFolders);
+    const DumpSymbols symbols(modules, dumpPath, symbolFolders, nameFrames);
+    const DumpMemory memory(dump);
+    fprintf(out, "Stack:          thread %lu, innermost frame first\n", static_cast<unsigned long>(threadId));
+    WalkFrames(modules, memory, symbols, context, out);
+}
+
+void PrintThreadStacks(const DumpView& dump, const std::string& dumpPath,
+                       const std::vector<std::string>& symbolFolders, bool nameFrames, FILE* out) {
+    const std::vector<DumpThread> threads = ThreadsOf(dump);
+    fprintf(out, "Threads:        %zu\n", threads.size());
+    if (threads.empty()) return;
+    std::vector<DumpModule> modules = ModulesOf(dump);
+    if (modules.empty()) {
+        fprintf(out, "  stacks %s\n", kNoModules);
+        return;
+    }
+    for (auto& m : modules) m.image = FindImage(m, dumpPath, symbolFolders);
+    const DumpSymbols symbols(modules, dumpPath, symbolFolders, nameFrames);
+    const DumpMemory memory(dump);
+    for (const DumpThread& thread : threads) {
+        fprintf(out, "Thread %lu, innermost frame first\n", static_cast<unsigned long>(thread.id));
+        if (thread.haveContext) WalkFrames(modules, memory, symbols, thread.context, out);
+        else fprintf(out, "  (no register context in the dump)\n");
     }
 }
 

@@ -17,5 +17,8 @@ namespace kvdiag {
 // _NT_SYMBOL_PATH. Without nameFrames no PDB is read: module+offset only.
 void PrintFaultingStack(const DumpView& dump, const std::string& dumpPath,
                         const std::vector<std::string>& symbolFolders, bool nameFrames, FILE* out);
+// Every thread the dump lists, each walked from its recorded context the same way.
+void PrintThreadStacks(const DumpView& dump, const std::string& dumpPath,
+                       const std::vector<std::string>& symbolFolders, bool nameFrames, FILE* out);
 
 }  // namespace kvdiag

@@ -73,7 +73,7 @@ void PrintMemory(const DumpView& dump, bool truncated, FILE* out) {
 }  // namespace
 
 int PrintDumpSummary(const DumpView& dump, const std::string& path, const std::vector<std::string>& symbolFolders,
-                     bool nameFrames, FILE* out) {
+                     bool nameFrames, bool allThreads, FILE* out) {
     fprintf(out, "Dump:           %s\n", path.c_str());
     fprintf(out, "Size:           %llu bytes\n", static_cast<ull>(dump.size()));
     if (!dump.header()) {
@@ -88,6 +88,8 @@ int PrintDumpSummary(const DumpView& dump, const std::string& path, const std::v
                 static_cast<ull>(damage.neededSize), static_cast<ull>(dump.size()));
     PrintException(dump, out);
     PrintFaultingStack(dump, path, symbolFolders, nameFrames, out);
+    if (allThreads || !dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream))
+        PrintThreadStacks(dump, path, symbolFolders, nameFrames, out);
     PrintModules(dump, out);
     PrintMemory(dump, damage.truncated, out);
     if (damage.findings.empty()) return 0;

@@ -13,9 +13,10 @@
 namespace kvdiag {
 
 // Writes the summary to `out` (frames named through the PDBs with
-// nameFrames); returns the exit code: 0 for a sound dump, 1 for one that is
+// nameFrames; every thread's stack with allThreads or when the dump records
+// no exception, as a dump of a hung process does); returns the exit code: 0 for a sound dump, 1 for one that is
 // damaged, truncated or no minidump at all.
 int PrintDumpSummary(const DumpView& dump, const std::string& path, const std::vector<std::string>& symbolFolders,
-                     bool nameFrames, FILE* out);
+                     bool nameFrames, bool allThreads, FILE* out);
 
 }  // namespace kvdiag

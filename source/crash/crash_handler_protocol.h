@@ -1,0 +1,50 @@
+// What a client process and the crash handler (kvdiag crash-handler) exchange:
+// one registration over the session's named pipe, then, at a crash, only the
+// crash block in the client's own memory (read and written by the handler
+// with ReadProcessMemory / WriteProcessMemory) and three events.
+#pragma once
+
+#include <windows.h>
+#include <stdint.h>
+#include <stdio.h>
+
+namespace kv {
+
+constexpr DWORD kCrashHandlerProtocol = 1;
+
+// Lives in the client. The first crashing thread claims it; the handler
+// writes the outcome back before it signals "done".
+struct CrashBlock {
+    volatile LONG crashingThread;  // 0 until a thread crashes
+    volatile LONG waitingThread;   // a second thread that crashed during the dump
+    uint64_t exceptionPointers;    // EXCEPTION_POINTERS* in the client
+    volatile LONG result;          // HRESULT of the dump
+    volatile LONG hang;            // the dump failed and [Debug]HangProcessIfDumpFailed is set
+};
+
+// Client to handler. Handle values are the client's; the handler duplicates them.
+struct CrashRegistration {
+    DWORD protocol;
+    DWORD processId;
+    uint64_t requestEvent;  // set by the client at a crash
+    uint64_t startedEvent;  // set by the handler when it takes the request
+    uint64_t doneEvent;     // set by the handler when the dump is written
+    uint64_t block;         // address of the client's CrashBlock
+    char iniPath[MAX_PATH];
+    char componentName[MAX_PATH];
+};
+
+// Handler to client.
+struct CrashRegistrationReply {
+    DWORD protocol;
+    DWORD handlerProcessId;  // 0: refused
+};
+
+// One handler per logon session (services live in session 0 on Windows).
+inline void CrashHandlerPipeName(char (&name)[80]) {
+    DWORD session = 0;
+    ProcessIdToSessionId(GetCurrentProcessId(), &session);
+    snprintf(name, sizeof name, "\\\\.\\pipe\\KvDebugHelp.CrashHandler.%lu", static_cast<unsigned long>(session));
+}
+
+}  // namespace kv

@@ -1,0 +1,126 @@
+// The crash handler end to end: hosts register and crash the hard ways, the
+// handler writes their dumps from outside, and kvdiag reads them back; kvdiag
+// dump on a deadlocked host.
+#include <gtest/gtest.h>
+
+#include "dump/dump_reader.h"
+#include "installed_host.h"
+#include "kvdiag_process.h"
+#include "kvdiag_runner.h"
+
+static const char kHandler[] = "crash-handler --idle-seconds 3";
+
+static std::string DumpInfo(const std::string& path) {
+    return kvtest::RunKvdiag("dumpinfo \"" + path + "\"").output;
+}
+
+static const MINIDUMP_EXCEPTION_STREAM* ExceptionIn(const kvdiag::MappedDump& dump) {
+    return dump.base() ? dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream) : nullptr;
+}
+
+static DWORD ExceptionCodeIn(const std::string& path) {
+    const kvdiag::MappedDump dump(path.c_str());
+    const auto* e = ExceptionIn(dump);
+    return e ? e->ExceptionRecord.ExceptionCode : 0;
+}
+
+// The number after `key` in a host's output.
+static uint64_t Printed(const std::string& output, const std::string& key) {
+    const size_t at = output.find(key);
+    return at == std::string::npos ? 0 : strtoull(output.c_str() + at + key.size(), nullptr, 16);
+}
+
+// Wine ignores SetThreadStackGuarantee: a thread whose stack overflowed is
+// ended before any filter runs, so there a stack overflow leaves no dump.
+static bool UnderWine() { return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr; }
+
+TEST(CrashHandler, WritesTheDumpOfEveryHardCrash) {
+    kvtest::KvdiagProcess handler(kHandler);
+    ASSERT_TRUE(handler.ReadUntil("listens on"));
+    kvtest::InstalledHost h("crash_handled");
+    const struct {
+        const char* kind;
+        DWORD code;
+        bool heavy;  // under Wine only a full dump lets dumpinfo name frames
+    } cases[] = {
+        {"access_violation", 0xC0000005, true}, {"stack_overflow", 0xC00000FD, false},
+        {"heap_locked", 0xC0000005, false},     {"heap_damaged", 0xC0000005, false},
+        {"two_threads", 0xC0000005, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.kind);
+        const bool dumped = c.code != 0xC00000FD || !UnderWine();
+        DeleteFileA(h.File("user.dmp").c_str());
+        DeleteFileA(h.File("syslog.dat").c_str());
+        h.install.SetValue("Debug", "MiniDumpType", c.heavy ? "3" : "1");
+        const auto& result = h.Run("handler_crash", {c.kind}, 120000);  // a hung host is killed: timedOut
+        EXPECT_FALSE(result.timedOut);
+        if (!dumped) continue;
+        EXPECT_EQ(c.code, result.exitCode) << result.output;
+        EXPECT_HAS(result.output, "filter: dump returned");
+        const kvdiag::MappedDump dump(h.File("user.dmp").c_str());
+        const auto* e = ExceptionIn(dump);
+        ASSERT_NE(nullptr, e);
+        EXPECT_EQ(c.code, e->ExceptionRecord.ExceptionCode);
+        // The crashing function's own code: the crash's context reached the dump.
+        EXPECT_LT(e->ExceptionRecord.ExceptionAddress - Printed(result.output, "function="), 0x40u);
+        if (c.heavy) EXPECT_HAS(DumpInfo(h.File("user.dmp")), "!CrashOnPurpose+");
+        const std::string syslog = h.Log("syslog.dat");
+        EXPECT_EQ(c.kind == std::string("two_threads"),
+                  syslog.find("crashed while the minidump of thread") != std::string::npos)
+            << syslog;
+        EXPECT_LACKS(syslog, "writes the minidump itself");
+    }
+    EXPECT_HAS(handler.Finish(60000).output, "no client for 3 s: ending");
+}
+
+// No handler runs: registering starts one (kvdiag.exe beside the DLL); the
+// host then kills it, crashes, and writes the dump itself.
+TEST(CrashHandler, KilledHandlerLeavesTheDumpToTheProcess) {
+    kvtest::InstalledHost h("crash_handler_gone");
+    h.install.SetValue("Debug", "MiniDumpType", "1");
+    const auto& result = h.Run("handler_crash", {"access_violation", "kill-handler"});
+    EXPECT_EQ(0xC0000005u, result.exitCode) << result.output;
+    EXPECT_HAS(h.Log("syslog.dat"),
+               "## EXCEPTION ## - Crash handler is gone: the crashed process writes the minidump itself.");
+    EXPECT_EQ(0xC0000005u, ExceptionCodeIn(h.File("user.dmp")));
+}
+
+// Both would take user.dmp: the second writer takes user.2.dmp. Full dumps,
+// so that the first is still being written when the second starts.
+TEST(CrashHandler, TwoClientsCrashingTogetherGetTwoCompleteDumps) {
+    kvtest::KvdiagProcess handler(kHandler);
+    ASSERT_TRUE(handler.ReadUntil("listens on"));
+    kvtest::ProductInstall install;
+    install.SetValue("Debug", "MiniDumpType", "3");
+    HANDLE go = CreateEventA(nullptr, TRUE, FALSE, "Local\\kvtest.crash.together");
+    kvtest::ChildHost first("crash_together_a"), second("crash_together_b");
+    for (kvtest::ChildHost* host : {&first, &second}) {
+        ASSERT_TRUE(host->Start({"handler_crash", install.iniPath(), "access_violation", "together"}));
+        ASSERT_TRUE(host->WaitForOutput("registered"));
+    }
+    SetEvent(go);
+    for (kvtest::ChildHost* host : {&first, &second}) EXPECT_EQ(0xC0000005u, host->Wait(120000).exitCode);
+    CloseHandle(go);
+    for (const char* name : {"user.dmp", "user.2.dmp"})
+        EXPECT_EQ(0xC0000005u, ExceptionCodeIn(install.logDir() + "\\" + name)) << name;
+    handler.Finish(60000);
+}
+
+TEST(KvdiagDump, NamesBothThreadsOfADeadlock) {
+    kvtest::ProductInstall install;
+    kvtest::ChildHost host("crash_deadlock");
+    ASSERT_TRUE(host.Start({"deadlock"}));
+    ASSERT_TRUE(host.WaitForOutput("deadlocked"));
+    const std::string ini = " --ini \"" + install.iniPath() + "\"";
+    const auto heavy = kvtest::RunKvdiag("dump crash_deadlock heavy" + ini);
+    EXPECT_EQ(0u, heavy.exitCode) << heavy.output;
+    EXPECT_HAS(heavy.output, install.logDir() + "\\user.dmp, ");
+    // A second dump never replaces the first.
+    EXPECT_HAS(kvtest::RunKvdiag("dump crash_deadlock.exe light" + ini).output, install.logDir() + "\\user.2.dmp, ");
+    host.Wait(1);
+    const std::string info = DumpInfo(install.logDir() + "\\user.dmp");
+    EXPECT_HAS(info, "Exception:      none recorded");
+    EXPECT_HAS(info, "!DeadlockFirstThenSecond");
+    EXPECT_HAS(info, "!DeadlockSecondThenFirst");
+}

@@ -1,0 +1,139 @@
+// Child-host scenarios of the crash handler: a host registers, then crashes
+// one of the hard ways; and a host that deadlocks for kvdiag dump.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+
+#include "KvDebugHelp.h"
+#include "scenario.h"
+
+static volatile int sink;
+
+// The dumps must name these functions.
+__attribute__((noinline)) static void CrashOnPurpose() { *reinterpret_cast<volatile int*>(0x10) = 1; }
+
+__attribute__((noinline)) static void OverflowTheStack(int depth) {
+    volatile char frame[512];
+    frame[0] = static_cast<char>(depth);
+    if (depth >= 0) OverflowTheStack(depth + 1);
+    sink = frame[0];
+}
+
+// Says so and ends the process with the exception code. Nothing here touches
+// the heap, which another thread may hold.
+static LONG WINAPI HandOverFilter(EXCEPTION_POINTERS* pointers) {
+    GenerateMiniDump(pointers);
+    static const char said[] = "filter: dump returned\n";
+    DWORD written = 0;
+    WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), said, sizeof said - 1, &written, nullptr);
+    TerminateProcess(GetCurrentProcess(), pointers->ExceptionRecord->ExceptionCode);
+    return EXCEPTION_EXECUTE_HANDLER;
+}
+
+static DWORD WINAPI HoldHeapLock(void* ready) {
+    HeapLock(GetProcessHeap());
+    SetEvent(ready);
+    Sleep(INFINITE);
+    return 0;
+}
+
+static DWORD WINAPI CrashWhenSet(void* go) {
+    WaitForSingleObject(go, INFINITE);
+    CrashOnPurpose();
+    return 0;
+}
+
+// The handler this process registered with, as its debug log names it.
+static bool KillHandler() {
+    char log[MAX_PATH];
+    if (GetDebugLogFilePath(-1, 1, log, sizeof log) <= 0) return false;
+    FILE* file = fopen(log, "rb");
+    if (!file) return false;
+    char text[8192] = "";
+    text[fread(text, 1, sizeof text - 1, file)] = 0;
+    fclose(file);
+    const char* at = strstr(text, "Crash handler: process ");
+    HANDLE handler = at ? OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, strtoul(at + 23, nullptr, 10)) : nullptr;
+    if (!handler) return false;
+    TerminateProcess(handler, 9);
+    const bool gone = WaitForSingleObject(handler, 30000) == WAIT_OBJECT_0;
+    CloseHandle(handler);
+    return gone;
+}
+
+// INI_PATH KIND [kill-handler|together|in-process]: registers with the crash
+// handler, then crashes: access_violation, stack_overflow (64 KB stack
+// guarantee), heap_locked (another thread holds the process heap's lock),
+// heap_damaged, two_threads. kill-handler first ends the handler; together
+// first waits for the test's event "Local\kvtest.crash.together"; in-process
+// does not register. Prints the address of the function that crashes.
+KV_INI_SCENARIO(handler_crash) {
+    if (argc < 2) return 2;
+    const std::string kind = argv[1], option = argc >= 3 ? argv[2] : "";
+    if (option != "in-process" && DbgHlpStartCrashHandler(nullptr) != 1) return 5;
+    if (option == "kill-handler" && !KillHandler()) return 6;
+    SetUnhandledExceptionFilter(HandOverFilter);
+    printf("registered thread=%lu function=%p\n", GetCurrentThreadId(),
+           kind == "stack_overflow" ? reinterpret_cast<void*>(&OverflowTheStack) : reinterpret_cast<void*>(&CrashOnPurpose));
+    if (option == "together") {
+        HANDLE go = OpenEventA(SYNCHRONIZE, FALSE, "Local\\kvtest.crash.together");
+        if (!go || WaitForSingleObject(go, 60000) != WAIT_OBJECT_0) return 7;
+    }
+    if (kind == "stack_overflow") {
+        ULONG guarantee = 64 * 1024;
+        SetThreadStackGuarantee(&guarantee);
+        OverflowTheStack(0);
+    } else if (kind == "heap_locked") {
+        HANDLE ready = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+        CreateThread(nullptr, 0, HoldHeapLock, ready, 0, nullptr);
+        WaitForSingleObject(ready, INFINITE);
+    } else if (kind == "heap_damaged") {
+        char* block = static_cast<char*>(HeapAlloc(GetProcessHeap(), 0, 64));
+        memset(block - 16, 0xFE, 128);  // its header, its data and the next block's header
+    } else if (kind == "two_threads") {
+        HANDLE go = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+        CreateThread(nullptr, 0, CrashWhenSet, go, 0, nullptr);
+        CreateThread(nullptr, 0, CrashWhenSet, go, 0, nullptr);
+        Sleep(200);
+        SetEvent(go);
+        Sleep(INFINITE);
+    } else if (kind != "access_violation") {
+        return 2;
+    }
+    CrashOnPurpose();
+    return 0;
+}
+
+static CRITICAL_SECTION first, second;
+
+__attribute__((noinline)) static DWORD WINAPI DeadlockFirstThenSecond(void* ready) {
+    EnterCriticalSection(&first);
+    SetEvent(ready);
+    Sleep(300);
+    EnterCriticalSection(&second);
+    return 0;
+}
+
+__attribute__((noinline)) static DWORD WINAPI DeadlockSecondThenFirst(void* ready) {
+    EnterCriticalSection(&second);
+    SetEvent(ready);
+    Sleep(300);
+    EnterCriticalSection(&first);
+    return 0;
+}
+
+// Two threads take two locks in opposite orders and wait on each other for good.
+KV_SCENARIO(deadlock) {
+    InitializeCriticalSection(&first);
+    InitializeCriticalSection(&second);
+    HANDLE ready[2] = {CreateEventA(nullptr, TRUE, FALSE, nullptr), CreateEventA(nullptr, TRUE, FALSE, nullptr)};
+    CreateThread(nullptr, 0, DeadlockFirstThenSecond, ready[0], 0, nullptr);
+    CreateThread(nullptr, 0, DeadlockSecondThenFirst, ready[1], 0, nullptr);
+    WaitForMultipleObjects(2, ready, TRUE, INFINITE);
+    Sleep(1000);
+    printf("deadlocked pid=%lu\n", GetCurrentProcessId());
+    Sleep(INFINITE);
+    return 0;
+}

@@ -1,0 +1,125 @@
+// kvdiag dump: a minidump of a running process taken from outside it, for a
+// process that hangs. Named and placed like a crash dump unless --out names
+// the file; an existing file is never replaced (the next numbered name is taken).
+#include <windows.h>
+#include <tlhelp32.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "KvCrashHandler.h"
+#include "command.h"
+#include "commands/ini_status.h"
+#include "selfcheck/scoped_handle.h"
+
+namespace {
+
+const char kUsage[] = "usage: kvdiag dump PID|EXE-NAME [light|heavy] [--out FILE] [--ini PATH]\n";
+
+struct Target {
+    DWORD id;
+    std::string exe;
+};
+
+std::vector<Target> RunningProcesses() {
+    std::vector<Target> found;
+    kv::selfcheck::ScopedHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    PROCESSENTRY32 entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = snapshot.ok() && Process32First(snapshot.get(), &entry); more;
+         more = Process32Next(snapshot.get(), &entry))
+        found.push_back({entry.th32ProcessID, entry.szExeFile});
+    return found;
+}
+
+// A process id, or the one running process of that executable name (".exe" optional).
+bool FindTarget(const std::string& what, Target& target) {
+    const std::vector<Target> running = RunningProcesses();
+    char* end = nullptr;
+    const unsigned long id = strtoul(what.c_str(), &end, 10);
+    std::vector<Target> matches;
+    for (const Target& t : running) {
+        const bool byId = !what.empty() && *end == 0 && t.id == id;
+        const bool byName = !_stricmp(t.exe.c_str(), what.c_str()) || !_stricmp(t.exe.c_str(), (what + ".exe").c_str());
+        if (byId || byName) matches.push_back(t);
+    }
+    if (matches.size() == 1) {
+        target = matches[0];
+        return true;
+    }
+    if (matches.empty()) fprintf(stderr, "kvdiag dump: no running process %s\n", what.c_str());
+    else fprintf(stderr, "kvdiag dump: %zu processes are called %s; give one PID:\n", matches.size(), what.c_str());
+    for (const Target& t : matches) fprintf(stderr, "  %lu %s\n", static_cast<unsigned long>(t.id), t.exe.c_str());
+    return false;
+}
+
+}  // namespace
+
+KVDIAG_COMMAND(dump, "dump PID|EXE-NAME [light|heavy] [--out FILE]",
+               "a minidump of a running (hung) process, named like a crash dump") {
+    const char* iniOption = kvdiag::TakeIniOption(argc, argv);
+    const char* what = nullptr;
+    const char* out = nullptr;
+    int mode = 1;
+    bool wrongUse = false;
+    for (int i = 0; i < argc; ++i) {
+        if (strcmp(argv[i], "--out") == 0 && i + 1 < argc) out = argv[++i];
+        else if (strcmp(argv[i], "light") == 0) mode = 1;
+        else if (strcmp(argv[i], "heavy") == 0) mode = 3;
+        else if (!what && argv[i][0] != '-') what = argv[i];
+        else wrongUse = true;
+    }
+    if (!what || wrongUse) {
+        fprintf(stderr, "%s", kUsage);
+        return 2;
+    }
+    Target target{};
+    if (!FindTarget(what, target)) return 1;
+
+    KvProcessDump dump{};
+    std::string iniPath;
+    if (out) {
+        if (!GetFullPathNameA(out, sizeof dump.dumpPath, dump.dumpPath, nullptr)) {
+            fprintf(stderr, "kvdiag dump: bad output path %s\n", out);
+            return 2;
+        }
+    } else {
+        const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
+        if (!ini.valid) {
+            fprintf(stderr, "kvdiag dump: no product log folder to name the dump in: product INI file %s; "
+                            "give --out FILE or --ini PATH\n", ini.reason.c_str());
+            return 1;
+        }
+        iniPath = ini.path;
+        dump.iniPath = iniPath.c_str();
+    }
+    // Handle data needs the right to duplicate the target's handles.
+    kv::selfcheck::ScopedHandle process(
+        OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | PROCESS_DUP_HANDLE, FALSE, target.id));
+    if (!process.ok()) {
+        fprintf(stderr, "kvdiag dump: cannot open process %lu (error %lu)\n", static_cast<unsigned long>(target.id),
+                GetLastError());
+        return 1;
+    }
+    dump.process = process.get();
+    dump.mode = mode;
+    dump.keepExisting = 1;
+    const ULONGLONG begin = GetTickCount64();
+    const long result = DbgHlpWriteProcessDump(&dump);
+    if (result != 0) {
+        fprintf(stderr, "kvdiag dump: no dump of process %lu at \"%s\" (HRESULT 0x%08lx)\n",
+                static_cast<unsigned long>(target.id), dump.dumpPath, static_cast<unsigned long>(result));
+        return 1;
+    }
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    GetFileAttributesExA(dump.dumpPath, GetFileExInfoStandard, &data);
+    printf("Dump of process %lu (%s), %s: %s, %llu bytes in %.1f s\n", static_cast<unsigned long>(target.id),
+           target.exe.c_str(), mode == 1 ? "light" : "heavy", dump.dumpPath,
+           (static_cast<unsigned long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow,
+           double(GetTickCount64() - begin) / 1000.0);
+    printf("Read it with: kvdiag dumpinfo \"%s\"\n", dump.dumpPath);
+    return 0;
+}
