@@ -25,7 +25,11 @@ constexpr DWORD kPathCheckMs = 1000;
 HANDLE logFile = INVALID_HANDLE_VALUE;
 char openPath[MAX_PATH];
 DWORD lastPathCheck;
-unsigned linesSincePathCheck;  // written since the path last named the open file
+unsigned linesSincePathCheck;  // written since the file was last opened by its path
+// Set when the file is closed only to be opened again by path: its index, and
+// the lines written to it since it was opened.
+unsigned long long recheckIndex;
+unsigned recheckLines;
 CrossProcessLock writeLock;
 unsigned droppedLines;
 volatile long long sizeSeen;  // one aligned 64-bit word: read whole by any thread
@@ -71,43 +75,43 @@ HANDLE OpenCreatingFolders(const char* path) {
     return file;
 }
 
+unsigned long long FileIndex(HANDLE file) {
+    BY_HANDLE_FILE_INFORMATION info;
+    if (!GetFileInformationByHandle(file, &info)) return 0;
+    return (static_cast<unsigned long long>(info.nFileIndexHigh) << 32) | info.nFileIndexLow;
+}
+
 bool OpenLog(const char* path) {
     CloseLog();
     logFile = OpenCreatingFolders(path);
     if (logFile == INVALID_HANDLE_VALUE) return false;
     strncpy(openPath, path, sizeof openPath - 1);
     lastPathCheck = GetTickCount();
+    // Reopened to check: another file now means the old one was deleted, with
+    // the lines written to it since it was opened.
+    if (recheckIndex && FileIndex(logFile) != recheckIndex) droppedLines += recheckLines;
+    recheckIndex = 0;
     linesSincePathCheck = 0;
     writeLock.Attach(logFile);
     return true;
 }
 
-// Whether path names the open file. A file deleted while open stays behind
-// its handles (delete pending, or unlinked by name only): it is not opened
-// again by path, or what the path opens is another file.
+// Whether path names the open file (not another one, or none).
 bool NamesOpenFile(const char* path) {
     const HANDLE byPath = CreateFileA(path, FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
     if (byPath == INVALID_HANDLE_VALUE) return false;
-    BY_HANDLE_FILE_INFORMATION named, open;
-    const bool same = GetFileInformationByHandle(byPath, &named) && GetFileInformationByHandle(logFile, &open) &&
-                      named.nFileIndexHigh == open.nFileIndexHigh && named.nFileIndexLow == open.nFileIndexLow;
+    const bool same = FileIndex(byPath) == FileIndex(logFile);
     CloseHandle(byPath);
     return same;
 }
 
-// Whether the open file, no longer at its path, can still be reached by the
-// name its handle now has (moved with its folder), so its lines are kept.
-bool OpenFileMoved() {
-    char path[MAX_PATH];
-    const DWORD length = GetFinalPathNameByHandleA(logFile, path, sizeof path, 0);
-    return length > 0 && length < sizeof path && NamesOpenFile(path);
-}
-
-// The open file's size, or -1 when it is no longer the live log: deleted
-// (pending deletion on Windows, unlinked on a Unix host) or, checked once a
-// second by its path, deleted in a way the handle does not show or gone with
-// a renamed or deleted folder. The lines written since the last check by path
-// to a file deleted meanwhile are counted as lost.
+// The open file's size, or -1 when it is to be opened again by its path:
+// deleted (pending deletion on Windows, unlinked on a Unix host), and once a
+// second in any case. A path that names another file or none means a roll by
+// another process or a renamed folder, and the lines are where they went.
+// A path that still names the open file is reopened too: Wine shows a file
+// deleted while open as present until its last handle closes, and the new
+// file then opened tells (see OpenLog).
 long long LiveSize() {
     FILE_STANDARD_INFO info;
     if (!GetFileInformationByHandleEx(logFile, FileStandardInfo, &info, sizeof info) || info.DeletePending ||
@@ -116,10 +120,11 @@ long long LiveSize() {
     const DWORD now = GetTickCount();
     if (now - lastPathCheck >= kPathCheckMs) {
         lastPathCheck = now;
-        const bool named = NamesOpenFile(openPath);
-        if (!named && !OpenFileMoved()) droppedLines += linesSincePathCheck;
-        linesSincePathCheck = 0;
-        if (!named) return -1;
+        if (NamesOpenFile(openPath)) {
+            recheckIndex = FileIndex(logFile);
+            recheckLines = linesSincePathCheck;
+        }
+        return -1;
     }
     return info.EndOfFile.QuadPart;
 }
@@ -164,7 +169,7 @@ void WriteToLogDirectly(const char* path, const char* bytes, size_t length) {
     CloseHandle(file);
 }
 
-BatchResult WriteBatchToLog(const char* livePath, const char* bytes, size_t length, unsigned lines) {
+BatchResult WriteBatchToLog(const char* livePath, const char* bytes, size_t length, unsigned lines, bool split) {
     BatchResult result;
     result.taken = length;  // unless the file fills in the middle
     const long long limit = static_cast<long long>(Settings.debugLogSize);
@@ -198,7 +203,7 @@ BatchResult WriteBatchToLog(const char* livePath, const char* bytes, size_t leng
                                 ? size_t(limit - before - static_cast<long long>(noteLength))
                                 : 0;
         // At least one line, so a batch moves on even when a roll fails.
-        if (length > room) {
+        if (split && length > room) {
             const size_t from = room ? room - 1 : 0;
             const void* end = memchr(bytes + from, '\n', length - from);
             result.taken = end ? size_t(static_cast<const char*>(end) - bytes) + 1 : length;

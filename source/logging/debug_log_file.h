@@ -15,11 +15,11 @@ struct BatchResult {
 };
 
 // Writes count lines (bytes, whole lines with CR LF) to the live log at
-// livePath, opening it first when needed, and as many of them as fit: up to
-// and including the line that reaches the size limit. Lines that cannot be
+// livePath, opening it first when needed; with split, only as many as fit:
+// up to and including the line that reaches the size limit. Lines that cannot be
 // written (not openable, the lock stayed taken, the disk is full) are counted,
 // and the next batch that gets through starts with a line saying how many.
-BatchResult WriteBatchToLog(const char* livePath, const char* bytes, size_t length, unsigned count);
+BatchResult WriteBatchToLog(const char* livePath, const char* bytes, size_t length, unsigned count, bool split);
 
 // Appends bytes (whole lines) to the file at path through a handle of its
 // own, under the processes' lock but no lock of this process: for the lines of

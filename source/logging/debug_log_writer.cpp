@@ -53,20 +53,25 @@ bool LiveLogPath(char (&path)[MAX_PATH]) {
     return length > 0;
 }
 
-// The writer rolls a file that filled in the middle of a batch before it
-// writes the rest, holding the writer's role meanwhile.
+// The writer rolls a full file itself, holding the writer's role meanwhile,
+// so no other thread of this process writes to it while the roll is due.
 void RollWhileWriting() {
     composingPath = true;
     RollDebugLog();
     composingPath = false;
 }
 
-// Writes all of data, rolling where the file fills before its end.
+// Rolls of one batch after which the rest goes unsplit (the roll keeps failing:
+// the history is held, the folder read-only).
+constexpr int kRollsPerBatch = 8;
+
+// Writes all of data, rolling where the file fills.
 BatchResult WriteSplitAtRoll(const char* path, const char* data, size_t length, unsigned lines) {
-    for (;;) {
-        const BatchResult result = WriteBatchToLog(path, data, length, lines);
+    for (int rolls = 0;; ++rolls) {
+        BatchResult result = WriteBatchToLog(path, data, length, lines, rolls < kRollsPerBatch);
+        if (result.roll) RollWhileWriting();
+        result.roll = false;
         if (result.taken >= length || result.forgetPath) return result;
-        RollWhileWriting();
         const unsigned done = unsigned(std::count(data, data + result.taken, '\n'));
         lines = lines > done ? lines - done : 0;
         data += result.taken;
@@ -80,7 +85,6 @@ struct LogFileSink {
                       size_t extraLength) {
         const BatchResult result = WriteSplitAtRoll(path, bytes, length, lines);
         if (!extra) return result;
-        if (result.roll) RollWhileWriting();
         const unsigned reportLines = unsigned(std::count(extra, extra + extraLength, '\n'));
         BatchResult report = WriteSplitAtRoll(path, extra, extraLength, reportLines);
         report.forgetPath = report.forgetPath || result.forgetPath;
