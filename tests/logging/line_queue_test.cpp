@@ -1,11 +1,9 @@
 // The debug log's line queue over a stub file, under every interleaving of a
-// few threads: no thread is left asleep while nobody writes, every line
-// reaches the file once and in its thread's order, and no call returns
-// before its line is written.
+// few threads: nobody is left asleep while nobody writes, every line reaches
+// the file once and in its thread's order, no call returns before its line.
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <sstream>
 
 #include "interleavings.h"
 #include "logging/line_queue.h"
@@ -18,10 +16,7 @@ struct StubFile {
     int rollEvery;  // every n-th batch fills the file (0: never)
     int batches = 0;
     std::string text;
-    bool ComposePath(char (&path)[MAX_PATH]) {
-        strcpy(path, "live");
-        return true;
-    }
+    bool ComposePath(char (&path)[MAX_PATH]) { return strcpy(path, "live") != nullptr; }
     kv::BatchResult Write(const char*, const char* bytes, size_t length, unsigned, const char* extra, size_t extraLength) {
         text.append(bytes, length).append(extra ? extra : "", extra ? extraLength : 0);
         kv::BatchResult result;
@@ -30,83 +25,64 @@ struct StubFile {
     }
 };
 
-struct Case {
-    const char* name;
-    std::vector<int> lines;  // lines per thread; -1: one line longer than a batch
-    size_t capacityLines;    // a batch holds this many short lines
-    int batchesPerWriter;
-    int rollEvery;
-};
-
-constexpr size_t kLineBytes = 4;  // "A00\n"
-
-std::string LineOf(size_t thread, int i, size_t length) {
-    std::string line = char('A' + thread) + std::to_string(i / 10) + std::to_string(i % 10);
-    return line + std::string(length - kLineBytes, '=') + "\n";
-}
+constexpr size_t kLine = 3;  // "A0\n"; a report: "A0====...\n", longer than a batch
 
 struct QueueRun {
-    QueueRun(Interleaver& s, const Case& c)
-        : file{c.rollEvery, 0, {}}, capacity(c.capacityLines * kLineBytes), buffers(2 * capacity),
-          queue(s, file, &buffers[0], &buffers[capacity], capacity, c.batchesPerWriter) {}
+    QueueRun(Interleaver& s, size_t capacity, int batchesPerWriter, int rollEvery)
+        : file{rollEvery, 0, {}}, buffers(2 * capacity),
+          queue(s, file, &buffers[0], &buffers[capacity], capacity, batchesPerWriter) {}
     StubFile file;
-    size_t capacity;
     std::vector<char> buffers;
     kv::LineQueue<Interleaver, StubFile> queue;
-    std::vector<std::vector<std::string>> expected;
-    std::string early;  // a line whose call returned before it was written
+    std::string order, early;  // the file's lines expected in thread order; one that returned too soon
 };
 
-class LineQueueHandover : public ::testing::TestWithParam<Case> {};
-
-TEST_P(LineQueueHandover, EveryInterleavingWritesEveryLineOnceAndLeavesNobodyAsleep) {
-    const Case& c = GetParam();
-    std::unique_ptr<QueueRun> run;
-    const auto make = [&](Interleaver& s) {
-        run = std::make_unique<QueueRun>(s, c);
-        Interleaver::Bodies bodies;
-        for (size_t t = 0; t < c.lines.size(); ++t) {
-            const int count = c.lines[t] < 0 ? 1 : c.lines[t];
-            const size_t length = c.lines[t] < 0 ? run->capacity + kLineBytes : kLineBytes;
-            run->expected.emplace_back();
-            for (int i = 0; i < count; ++i) run->expected[t].push_back(LineOf(t, i, length));
-            bodies.push_back([&r = *run, t] {
-                for (const std::string& line : r.expected[t]) {
-                    r.queue.Append(line.data(), line.size());
-                    if (r.file.text.find(line) == std::string::npos) r.early = line;
-                }
-            });
-        }
-        return bodies;
-    };
-    const auto check = [&]() -> std::string {
-        if (!run->early.empty()) return "returned before written: " + run->early;
-        std::vector<std::vector<std::string>> seen(c.lines.size());
-        std::istringstream in(run->file.text);
-        for (std::string line; std::getline(in, line);) {
-            const size_t thread = line.empty() ? seen.size() : size_t(line[0] - 'A');
-            if (thread >= seen.size()) return "a torn line: " + line;
-            seen[thread].push_back(line + "\n");
-        }
-        return seen == run->expected ? "" : "file holds:\n" + run->file.text;
-    };
-    const Interleaver::Outcome outcome = Interleaver::Explore(make, check);
-    EXPECT_EQ("", outcome.failure);
-    // The threads really interleaved: more than one schedule per thread.
-    EXPECT_GT(outcome.schedules, c.lines.size());
-    std::printf("%s: %zu schedules\n", c.name, outcome.schedules);
+TEST(LineQueueHandover, EveryInterleavingWritesEveryLineOnceAndLeavesNobodyAsleep) {
+    const struct {
+        const char* name;
+        std::vector<int> lines;  // per thread; -1: one report longer than a batch
+        size_t capacityLines;
+        int batchesPerWriter, rollEvery;
+    } cases[] = {{"two threads, a handover after each batch", {2, 2}, 8, 1, 0},
+                 {"three threads", {1, 1, 1}, 8, 1, 0},
+                 {"a writer writing two batches", {2, 1, 1}, 8, 2, 0},
+                 {"waiting for room in a full batch", {2, 2}, 1, 1, 0},
+                 {"a report larger than a batch", {-1, 1, 1}, 2, 1, 0},
+                 {"rolls: the path composed again", {2, 1, 1}, 8, 2, 1}};
+    for (const auto& c : cases) {
+        std::unique_ptr<QueueRun> run;
+        std::vector<std::vector<std::string>> lines(c.lines.size());
+        for (size_t t = 0; t < c.lines.size(); ++t)
+            for (int i = 0; i < std::max(1, c.lines[t]); ++i)
+                lines[t].push_back(std::string{char('A' + t), char('0' + i)} +
+                                   std::string(c.lines[t] < 0 ? c.capacityLines * kLine : 0, '=') + "\n");
+        const auto make = [&](Interleaver& s) {
+            run = std::make_unique<QueueRun>(s, c.capacityLines * kLine, c.batchesPerWriter, c.rollEvery);
+            Interleaver::Bodies bodies;
+            for (const auto& mine : lines)
+                bodies.push_back([&r = *run, &mine] {
+                    for (const std::string& line : mine) {
+                        r.queue.Append(line.data(), line.size());
+                        if (r.file.text.find(line) == std::string::npos) r.early = line;
+                    }
+                });
+            return bodies;
+        };
+        const auto check = [&]() -> std::string {
+            if (!run->early.empty()) return "returned before written: " + run->early;
+            std::string byThread;  // the file's lines grouped by thread, in the order they came
+            for (char t = 'A'; t < char('A' + lines.size()); ++t)
+                for (size_t at = 0; at < run->file.text.size(); at = run->file.text.find('\n', at) + 1)
+                    if (run->file.text[at] == t) byThread += run->file.text.substr(at, run->file.text.find('\n', at) + 1 - at);
+            std::string expected;
+            for (const auto& mine : lines)
+                for (const auto& line : mine) expected += line;
+            return byThread == expected && run->file.text.size() == expected.size() ? "" : "file:\n" + run->file.text;
+        };
+        const auto outcome = Interleaver::Explore(make, check);
+        EXPECT_EQ("", outcome.second) << c.name;
+        EXPECT_GT(outcome.first, c.lines.size()) << c.name << ": the threads never interleaved";
+    }
 }
-
-const Case kCases[] = {
-    {"TwoThreadsHandOverAfterEachBatch", {2, 2}, 8, 1, 0},
-    {"ThreeThreadsOneLineEach", {1, 1, 1}, 8, 1, 0},
-    {"ThreeThreadsWriterWritesTwoBatches", {2, 1, 1}, 8, 2, 0},
-    {"AFullBatchMakesThreadsWaitForRoom", {2, 2}, 1, 1, 0},
-    {"AReportLargerThanABatch", {-1, 1, 1}, 2, 1, 0},
-    {"RollsMakeTheWriterComposeThePathAgain", {2, 1, 1}, 8, 2, 1},
-};
-
-INSTANTIATE_TEST_SUITE_P(All, LineQueueHandover, ::testing::ValuesIn(kCases),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

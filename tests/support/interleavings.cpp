@@ -6,14 +6,13 @@ namespace kvtest {
 
 int Interleaver::Choose(int options) {
     if (options <= 1) return 0;
-    const size_t at = trace_.size();
-    const int taken = at < prefix_.size() ? prefix_[at] : 0;
+    const int taken = trace_.size() < prefix_.size() ? prefix_[trace_.size()] : 0;
     trace_.push_back({taken, options});
     return taken;
 }
 
-// Called by the running thread me (-1: the starting fiber) once its state
-// says what it waits for; returns when the schedule lets it run again.
+// Runs the next thread of the schedule; returns when me (-1: the explorer)
+// runs again. With nobody able to run, the explorer resumes.
 void Interleaver::Switch(int me) {
     std::vector<int> enabled;
     bool allDone = true;
@@ -24,39 +23,34 @@ void Interleaver::Switch(int me) {
     }
     if (enabled.empty()) {
         stuck_ = !allDone;
-        SwitchToFiber(main_);  // a stuck fiber is never resumed
-        return;
+        return SwitchToFiber(main_);
     }
-    const int next = enabled[size_t(Choose(int(enabled.size())))];
-    current_ = next;
-    if (next != me) SwitchToFiber(fibers_[size_t(next)]);
+    current_ = enabled[size_t(Choose(int(enabled.size())))];
+    if (current_ != me) SwitchToFiber(fibers_[size_t(current_)]);
 }
 
-void Interleaver::Lock() {
+// The running thread waits in state until the schedule gives it the lock.
+void Interleaver::Await(State state) {
     const int me = current_;
-    states_[size_t(me)] = State::WantLock;
+    states_[size_t(me)] = state;
     Switch(me);
     holder_ = me;
     states_[size_t(me)] = State::Ready;
 }
 
-void Interleaver::Unlock() { holder_ = -1; }
+void Interleaver::Lock() { Await(State::WantLock); }
 
 void Interleaver::Sleep(Signal& signal) {
-    const int me = current_;
-    signal.sleepers.push_back(me);
+    signal.sleepers.push_back(current_);
     holder_ = -1;
-    states_[size_t(me)] = State::Sleeping;
-    Switch(me);
-    holder_ = me;
-    states_[size_t(me)] = State::Ready;
+    Await(State::Sleeping);  // a waker makes it want the lock again
 }
 
 void Interleaver::WakeOne(Signal& signal) {
     if (signal.sleepers.empty()) return;
-    const size_t which = size_t(Choose(int(signal.sleepers.size())));
-    states_[size_t(signal.sleepers[which])] = State::WantLock;
-    signal.sleepers.erase(signal.sleepers.begin() + long(which));
+    const auto which = signal.sleepers.begin() + Choose(int(signal.sleepers.size()));
+    states_[size_t(*which)] = State::WantLock;
+    signal.sleepers.erase(which);
 }
 
 void Interleaver::WakeAll(Signal& signal) {
@@ -69,48 +63,37 @@ void __stdcall Interleaver::FiberMain(void* context) {
     const int me = self.current_;
     (*self.bodies_)[size_t(me)]();
     self.states_[size_t(me)] = State::Done;
-    for (;;) self.Switch(me);  // never resumed once done
+    for (;;) self.Switch(me);  // never resumed
 }
 
-bool Interleaver::Run(const Bodies& bodies) {
-    bodies_ = &bodies;
-    states_.assign(bodies.size(), State::Ready);
-    for (size_t t = 0; t < bodies.size(); ++t) fibers_.push_back(CreateFiber(256 * 1024, FiberMain, this));
-    main_ = GetCurrentFiber();
-    Switch(-1);
-    for (void* fiber : fibers_) DeleteFiber(fiber);
-    return !stuck_;
-}
-
-Interleaver::Outcome Interleaver::Explore(const std::function<Bodies(Interleaver&)>& make,
-                                          const std::function<std::string()>& check) {
-    Outcome outcome;
+std::pair<size_t, std::string> Interleaver::Explore(const std::function<Bodies(Interleaver&)>& make,
+                                                    const std::function<std::string()>& check) {
     const bool converted = ConvertThreadToFiber(nullptr) != nullptr;
-    struct Unconvert {
-        bool converted;
-        ~Unconvert() {
-            if (converted) ConvertFiberToThread();
-        }
-    } unconvert{converted};
-    std::vector<int> prefix;
-    for (;;) {
+    std::pair<size_t, std::string> outcome;
+    for (std::vector<int> prefix;; ++outcome.first) {
         Interleaver run(prefix);
         const Bodies bodies = make(run);
-        const bool ended = run.Run(bodies);
-        outcome.schedules++;
-        const std::string wrong = ended ? check() : "threads left asleep with nobody to wake them";
-        if (!wrong.empty()) {
-            outcome.failure = wrong + "; schedule:";
-            for (const Choice& c : run.trace_) outcome.failure += " " + std::to_string(c.taken) + "/" + std::to_string(c.options);
-            return outcome;
-        }
+        run.bodies_ = &bodies;
+        run.states_.assign(bodies.size(), State::Ready);
+        for (size_t t = 0; t < bodies.size(); ++t) run.fibers_.push_back(CreateFiber(256 * 1024, FiberMain, &run));
+        run.main_ = GetCurrentFiber();
+        run.Switch(-1);
+        for (void* fiber : run.fibers_) DeleteFiber(fiber);
+        outcome.second = run.stuck_ ? "threads left asleep with nobody to wake them" : check();
         auto& trace = run.trace_;
-        while (!trace.empty() && trace.back().taken + 1 >= trace.back().options) trace.pop_back();
-        if (trace.empty()) return outcome;
-        trace.back().taken++;
+        if (!outcome.second.empty()) {
+            outcome.second += "; schedule:";
+            for (const auto& choice : trace) outcome.second += " " + std::to_string(choice.first);
+            break;
+        }
+        while (!trace.empty() && trace.back().first + 1 >= trace.back().second) trace.pop_back();
+        if (trace.empty()) break;
+        trace.back().first++;
         prefix.clear();
-        for (const Choice& c : trace) prefix.push_back(c.taken);
+        for (const auto& choice : trace) prefix.push_back(choice.first);
     }
+    if (converted) ConvertFiberToThread();
+    return {outcome.first + 1, outcome.second};
 }
 
 }  // namespace kvtest
