@@ -216,7 +216,8 @@ BatchResult WriteBatchToLog(const char* livePath, const char* bytes, size_t leng
             result.taken = length;
         } else {
             droppedLines = 0;
-            linesSincePathCheck += result.taken == length ? lines : unsigned(std::count(bytes, bytes + result.taken, '\n'));
+            linesSincePathCheck +=
+                result.taken == length ? lines : unsigned(std::count(bytes, bytes + result.taken, '\n'));
             after = before + static_cast<long long>(noteLength + result.taken);
             sizeSeen = after;
         }

@@ -114,7 +114,8 @@ TEST(DebugLogFaults, AWriterKilledMidWriteOrRollHoldsNobodyUpAndLosesNoOtherLine
                 << name << ": " << message;
             if (message.rfind("paced ", 0) == 0) numbers.push_back(atoi(message.c_str() + 6));
         }
-    EXPECT_EQ(files - (live ? 1 : 2), ListFolder(paced.install.logDir(), "debug.stress.*").size()) << "a hole in the chain";
+    EXPECT_EQ(files - (live ? 1 : 2), ListFolder(paced.install.logDir(), "debug.stress.*").size())
+        << "a hole in the chain";
     std::sort(numbers.begin(), numbers.end());
     ASSERT_FALSE(numbers.empty());
     EXPECT_EQ(599, numbers.back());

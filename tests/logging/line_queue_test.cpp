@@ -17,7 +17,8 @@ struct StubFile {
     int batches = 0;
     std::string text;
     bool ComposePath(char (&path)[MAX_PATH]) { return strcpy(path, "live") != nullptr; }
-    kv::BatchResult Write(const char*, const char* bytes, size_t length, unsigned, const char* extra, size_t extraLength) {
+    kv::BatchResult Write(const char*, const char* bytes, size_t length, unsigned, const char* extra,
+                          size_t extraLength) {
         text.append(bytes, length).append(extra ? extra : "", extra ? extraLength : 0);
         kv::BatchResult result;
         result.roll = rollEvery && ++batches % rollEvery == 0;
@@ -71,13 +72,14 @@ TEST(LineQueueHandover, EveryInterleavingWritesEveryLineOnceAndLeavesNobodyAslee
         const auto check = [&]() -> std::string {
             if (!run->early.empty()) return "returned before written: " + run->early;
             std::string byThread;  // the file's lines grouped by thread, in the order they came
+            const std::string& text = run->file.text;
             for (char t = 'A'; t < char('A' + lines.size()); ++t)
-                for (size_t at = 0; at < run->file.text.size(); at = run->file.text.find('\n', at) + 1)
-                    if (run->file.text[at] == t) byThread += run->file.text.substr(at, run->file.text.find('\n', at) + 1 - at);
+                for (size_t at = 0; at < text.size(); at = text.find('\n', at) + 1)
+                    if (text[at] == t) byThread += text.substr(at, text.find('\n', at) + 1 - at);
             std::string expected;
             for (const auto& mine : lines)
                 for (const auto& line : mine) expected += line;
-            return byThread == expected && run->file.text.size() == expected.size() ? "" : "file:\n" + run->file.text;
+            return byThread == expected && text.size() == expected.size() ? "" : "file:\n" + text;
         };
         const auto outcome = Interleaver::Explore(make, check);
         EXPECT_EQ("", outcome.second) << c.name;

@@ -161,9 +161,14 @@ KV_INI_SCENARIO(log_exit_busy) {
     const std::string mode = argc > 1 ? argv[1] : "";
     if (mode == "report") EnableCallStackAndAllocationInstrumentation(0, 0, const_cast<char*>(""), 1);
     if (mode == "module" && !LoadLibraryA("detach_logger.dll")) return printf("detach_logger.dll not loaded\n"), 3;
+    // The 30 ms count from the busy thread's first line: its log is open by then.
+    static HANDLE started = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     const HANDLE busy = CreateThread(nullptr, 0, [](void*) -> DWORD {
+        DbgLogWrite("busy first");
+        SetEvent(started);
         for (unsigned i = 0;; ++i) DbgLogWrite("busy %u", i);
     }, nullptr, 0, nullptr);
+    WaitForSingleObject(started, 60000);
     Sleep(30);
     printf("exiting busy=%d\n", busy != nullptr);
     return 0;

@@ -65,8 +65,10 @@ TEST(AppLog, ArchivesToOneBakFileReplacedEachTimeAndSharesAsOpened) {
 
 TEST(AppLog, LimitsOfTwoGiBAndMoreKeepASmallFileLive) {
     // Limits in KB as opened, or as set afterwards for the system log's use.
-    const std::vector<std::string> limits[] = {
-        {"open=big.log:2097152"}, {"open=big.log:4194303"}, {"open=big.log:0x7fffffff"}, {"open=big.log:1", "limit=3000000"}};
+    const std::vector<std::string> limits[] = {{"open=big.log:2097152"},
+                                               {"open=big.log:4194303"},
+                                               {"open=big.log:0x7fffffff"},
+                                               {"open=big.log:1", "limit=3000000"}};
     for (std::vector<std::string> ops : limits) {
         SCOPED_TRACE(ops.back());
         LogHost h("log_appbig");
