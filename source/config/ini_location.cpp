@@ -106,8 +106,10 @@ int32_t GetKorvanIniFileName(char* buffer, uint32_t size) {
     kv::ClearBuffer(buffer, size);
     const kv::IniSnapshot ini = kv::SnapshotIniFile();
     if (!ini.valid) return kv::kNotAvailable;
-    char name[_MAX_FNAME] = "", extension[_MAX_EXT] = "", fileName[kv::kIniPathBytes] = "";
-    _splitpath(ini.path, nullptr, nullptr, name, extension);
-    _makepath(fileName, nullptr, nullptr, name, extension);
+    // Name and extension are what follows the last separator; split by hand
+    // because the runtime's split buffers hold 256 bytes, a path part 259.
+    const char* fileName = ini.path;
+    for (const char* p = ini.path; *p; ++p)
+        if (*p == '\\' || *p == '/' || *p == ':') fileName = p + 1;
     return kv::CopyOut(fileName, strlen(fileName), buffer, size);
 }

@@ -23,6 +23,7 @@ void ReadProcessSettings() {
 
 void Attach(HMODULE module) {
     ModuleHandle = module;
+    WatchProcessEnd();
     ReadProcessSettings();
     InitializeCriticalSection(&MemoryLock);
     InitializeCriticalSection(&DebugLogLock);
@@ -35,7 +36,8 @@ void Attach(HMODULE module) {
     if (AttachCount++ == 0) InitializeCriticalSection(&DriverLock);
 }
 
-void Detach() {
+void Detach(bool processEnding) {
+    if (processEnding) MarkProcessEnding();
     EnterCriticalSection(&MemoryLock);
     RunDetachMemoryChecks();
     LocksReady = false;
@@ -49,10 +51,11 @@ void Detach() {
 }  // namespace
 }  // namespace kv
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
+extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved) {
     switch (reason) {
         case DLL_PROCESS_ATTACH: kv::Attach(module); break;
-        case DLL_PROCESS_DETACH: kv::Detach(); break;
+        // A non-null reserved argument: the process is ending, not unloading the DLL.
+        case DLL_PROCESS_DETACH: kv::Detach(reserved != nullptr); break;
         default: break;
     }
     return TRUE;

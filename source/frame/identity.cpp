@@ -14,7 +14,10 @@ void DbgHlpSetIdStr(const char* id) {
     if (!id) return;
     const int16_t length = int16_t(strlen(id));  // a 16-bit count, as the bounded copy takes it
     if (length >= 0 && length < int16_t(sizeof IdString)) {
-        memcpy(IdString, id, size_t(length) + 1);
+        // The count may have wrapped (a text of 65536 + length characters):
+        // the terminator is written, not copied.
+        memcpy(IdString, id, size_t(length));
+        IdString[length] = '\0';
         return;
     }
     if (length < 0) {

@@ -16,6 +16,21 @@ CRITICAL_SECTION CallStackLock;
 CRITICAL_SECTION DriverLock;
 volatile bool LocksReady = false;
 
+namespace {
+using ShutdownQuery = BOOLEAN(NTAPI*)();
+ShutdownQuery loaderShutdown;
+volatile bool ending;
+}  // namespace
+
+void WatchProcessEnd() {
+    loaderShutdown = reinterpret_cast<ShutdownQuery>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "RtlDllShutdownInProgress")));
+}
+
+void MarkProcessEnding() { ending = true; }
+
+bool ProcessEnding() { return ending || (loaderShutdown && loaderShutdown()); }
+
 void ApplyCrashOnError() {
     if (Settings.crashOnError) DebugBreak();
 }

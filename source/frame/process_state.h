@@ -53,6 +53,14 @@ extern CRITICAL_SECTION DriverLock;
 // module's detach, an atexit handler) checks it before taking either lock.
 extern volatile bool LocksReady;
 
+// True once the process is ending: ExitProcess has ended every other thread,
+// wherever it was, so no wait may depend on one. Told by the loader while the
+// modules that detach before this one run, and marked by this one's detach.
+bool ProcessEnding();
+void MarkProcessEnding();
+// Looks up the loader's shutdown flag; called at attach.
+void WatchProcessEnd();
+
 // Executes a breakpoint trap when "CrashOnError" is on.
 void ApplyCrashOnError();
 

@@ -94,7 +94,8 @@ void WriteLog(LogFile* log, const char* format, ...) {
             fclose(log->stream);
             log->stream = OpenLiveFile(log->path, true);
         }
-        if (log->stream && ftell(log->stream) > long(log->maxSize)) Archive(log);
+        // 64-bit on both sides: a limit of 2 GiB or more is no negative long.
+        if (log->stream && _ftelli64(log->stream) > static_cast<long long>(log->maxSize)) Archive(log);
     }
     LeaveCriticalSection(&log->lock);
 }

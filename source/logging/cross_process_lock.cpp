@@ -2,6 +2,8 @@
 
 #include <stdio.h>
 
+#include "frame/process_state.h"
+
 namespace kv {
 
 namespace {
@@ -18,10 +20,33 @@ bool FileKey(HANDLE file, unsigned long long& key) {
     return true;
 }
 
-bool ProcessEnded(DWORD pid) {
-    HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, pid);
+// A process's id in the low half (where a lock word of a process id alone
+// has it), its start time folded into the high half.
+LONG64 TokenOf(DWORD pid, HANDLE process) {
+    FILETIME created, exited, kernel, user;
+    if (!GetProcessTimes(process, &created, &exited, &kernel, &user)) return 0;
+    const unsigned long long stamp = created.dwLowDateTime ^ created.dwHighDateTime;
+    return LONG64((stamp << 32) | pid);
+}
+
+// Never 0, which means free.
+LONG64 OwnToken() {
+    static const LONG64 token = [] {
+        const DWORD pid = GetCurrentProcessId();
+        const LONG64 made = TokenOf(pid, GetCurrentProcess());
+        return made ? made : LONG64(pid);
+    }();
+    return token;
+}
+
+// True when the holder named by token is gone: its process ended, or its id
+// now names a later process.
+bool OwnerEnded(LONG64 token) {
+    const DWORD pid = DWORD(static_cast<unsigned long long>(token) & 0xFFFFFFFFu);
+    HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, pid);
     if (!process) return GetLastError() == ERROR_INVALID_PARAMETER;  // no such process
-    const bool ended = WaitForSingleObject(process, 0) == WAIT_OBJECT_0;
+    const LONG64 now = TokenOf(pid, process);  // 0: not readable, taken as the same process
+    const bool ended = WaitForSingleObject(process, 0) == WAIT_OBJECT_0 || (now && now != token);
     CloseHandle(process);
     return ended;
 }
@@ -58,14 +83,17 @@ void CrossProcessLock::Detach() {
 }
 
 bool CrossProcessLock::TakeFree() {
-    return InterlockedCompareExchange(&shared_->owner, LONG(GetCurrentProcessId()), 0) == 0;
+    return InterlockedCompareExchange64(&shared_->owner, OwnToken(), 0) == 0;
 }
 
-// A holder killed while writing never releases; its process id tells.
+// A holder killed while writing never releases; its token tells. So does this
+// process's own token once it is ending: the holder was one of its threads,
+// ended by ExitProcess.
 bool CrossProcessLock::TakeFromEndedOwner() {
-    const LONG owner = shared_->owner;
-    return owner && DWORD(owner) != GetCurrentProcessId() && ProcessEnded(DWORD(owner)) &&
-           InterlockedCompareExchange(&shared_->owner, LONG(GetCurrentProcessId()), owner) == owner;
+    const LONG64 owner = shared_->owner;
+    const bool mine = owner == OwnToken();
+    return owner && (mine ? ProcessEnding() : OwnerEnded(owner)) &&
+           InterlockedCompareExchange64(&shared_->owner, OwnToken(), owner) == owner;
 }
 
 bool CrossProcessLock::Acquire(DWORD timeoutMs) {
@@ -99,7 +127,7 @@ bool CrossProcessLock::Acquire(DWORD timeoutMs) {
 
 void CrossProcessLock::Release() {
     if (!shared_) return;
-    InterlockedExchange(&shared_->owner, 0);
+    InterlockedExchange64(&shared_->owner, 0);
     if (shared_->waiters > 0) SetEvent(wake_);
 }
 

@@ -41,8 +41,10 @@ public:
     void Release();
 
 private:
+    // The holder is named by its process id and its process's start time: a
+    // new process that is given a dead holder's id is not taken for it.
     struct Shared {
-        volatile LONG owner;    // 0 when free, else the holder's process id
+        volatile LONG64 owner;  // 0 when free, else the holder's id and start time
         volatile LONG waiters;  // processes asleep on the event
     };
     bool TakeFree();

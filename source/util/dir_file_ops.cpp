@@ -41,6 +41,11 @@ int CDirFunctions::KillDir(const char* dir) {
         // A file is nothing to do. A missing path counts as a folder (see
         // IsDirectory), so its removal below fails: intended.
         if (!IsDirectory(dir)) return 1;
+        // A junction or directory link is removed as the link it is: what it
+        // points to is not this folder's to delete.
+        const DWORD attributes = GetFileAttributesA(dir);
+        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT))
+            return RemoveDirectoryA(dir) ? 1 : 0;
         const std::string base = kv::EndsInBackslash(dir) ? std::string(dir) : std::string(dir) + "\\";
         const std::string pattern = base + "*.*";
         // The members' find data is used by FileExist below: this walk keeps its own.
@@ -51,7 +56,10 @@ int CDirFunctions::KillDir(const char* dir) {
             do {
                 if (!strcmp(entry.cFileName, ".") || !strcmp(entry.cFileName, "..")) continue;
                 const std::string child = base + entry.cFileName;
-                if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+                if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) &&
+                    (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) {
+                    RemoveDirectoryA(child.c_str());  // the link only; a failure shows in the removal below
+                } else if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
                     if (!KillDir(child.c_str())) {
                         result = 0;
                         break;

@@ -51,17 +51,30 @@ CDirFunctions::~CDirFunctions() {
 
 namespace {
 
-// Replaces target by copies of the items of source; on failure target is
-// left empty and the allocation failure is passed on.
-void DeepCopy(std::vector<BSTR>& target, const std::vector<BSTR>& source) {
-    for (BSTR item : target) SysFreeString(item);
-    target.clear();
-    target.reserve(source.size());
-    for (BSTR item : source) {
-        BSTR copy = SysAllocStringLen(item, SysStringLen(item));
-        if (!copy) throw std::bad_alloc();
-        target.push_back(copy);
+// Copies of the items of source; empty when memory runs out, with nothing
+// it made left allocated. Never throws: neither may the class's copies.
+std::vector<BSTR> CopyItems(const std::vector<BSTR>& source) noexcept {
+    std::vector<BSTR> copy;
+    try {
+        copy.reserve(source.size());
+    } catch (...) {
+        return copy;
     }
+    for (BSTR item : source) {
+        const BSTR made = SysAllocStringLen(item, SysStringLen(item));
+        if (!made) {
+            for (BSTR undo : copy) SysFreeString(undo);
+            copy.clear();
+            break;
+        }
+        copy.push_back(made);  // within the reserved size: no allocation
+    }
+    return copy;
+}
+
+void ReplaceItems(std::vector<BSTR>& target, std::vector<BSTR> items) noexcept {
+    for (BSTR item : target) SysFreeString(item);
+    target.swap(items);
 }
 
 }  // namespace
@@ -71,8 +84,8 @@ void CDirFunctions::CopyFrom(const CDirFunctions& other) {
     findHandle = other.findHandle;
     memcpy(workPath, other.workPath, sizeof workPath);
     memcpy(moduleDir, other.moduleDir, sizeof moduleDir);
-    DeepCopy(fileList, other.fileList);
-    DeepCopy(dirList, other.dirList);
+    ReplaceItems(fileList, CopyItems(other.fileList));
+    ReplaceItems(dirList, CopyItems(other.dirList));
 }
 
 namespace {

@@ -13,6 +13,9 @@ namespace kv {
 std::string ReadToolValue(const char* toolName, const char* valueName) {
     char root[MAX_PATH] = {};
     if (!toolName || GetRootRegistryKeyPath(root, sizeof root) <= 0) return std::string();
+    // Read-only, through the 32-bit view like the root key above it: a 64-bit
+    // host would otherwise look in the 64-bit view, where the installer (a
+    // 32-bit program) never wrote the tools.
     RegKey key(std::string(root) + "\\" + toolName, HKEY_LOCAL_MACHINE, true);
     std::string value;
     if (!key.IsOpen() || key.ReadValueAsString(valueName, value) != RegAccessSuccess) return std::string();

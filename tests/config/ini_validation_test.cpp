@@ -81,3 +81,15 @@ TEST(IniValidation, EmptyPathComesFromDefaultIniPath) {
     EXPECT_EQ("validate 0", absent[0].substr(0, 10));
     EXPECT_EQ((Lines{"configured 0 ", "folder1 -2 "}), Lines(absent.begin() + 1, absent.end()));
 }
+
+// A name or extension longer than the runtime's 256-byte split buffers, in a
+// path within 259 characters (a tolerated missing file: Unix file names stop
+// at 255 bytes).
+TEST(IniValidation, TheFileNameOfAPathAtTheLimitIsShownWhole) {
+    const std::string names[] = {std::string(256, 'n'), "." + std::string(255, 'e'), "n." + std::string(253, 'e')};
+    for (const std::string& name : names) {
+        const std::string ini = "C:\\" + name;
+        EXPECT_EQ((Lines{"tolerate", "set 1", "validate 1 error 0", Shown("name", name)}),
+                  RunSteps("cfg_longname", {"tolerate", "set=" + ini, "validate", "name"}));
+    }
+}

@@ -9,7 +9,8 @@ TEST(Identity, IdTextIsCutAt99AndCommandLinePiecesJoin) {
     const struct { const char* host; int length; std::string shown; bool cut; } cases[] = {
         {"frame_id_short", 99, std::string(98, 'i') + "Z", false},
         {"frame_id_long", 150, std::string(99, 'i'), true},  // the final "Z" is gone
-        {"frame_id_huge", 40000, "", true}};  // taken as a signed 16-bit count: negative, so empty
+        {"frame_id_huge", 40000, "", true},  // taken as a signed 16-bit count: negative, so empty
+        {"frame_id_wrapped", 65536 + 50, std::string(50, 'i'), false}};  // counted as 50: the first 50 kept
     for (const auto& c : cases) {
         SCOPED_TRACE(c.host);
         kvtest::InstalledHost h(c.host);
@@ -20,7 +21,7 @@ TEST(Identity, IdTextIsCutAt99AndCommandLinePiecesJoin) {
             << log;
         if (c.cut) continue;
         EXPECT_HAS(h.last.output, "cmdline 0 0");
-        EXPECT_HAS(log, "Memory Report: frame_id_short PID ");
+        EXPECT_HAS(log, "Memory Report: " + std::string(c.host) + " PID ");
         EXPECT_HAS(log, " - CmdLine abcd\n");
     }
 }

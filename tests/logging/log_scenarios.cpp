@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "KvCallStack.h"
 #include "KvConfig.h"
 #include "KvLogging.h"
 #include "scenario.h"
@@ -103,10 +104,12 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
     }
     else if (name == "open" || name == "openshut") {  // open=NAME:KB
         const size_t colon = value.find(':');
-        appLog = OpenLog(value.substr(0, colon).c_str(), uint32_t(atoi(value.c_str() + colon + 1)), name == "open");
+        appLog = OpenLog(value.substr(0, colon).c_str(), uint32_t(strtoul(value.c_str() + colon + 1, nullptr, 0)),
+                         name == "open");
         printf("opened=%d\n", appLog != nullptr);
     } else if (name == "write") WriteLog(appLog, "%s\n", value.c_str());
     else if (name == "route") SetApplicationSyslog(appLog);
+    else if (name == "limit") SetSyslogSize(appLog, uint32_t(strtoul(value.c_str(), nullptr, 0)));
     else if (name == "close") {
         CloseLog(appLog);
         appLog = nullptr;
@@ -169,5 +172,26 @@ KV_INI_SCENARIO(log_stress) {
             for (int i = 0; i < lines; ++i) DbgLogWrite("%s t%d n%d", argv[1], t, i);
         });
     for (auto& w : workers) w.join();
+    return 0;
+}
+
+// log_exit_busy INI MODE: a thread logs without pause while the process exits
+// after 30 ms, so ExitProcess ends it anywhere in the log writer; then the
+// library's memory report at unload (MODE report) or another module's detach
+// (MODE module) logs.
+KV_INI_SCENARIO(log_exit_busy) {
+    const std::string mode = argc > 1 ? argv[1] : "";
+    if (mode == "report") EnableCallStackAndAllocationInstrumentation(0, 0, const_cast<char*>(""), 1);
+    if (mode == "module" && !LoadLibraryA("detach_logger.dll")) return printf("detach_logger.dll not loaded\n"), 3;
+    // The 30 ms count from the busy thread's first line: its log is open by then.
+    static HANDLE started = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    const HANDLE busy = CreateThread(nullptr, 0, [](void*) -> DWORD {
+        DbgLogWrite("busy first");
+        SetEvent(started);
+        for (unsigned i = 0;; ++i) DbgLogWrite("busy %u", i);
+    }, nullptr, 0, nullptr);
+    WaitForSingleObject(started, 60000);
+    Sleep(30);
+    printf("exiting busy=%d\n", busy != nullptr);
     return 0;
 }

@@ -61,3 +61,22 @@ TEST(DebugLogStress, ThreeProcessesOfFourThreadsLoseAndTearNoLine) {
     printf("[ stress   ] %d lines from %d processes x %d threads in %lu ms; %zu files, %zu bytes\n",
            kProcesses * kThreads * kLines, kProcesses, kThreads, static_cast<unsigned long>(elapsed), files.size(), bytes);
 }
+
+// Sixteen threads' batches fill a 1 KB log many times: the file takes lines
+// up to the one that reaches the limit, the rest of a batch starts the next.
+TEST(DebugLogStress, NoHistoryFileExceedsTheLimitByMoreThanALine) {
+    kvtest::ProductInstall install;
+    kvtest::ChildHost host("log_split");
+    host.SetSetting("DebugLogSize", 1);
+    host.SetSetting("DebugLogHistoryFiles", 10);
+    const auto r = host.Run({"log_stress", install.iniPath(), "split", "16", "200"});
+    ASSERT_TRUE(!r.timedOut && r.exitCode == 0) << r.output;
+    const auto history = kvtest::ListFolder(install.logDir(), "debug.stress.0*");
+    EXPECT_EQ(10u, history.size());
+    for (const auto& name : history) {
+        const std::string path = install.logDir() + "\\" + name;
+        size_t longest = 0;
+        for (const auto& line : kvtest::ReadLines(path)) longest = std::max(longest, line.size() + 2);
+        EXPECT_LE(kvtest::ReadFileText(path).size(), 1024 + longest) << name;
+    }
+}

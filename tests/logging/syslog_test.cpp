@@ -63,6 +63,22 @@ TEST(AppLog, ArchivesToOneBakFileReplacedEachTimeAndSharesAsOpened) {
     EXPECT_EQ(Lines{"one"}, ReadLines(h.File("shut.log")));
 }
 
+TEST(AppLog, LimitsOfTwoGiBAndMoreKeepASmallFileLive) {
+    // Limits in KB as opened, or as set afterwards for the system log's use.
+    const std::vector<std::string> limits[] = {{"open=big.log:2097152"},
+                                               {"open=big.log:4194303"},
+                                               {"open=big.log:0x7fffffff"},
+                                               {"open=big.log:1", "limit=3000000"}};
+    for (std::vector<std::string> ops : limits) {
+        SCOPED_TRACE(ops.back());
+        LogHost h("log_appbig");
+        ops.insert(ops.end(), {"write=one", "write=two", "close"});
+        ASSERT_TRUE(h.Ok(ops));
+        EXPECT_EQ((Lines{"one", "two"}), ReadLines(h.File("big.log")));
+        EXPECT_FALSE(FileExists(h.File("big.bak")));
+    }
+}
+
 TEST(AppLog, TimeStampedArchivesWhenTheProductAsksForThem) {
     LogHost h("log_appstamp");
     h.install.SetValue("Debug", "SysLogArchive", "1");
