@@ -19,7 +19,6 @@
 
 namespace {
 
-constexpr int kMaxHistoryFiles = 10;
 constexpr DWORD kPollMs = 50;
 constexpr char kUsage[] = "usage: kvdiag tail [COMPONENT...|--all] [-n N] [-f [--for SECONDS] [--count LINES]] [--ini PATH]\n";
 
@@ -59,18 +58,6 @@ bool ParseOptions(std::vector<std::string> args, TailOptions& options) {
     return true;
 }
 
-// The live log of a component and its history files 1..10.
-std::vector<std::string> ChainPaths(const std::string& component) {
-    SetComponentName(component.c_str());
-    std::vector<std::string> chain;
-    for (int i = 0; i <= kMaxHistoryFiles; ++i) {
-        char path[MAX_PATH];
-        if (GetDebugLogFilePath(i == 0 ? -1 : i, 1, path, sizeof path) < 0) return {};
-        chain.push_back(path);
-    }
-    return chain;
-}
-
 // The components of every debug log in the log folder: "debug.log" is the
 // one without a component, "debug.<component>.log" the others.
 std::vector<std::string> LogFolderComponents() {
@@ -81,9 +68,8 @@ std::vector<std::string> LogFolderComponents() {
     const HANDLE search = FindFirstFileA((std::string(folder) + "\\debug*.log").c_str(), &found);
     if (search == INVALID_HANDLE_VALUE) return components;
     do {
-        const std::string name = found.cFileName;
-        if (name == "debug.log") components.push_back("");
-        else if (name.size() > 10 && name.compare(0, 6, "debug.") == 0) components.push_back(name.substr(6, name.size() - 10));
+        std::string component;
+        if (kvdiag::DebugLogComponent(found.cFileName, component)) components.push_back(component);
     } while (FindNextFileA(search, &found));
     FindClose(search);
     return components;
@@ -123,7 +109,7 @@ public:
     bool Add(const std::string& component) {
         for (const auto& f : followers_)
             if (f.component == component) return true;
-        std::vector<std::string> chain = ChainPaths(component);
+        std::vector<std::string> chain = kvdiag::DebugLogChain(component);
         if (chain.empty()) return false;
         followers_.push_back({component, kvdiag::LogFollower(std::move(chain))});
         return true;
@@ -226,7 +212,7 @@ KVDIAG_COMMAND(tail, "tail [COMPONENT...|--all] [-n N] [-f [--for S] [--count N]
     if (!options.follow) {
         int rc = 0;
         for (const auto& component : options.components) {
-            const std::vector<std::string> chain = ChainPaths(component);
+            const std::vector<std::string> chain = kvdiag::DebugLogChain(component);
             std::vector<std::string> lines;
             unsigned long error = 0;
             const bool read = kvdiag::LastLines(chain[0], options.count, lines, error);
