@@ -67,11 +67,20 @@ constexpr int kRollsPerBatch = 8;
 
 // Writes all of data, rolling where the file fills.
 BatchResult WriteSplitAtRoll(const char* path, const char* data, size_t length, unsigned lines) {
+    bool rolled = false;
     for (int rolls = 0;; ++rolls) {
         BatchResult result = WriteBatchToLog(path, data, length, lines, rolls < kRollsPerBatch);
-        if (result.roll) RollWhileWriting();
+        if (result.roll) {
+            RollWhileWriting();
+            rolled = true;
+        }
         result.roll = false;
-        if (result.taken >= length || result.forgetPath) return result;
+        if (result.taken >= length || result.forgetPath) {
+            // After a roll the live name may have changed (a component named
+            // since): the queue composes it afresh instead of keeping this one.
+            result.forgetPath = result.forgetPath || rolled;
+            return result;
+        }
         const unsigned done = unsigned(std::count(data, data + result.taken, '\n'));
         lines = lines > done ? lines - done : 0;
         data += result.taken;

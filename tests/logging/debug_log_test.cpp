@@ -59,6 +59,15 @@ TEST(DebugLogRolling, NoHistoryStartsTheLogAfresh) {
     EXPECT_EQ("after the roll", live.empty() ? "" : live.back());
 }
 
+TEST(DebugLogRolling, AComponentNamedLaterLogsUnderItsNameFromTheNextRollOn) {
+    LogHost h("log_rename", 3);
+    ASSERT_TRUE(h.Ok({"lines=10", "comp=B", "lines=40", "line=last"}));
+    // Lines go on to the unnamed log only until it is full.
+    EXPECT_LT(ReadFileText(h.File("debug.log")).size(), 1024u + 128u);
+    const auto live = h.Messages("debug.B.log");
+    EXPECT_EQ("last", live.empty() ? "" : live.back());
+}
+
 TEST(DebugLogFaults, WritesResumeOnceTheFaultClearsAndNothingHangs) {
     // The log folder's place is taken by a file: the folder cannot be created.
     LogHost folder("log_faults");
