@@ -14,6 +14,14 @@
 #include "logging/debug_log_file.h"
 #include "logging/line_queue.h"
 
+// The address waits of ntdll (Windows 8 and later), under WaitOnAddress and
+// its wakes, imported from ntdll itself instead of an API-set DLL.
+extern "C" {
+NTSYSAPI LONG NTAPI RtlWaitOnAddress(const volatile void* address, const void* compare, SIZE_T size,
+                                     const LARGE_INTEGER* timeout);
+NTSYSAPI void NTAPI RtlWakeAddressAll(const void* address);
+}
+
 namespace kv {
 
 namespace {
@@ -24,19 +32,36 @@ constexpr size_t kBatchCapacity = 64 * 1024;
 constexpr int kBatchesPerWriter = 4;
 char batchBuffers[2][kBatchCapacity];
 
-// A slim lock and condition variables: cheap, but a thread killed while it
-// holds the lock or the writer's role leaves them taken for good, which is
-// why nothing waits on them once the process is ending.
+// A slim lock and address waits: cheap, but a thread killed while it holds
+// the lock or the writer's role leaves them taken for good, which is why
+// nothing waits on them once the process is ending. A signal is a word that
+// its wakers change with the lock held, so a sleeper that saw it before
+// leaving the lock cannot miss a wake.
 struct SlimSync {
     SRWLOCK lock = SRWLOCK_INIT;
     struct Signal {
-        CONDITION_VARIABLE cv = CONDITION_VARIABLE_INIT;
+        volatile LONG generation = 0;
     };
     void Lock() { AcquireSRWLockExclusive(&lock); }
     void Unlock() { ReleaseSRWLockExclusive(&lock); }
-    void Sleep(Signal& s) { SleepConditionVariableSRW(&s.cv, &lock, INFINITE, 0); }
-    void WakeOne(Signal& s) { WakeConditionVariable(&s.cv); }
-    void WakeAll(Signal& s) { WakeAllConditionVariable(&s.cv); }
+    void Park(Signal& s) {
+        LONG seen = s.generation;
+        Unlock();
+        RtlWaitOnAddress(&s.generation, &seen, sizeof seen, nullptr);
+    }
+    void Sleep(Signal& s) {
+        Park(s);
+        Lock();
+    }
+    // Wakes every sleeper: the queue's one wake-one (the role handed on) is
+    // rare, and Wine's wake-one can pick a sleeper that an earlier wake-all
+    // already woke but that has not left the wait yet, leaving the one
+    // still asleep for good.
+    void WakeOne(Signal& s) { WakeAll(s); }
+    void WakeAll(Signal& s) {
+        s.generation = s.generation + 1;
+        RtlWakeAddressAll(const_cast<LONG*>(&s.generation));
+    }
 };
 
 // Set while this thread composes the log's paths (to open or roll it): a line

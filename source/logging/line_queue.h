@@ -19,12 +19,16 @@
 //     of the pending batch and every thread waiting for the role.
 //  So no wake-up is lost: whenever nobody writes, every thread with an
 //  unwritten line is awake or has been woken, and takes the role itself.
+//  A sleeper of a batch wakes without the lock and reads finished_ alone: a
+//  finished batch's threads return at once instead of queueing for the lock
+//  one after the other while the writer needs it for the next batch.
 //  5. A writer that dies (its thread killed at process exit) never gives the
 //     role up. The queue is therefore bypassed once the process is ending
 //     (see debug_log_writer.cpp); no thread may wait on it from then on.
 //
-// Sync gives the lock and the sleeps (Lock, Unlock, Sleep, WakeOne, WakeAll
-// on a Sync::Signal); Sink composes the live path and writes a batch. Both are
+// Sync gives the lock and the sleeps (Lock, Unlock, Sleep, Park - a sleep
+// that wakes without the lock -, WakeOne, WakeAll on a Sync::Signal, each
+// called with the lock held); Sink composes the live path and writes a batch. Both are
 // parameters so a test can drive every interleaving of a few threads.
 #pragma once
 
@@ -65,8 +69,15 @@ public:
             lines_++;
             const unsigned long long mine = collecting_;
             while (finished_ < mine) {
-                if (writing_) Wait(done_[mine % 2]);
-                else roll = Write(nullptr, 0) || roll;
+                if (!writing_) {
+                    roll = Write(nullptr, 0) || roll;
+                    continue;
+                }
+                Waiters& batch = done_[mine % 2];
+                ++batch.sleeping;
+                sync_.Park(batch.signal);
+                if (finished_ >= mine) return roll;
+                sync_.Lock();
             }
         }
         sync_.Unlock();
@@ -78,21 +89,27 @@ public:
     const char* LastPath() const { return livePath_; }
 
 private:
+    // Sleepers are counted by themselves and uncounted by their waker, so a
+    // parked thread that returns without the lock leaves the count right;
+    // never below the threads asleep, so no wake is skipped.
     struct Waiters {
         typename Sync::Signal signal{};
-        unsigned sleeping = 0;  // exact: changed with the lock held
+        unsigned sleeping = 0;
     };
 
     void Wait(Waiters& w) {
         ++w.sleeping;
         sync_.Sleep(w.signal);
-        --w.sleeping;
     }
     void WakeOne(Waiters& w) {
-        if (w.sleeping) sync_.WakeOne(w.signal);
+        if (!w.sleeping) return;
+        --w.sleeping;
+        sync_.WakeOne(w.signal);
     }
     void WakeAll(Waiters& w) {
-        if (w.sleeping) sync_.WakeAll(w.signal);
+        if (!w.sleeping) return;
+        w.sleeping = 0;
+        sync_.WakeAll(w.signal);
     }
 
     void Finish(unsigned long long number) {
@@ -160,7 +177,9 @@ private:
     size_t bytes_ = 0;
     unsigned lines_ = 0;
     unsigned long long collecting_ = 1;  // number of the pending batch
-    unsigned long long finished_ = 0;    // batches up to this one are written or dropped
+    // Batches up to this one are written or dropped; also read by a parked
+    // thread without the lock, as one aligned word.
+    volatile unsigned long long finished_ = 0;
     bool writing_ = false;
     bool pathKnown_ = false;             // livePath_ is changed by the writer only
     char livePath_[MAX_PATH] = "";

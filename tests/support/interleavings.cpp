@@ -41,20 +41,32 @@ void Interleaver::Await(State state) {
 void Interleaver::Lock() { Await(State::WantLock); }
 
 void Interleaver::Sleep(Signal& signal) {
-    signal.sleepers.push_back(current_);
+    signal.sleepers.push_back({current_, true});
     holder_ = -1;
     Await(State::Sleeping);  // a waker makes it want the lock again
+}
+
+void Interleaver::Park(Signal& signal) {
+    const int me = current_;
+    signal.sleepers.push_back({me, false});
+    holder_ = -1;
+    states_[size_t(me)] = State::Sleeping;
+    Switch(me);  // a waker makes it ready, lock or not
+}
+
+void Interleaver::Wake(std::pair<int, bool> sleeper) {
+    states_[size_t(sleeper.first)] = sleeper.second ? State::WantLock : State::Ready;
 }
 
 void Interleaver::WakeOne(Signal& signal) {
     if (signal.sleepers.empty()) return;
     const auto which = signal.sleepers.begin() + Choose(int(signal.sleepers.size()));
-    states_[size_t(*which)] = State::WantLock;
+    Wake(*which);
     signal.sleepers.erase(which);
 }
 
 void Interleaver::WakeAll(Signal& signal) {
-    for (int t : signal.sleepers) states_[size_t(t)] = State::WantLock;
+    for (const auto& sleeper : signal.sleepers) Wake(sleeper);
     signal.sleepers.clear();
 }
 

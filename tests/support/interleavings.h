@@ -1,5 +1,5 @@
 // Every interleaving of a few threads around one lock and its condition
-// variables. The threads are fibers, so one runs at a time and a switch costs
+// variables (a sleeper wakes holding the lock, or, parked, without it). The threads are fibers, so one runs at a time and a switch costs
 // no system call. Whenever a thread asks for the lock, sleeps or ends, the
 // schedule names who runs next, and a waker's schedule names which sleeper
 // wakes; code that shares state only under the lock can do nothing else.
@@ -17,11 +17,12 @@ class Interleaver {
 public:
     // The Sync parameter of a template under test.
     struct Signal {
-        std::vector<int> sleepers;
+        std::vector<std::pair<int, bool>> sleepers;  // thread, wakes holding the lock
     };
     void Lock();
     void Unlock() { holder_ = -1; }
     void Sleep(Signal& signal);
+    void Park(Signal& signal);
     void WakeOne(Signal& signal);
     void WakeAll(Signal& signal);
 
@@ -38,6 +39,7 @@ private:
     int Choose(int options);
     void Switch(int me);
     void Await(State state);
+    void Wake(std::pair<int, bool> sleeper);
     static void __stdcall FiberMain(void* context);
 
     std::vector<int> prefix_;
