@@ -11,12 +11,16 @@ using kvtest::LineFrom;
 
 TEST(KvdiagConfig, PathsIniAndInitRunAsAnEngineerWould) {
     kvtest::ProductInstall install;
+    CreateDirectoryA(install.Path("Run").c_str(), nullptr);
     const auto good = RunKvdiag("paths --ini \"" + install.iniPath() + "\"");
     EXPECT_EQ(0u, good.exitCode) << good.output;
     const std::string rows = kvtest::Squeezed(good.output);  // whatever the column widths
     EXPECT_EQ("Validated yes", LineFrom(rows, "Validated")) << good.output;
-    EXPECT_EQ("2 LOGS\\Drivers " + install.logDir() + "\\Drivers", LineFrom(rows, "2 LOGS\\Drivers")) << good.output;
     EXPECT_EQ("11 RUN " + install.Path("Run"), LineFrom(rows, "11 RUN")) << good.output;
+    // A missing folder is reported, not created.
+    EXPECT_EQ("2 LOGS\\Drivers " + install.logDir() + "\\Drivers (missing)", LineFrom(rows, "2 LOGS\\Drivers"))
+        << good.output;
+    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA((install.logDir() + "\\Drivers").c_str()));
     const auto missing = RunKvdiag("paths --ini \"" + install.Path("none.ini") + "\"");
     EXPECT_EQ(1u, missing.exitCode);
     EXPECT_EQ("Validated no - missing (error 2)", LineFrom(kvtest::Squeezed(missing.output), "Validated")) << missing.output;

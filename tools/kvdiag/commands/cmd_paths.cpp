@@ -3,6 +3,8 @@
 #include <windows.h>
 #include <stdio.h>
 
+#include <string>
+
 #include "KvConfig.h"
 #include "command.h"
 #include "commands/ini_status.h"
@@ -12,18 +14,32 @@ namespace {
 struct FolderRow {
     int code;
     const char* key;
+    const char* below;  // added to the key's value
 };
 
 constexpr FolderRow kFolders[] = {
-    {0, "CONFIG"}, {1, "LOGS"},    {2, "LOGS\\Drivers"},     {3, "BIN"}, {6, "DATA"},
-    {7, "USER"},   {8, "STARTER"}, {9, "LASTDATABASEPATH"}, {10, "LOGS"}, {11, "RUN"},
+    {0, "CONFIG", ""}, {1, "LOGS", ""},        {2, "LOGS", "\\Drivers"}, {3, "BIN", ""},
+    {6, "DATA", ""},   {7, "USER", ""},        {8, "STARTER", ""},       {9, "LASTDATABASEPATH", ""},
+    {10, "LOGS", ""},  {11, "RUN", ""},
 };
 
-void PrintFilled(const char* label, int32_t result, const char* text) {
-    if (result >= 0)
-        printf("  %-20s %s\n", label, text);
-    else
-        printf("  %-20s (not available: %d)\n", label, result);
+// The folder the library's lookup of code would give, read from the INI file
+// instead of looked up: the lookup creates a missing folder, and paths only
+// reports what the installation holds.
+void PrintFolder(const FolderRow& row) {
+    char label[40], folder[MAX_PATH];
+    snprintf(label, sizeof label, "%2d %s%s", row.code, row.key, row.below);
+    const int32_t length = KorvanIniReadValueAsString("KVEDIT", row.key, folder, sizeof folder, "");
+    if (length <= 0) {
+        printf("  %-20s (not set)\n", label);
+        return;
+    }
+    std::string path = std::string(folder) + row.below;
+    const DWORD attributes = GetFileAttributesA(path.c_str());
+    const char* state = attributes == INVALID_FILE_ATTRIBUTES        ? " (missing)"
+                        : (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0 ? " (a file, not a folder)"
+                                                                      : "";
+    printf("  %-20s %s%s\n", label, path.c_str(), state);
 }
 
 }  // namespace
@@ -48,14 +64,14 @@ KVDIAG_COMMAND(paths, "paths [--ini PATH]", "the product INI file, its validatio
            ini.reason.c_str());
     if (!ini.valid) return 1;
 
-    printf("\nProduct folders (section KVEDIT; a lookup creates a missing folder)\n");
-    for (const FolderRow& row : kFolders) {
-        char label[32];
-        snprintf(label, sizeof label, "%2d %s", row.code, row.key);
-        const int32_t result = GetKorvanFolderByType(row.code, text, sizeof text);
-        PrintFilled(label, result, text);
-    }
-    const int32_t profile = GetKorvanProfilePath(text, sizeof text);
-    printf("  %-20s %s\n", "Profile", profile > 0 ? text : "(none: [RuntimeManager] Profile or RUN missing)");
+    printf("\nProduct folders (section KVEDIT)\n");
+    for (const FolderRow& row : kFolders) PrintFolder(row);
+    // The profile as GetKorvanProfilePath names it, which would create RUN.
+    char profile[MAX_PATH], run[MAX_PATH];
+    if (KorvanIniReadValueAsString("RuntimeManager", "Profile", profile, sizeof profile, "") > 0 &&
+        KorvanIniReadValueAsString("KVEDIT", "RUN", run, sizeof run, "") > 0)
+        printf("  %-20s %s\\%s.ini\n", "Profile", run, profile);
+    else
+        printf("  %-20s %s\n", "Profile", "(none: [RuntimeManager] Profile or RUN missing)");
     return 0;
 }
