@@ -20,7 +20,10 @@ TEST(KvdiagConfig, PathsIniAndInitRunAsAnEngineerWould) {
     // A missing folder is reported, not created.
     EXPECT_EQ("2 LOGS\\Drivers " + install.logDir() + "\\Drivers (missing)", LineFrom(rows, "2 LOGS\\Drivers"))
         << good.output;
-    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA((install.logDir() + "\\Drivers").c_str()));
+    // Reading commands leave a missing log folder missing.
+    for (const std::string reading : {"tail", "syslog", "memreport"})
+        RunKvdiag(reading + " --ini \"" + install.iniPath() + "\"");
+    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(install.logDir().c_str()));
     const auto missing = RunKvdiag("paths --ini \"" + install.Path("none.ini") + "\"");
     EXPECT_EQ(1u, missing.exitCode);
     EXPECT_EQ("Validated no - missing (error 2)", LineFrom(kvtest::Squeezed(missing.output), "Validated")) << missing.output;

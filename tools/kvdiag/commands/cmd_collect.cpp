@@ -19,6 +19,7 @@
 #include "commands/ini_status.h"
 #include "common/path_parts.h"
 #include "common/progress.h"
+#include "logs/product_paths.h"
 
 namespace {
 
@@ -209,10 +210,11 @@ void CollectReports(Collection& c, const kvdiag::ScratchFolder& scratch, const s
 void CollectConfiguration(Collection& c, const kvdiag::IniStatus& ini) {
     c.Say("Configuration\n");
     c.Add(ini.path, "Config\\" + FileNameOf(ini.path));
-    char profile[MAX_PATH];
-    if (GetKorvanProfilePath(profile, sizeof profile) > 0) {
-        if (GetFileAttributesA(profile) != INVALID_FILE_ATTRIBUTES) c.Add(profile, "Config\\" + FileNameOf(profile));
-        else c.Skip("Config\\" + FileNameOf(profile), std::string("the profile ") + profile + " does not exist");
+    const std::string profile = kvdiag::ProfilePath();
+    if (!profile.empty()) {
+        if (GetFileAttributesA(profile.c_str()) != INVALID_FILE_ATTRIBUTES)
+            c.Add(profile, "Config\\" + FileNameOf(profile));
+        else c.Skip("Config\\" + FileNameOf(profile), "the profile " + profile + " does not exist");
     } else {
         c.Skip("profile", "none configured ([RuntimeManager] Profile or the RUN folder missing)");
     }
@@ -220,13 +222,13 @@ void CollectConfiguration(Collection& c, const kvdiag::IniStatus& ini) {
 
 // The log folder: every log first, then the dumps newest first up to the cap.
 void CollectLogFolder(Collection& c, const CollectOptions& options, const std::string& archive) {
-    char folder[MAX_PATH];
-    if (GetDebugLogDirPath(1, folder, sizeof folder) < 0) {
+    std::string folder;
+    if (!kvdiag::LogFolder(folder)) {
         c.Say("Logs\n");
-        c.Skip("log folder", "cannot be found or created");
+        c.Skip("log folder", "not named by the product INI file");
         return;
     }
-    c.Say("Logs in %s\n", folder);
+    c.Say("Logs in %s\n", folder.c_str());
     c.progress().Stage("adding the logs");
     std::vector<FoundFile> files;
     if (!ListFiles(folder, true, files)) {
@@ -279,8 +281,8 @@ void CollectSymbols(Collection& c, bool iniValid) {
     c.Say("Symbols\n");
     c.progress().Stage("adding the symbols");
     std::vector<std::string> folders = {kvdiag::ModuleFolder("KvDebugHelp.dll"), kvdiag::ModuleFolder(nullptr)};
-    char bin[MAX_PATH];
-    if (iniValid && GetKorvanFolderByType(3, bin, sizeof bin) > 0) folders.push_back(bin);
+    std::string bin;
+    if (iniValid && kvdiag::ProductFolder("BIN", bin)) folders.push_back(bin);
     std::vector<std::string> seenFolders, seenNames;
     for (const std::string& folder : folders) {
         const std::string key = Lower(FullPath(folder));

@@ -13,6 +13,7 @@
 #include "KvLogging.h"
 #include "command.h"
 #include "commands/ini_status.h"
+#include "logs/product_paths.h"
 
 namespace {
 
@@ -72,11 +73,9 @@ std::string DefaultLog(int& argc, char** argv) {
         fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", ini.reason.c_str());
         return "";
     }
-    char live[260];
-    if (GetDebugLogFilePath(-1, 1, live, sizeof live) <= 0) {
-        fprintf(stderr, "kvdiag: the log folder cannot be found\n");
-        return "";
-    }
+    char name[260];
+    const std::string live = GetDebugLogFilePath(-1, 0, name, sizeof name) <= 0 ? "" : kvdiag::InLogFolder(name);
+    if (live.empty()) fprintf(stderr, "kvdiag: the product INI file names no log folder\n");
     return live;
 }
 

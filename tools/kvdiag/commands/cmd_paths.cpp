@@ -8,6 +8,7 @@
 #include "KvConfig.h"
 #include "command.h"
 #include "commands/ini_status.h"
+#include "logs/product_paths.h"
 
 namespace {
 
@@ -27,14 +28,14 @@ constexpr FolderRow kFolders[] = {
 // instead of looked up: the lookup creates a missing folder, and paths only
 // reports what the installation holds.
 void PrintFolder(const FolderRow& row) {
-    char label[40], folder[MAX_PATH];
+    char label[40];
     snprintf(label, sizeof label, "%2d %s%s", row.code, row.key, row.below);
-    const int32_t length = KorvanIniReadValueAsString("KVEDIT", row.key, folder, sizeof folder, "");
-    if (length <= 0) {
+    std::string path;
+    if (!kvdiag::ProductFolder(row.key, path)) {
         printf("  %-20s (not set)\n", label);
         return;
     }
-    std::string path = std::string(folder) + row.below;
+    path += row.below;
     const DWORD attributes = GetFileAttributesA(path.c_str());
     const char* state = attributes == INVALID_FILE_ATTRIBUTES        ? " (missing)"
                         : (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0 ? " (a file, not a folder)"
@@ -66,12 +67,8 @@ KVDIAG_COMMAND(paths, "paths [--ini PATH]", "the product INI file, its validatio
 
     printf("\nProduct folders (section KVEDIT)\n");
     for (const FolderRow& row : kFolders) PrintFolder(row);
-    // The profile as GetKorvanProfilePath names it, which would create RUN.
-    char profile[MAX_PATH], run[MAX_PATH];
-    if (KorvanIniReadValueAsString("RuntimeManager", "Profile", profile, sizeof profile, "") > 0 &&
-        KorvanIniReadValueAsString("KVEDIT", "RUN", run, sizeof run, "") > 0)
-        printf("  %-20s %s\\%s.ini\n", "Profile", run, profile);
-    else
-        printf("  %-20s %s\n", "Profile", "(none: [RuntimeManager] Profile or RUN missing)");
+    const std::string profile = kvdiag::ProfilePath();
+    printf("  %-20s %s\n", "Profile",
+           profile.empty() ? "(none: [RuntimeManager] Profile or RUN missing)" : profile.c_str());
     return 0;
 }

@@ -7,26 +7,36 @@
 
 #include "KvLogging.h"
 #include "command.h"
+#include "commands/ini_status.h"
 #include "logs/log_files.h"
+#include "logs/product_paths.h"
 
 KVDIAG_COMMAND(syslog, "syslog [-n N]", "last events of the system log") {
+    const char* ini = kvdiag::TakeIniOption(argc, argv);
     std::vector<std::string> args(argv, argv + argc);
     int count = 10;
     if (!kvdiag::TakeLineCount(args, count) || !args.empty()) {
-        fprintf(stderr, "usage: kvdiag syslog [-n N]\n");
+        fprintf(stderr, "usage: kvdiag syslog [-n N] [--ini PATH]\n");
         return 2;
     }
-    if (!kvdiag::UseProductIni()) return 1;
-    char path[260];
-    if (GetSyslogFilePath(1, 0, path, sizeof path) < 0) {
-        fprintf(stderr, "kvdiag: the log folder cannot be found or created\n");
+    const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
+    if (!status.valid) {
+        fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", status.reason.c_str());
         return 1;
     }
-    printf("== %s\n", path);
+    char name[260];
+    const std::string path = GetSyslogFilePath(0, 0, name, sizeof name) < 0 ? "" : kvdiag::InLogFolder(name);
+    if (path.empty()) {
+        fprintf(stderr, "kvdiag: the product INI file names no log folder\n");
+        return 1;
+    }
+    printf("== %s\n", path.c_str());
     std::vector<std::string> lines;
     unsigned long error = 0;
-    if (!kvdiag::LastLines(path, count, lines, error) && error != ERROR_FILE_NOT_FOUND) {
-        fprintf(stderr, "kvdiag: cannot read %s (error %lu)\n", path, error);
+    // No log folder yet is no events yet, as no file is.
+    const bool read = kvdiag::LastLines(path, count, lines, error);
+    if (!read && error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND) {
+        fprintf(stderr, "kvdiag: cannot read %s (error %lu)\n", path.c_str(), error);
         return 1;
     }
     for (const auto& line : lines) printf("%s\n", line.c_str());

@@ -16,6 +16,7 @@
 #include "logs/log_files.h"
 #include "logs/log_follower.h"
 #include "logs/log_merge.h"
+#include "logs/product_paths.h"
 
 namespace {
 
@@ -62,10 +63,10 @@ bool ParseOptions(std::vector<std::string> args, TailOptions& options) {
 // one without a component, "debug.<component>.log" the others.
 std::vector<std::string> LogFolderComponents() {
     std::vector<std::string> components;
-    char folder[MAX_PATH];
-    if (GetDebugLogDirPath(1, folder, sizeof folder) < 0) return components;
+    std::string folder;
+    if (!kvdiag::LogFolder(folder)) return components;
     WIN32_FIND_DATAA found;
-    const HANDLE search = FindFirstFileA((std::string(folder) + "\\debug*.log").c_str(), &found);
+    const HANDLE search = FindFirstFileA((folder + "\\debug*.log").c_str(), &found);
     if (search == INVALID_HANDLE_VALUE) return components;
     do {
         std::string component;
@@ -127,9 +128,9 @@ public:
         if (followers_.size() == 1) {
             printf("== following %s; Ctrl+C ends\n", followers_[0].follower.livePath().c_str());
         } else {
-            char folder[MAX_PATH] = "";
-            GetDebugLogDirPath(1, folder, sizeof folder);
-            printf("== following %zu logs in %s; Ctrl+C ends\n", followers_.size(), folder);
+            std::string folder;
+            kvdiag::LogFolder(folder);
+            printf("== following %zu logs in %s; Ctrl+C ends\n", followers_.size(), folder.c_str());
         }
         fflush(stdout);
         const ULONGLONG started = GetTickCount64();
@@ -206,7 +207,7 @@ KVDIAG_COMMAND(tail, "tail [COMPONENT...|--all] [-n N] [-f [--for S] [--count N]
     for (const auto& component : options.components) {
         if (!kvdiag::CheckComponentName(component)) return 2;
         if (tail.Add(component)) continue;
-        fprintf(stderr, "kvdiag: the log folder cannot be found or created\n");
+        fprintf(stderr, "kvdiag: the product INI file names no log folder\n");
         return 1;
     }
     if (!options.follow) {
@@ -216,14 +217,15 @@ KVDIAG_COMMAND(tail, "tail [COMPONENT...|--all] [-n N] [-f [--for S] [--count N]
             std::vector<std::string> lines;
             unsigned long error = 0;
             const bool read = kvdiag::LastLines(chain[0], options.count, lines, error);
-            if (!read && error == ERROR_FILE_NOT_FOUND && !HasHistory(chain)) {
+            const bool absent = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;  // no folder yet
+            if (!read && absent && !HasHistory(chain)) {
                 fprintf(stderr, "kvdiag: no debug log %s: %s does not exist\n",
                         component.empty() ? "without a component" : ("of component \"" + component + "\"").c_str(),
                         chain[0].c_str());
                 rc = 1;
                 continue;
             }
-            if (!read && error != ERROR_FILE_NOT_FOUND) {
+            if (!read && !absent) {
                 fprintf(stderr, "kvdiag: cannot read %s (error %lu%s)\n", chain[0].c_str(), error,
                         error == ERROR_SHARING_VIOLATION ? ": held by a program that shares it with nobody" : "");
                 rc = 1;

@@ -4,6 +4,7 @@
 
 #include "KvLogging.h"
 #include "logs/log_files.h"
+#include "logs/product_paths.h"
 
 namespace kvdiag {
 
@@ -50,9 +51,8 @@ FollowedLog ArchivingLog(const std::string& folder, const std::string& name, con
 
 std::vector<FollowedLog> SelectLogs(const LogSelection& selection) {
     std::vector<FollowedLog> logs;
-    char folderBuffer[MAX_PATH];
-    if (GetDebugLogDirPath(1, folderBuffer, sizeof folderBuffer) < 0) return logs;
-    const std::string folder = folderBuffer;
+    std::string folder;
+    if (!kvdiag::LogFolder(folder)) return logs;
     std::vector<std::string> components = selection.components;
     if (selection.allComponents) {
         for (const std::string& name : FolderFiles(folder, "debug*.log")) {

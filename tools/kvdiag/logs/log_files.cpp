@@ -10,14 +10,9 @@
 
 #include "KvConfig.h"
 #include "KvLogging.h"
+#include "logs/product_paths.h"
 
 namespace kvdiag {
-
-bool UseProductIni() {
-    if (ValidateKorvanIniFile() == 1) return true;
-    fprintf(stderr, "kvdiag: the product INI file is not valid (see DefaultINIPath of the product's root key)\n");
-    return false;
-}
 
 bool CheckComponentName(const std::string& name) {
     if (FileNameGenerator::IsComponentName(name)) return true;
@@ -102,8 +97,10 @@ std::vector<std::string> DebugLogChain(const std::string& component) {
     SetComponentName(component.c_str());
     std::vector<std::string> chain;
     for (int i = 0; i <= kMaxHistoryFiles; ++i) {
-        char path[MAX_PATH];
-        if (GetDebugLogFilePath(i == 0 ? -1 : i, 1, path, sizeof path) < 0) return {};
+        char name[MAX_PATH];
+        if (GetDebugLogFilePath(i == 0 ? -1 : i, 0, name, sizeof name) < 0) return {};
+        const std::string path = InLogFolder(name);
+        if (path.empty()) return {};
         chain.push_back(path);
     }
     return chain;

@@ -7,8 +7,6 @@
 
 namespace kvdiag {
 
-// Validates the product INI file named by the registry; prints why not.
-bool UseProductIni();
 // Whether the library takes `name` as a component name; prints why not.
 bool CheckComponentName(const std::string& name);
 // Reads "-n N" from the arguments (removing it); false on a bad count.
