@@ -20,10 +20,12 @@ TEST(KvdiagConfig, PathsIniAndInitRunAsAnEngineerWould) {
     // A missing folder is reported, not created.
     EXPECT_EQ("2 LOGS\\Drivers " + install.logDir() + "\\Drivers (missing)", LineFrom(rows, "2 LOGS\\Drivers"))
         << good.output;
-    // Reading commands leave a missing log folder missing.
-    for (const std::string reading : {"tail", "syslog", "memreport"})
-        RunKvdiag(reading + " --ini \"" + install.iniPath() + "\"");
-    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(install.logDir().c_str()));
+    // Reading commands, and the self-check in its scratch copy, leave missing
+    // folders missing.
+    for (const std::string command : {"tail", "syslog", "memreport", "selfcheck"})
+        RunKvdiag(command + " --ini \"" + install.iniPath() + "\"");
+    for (const char* folder : {"Logs", "Data", "Starter"})
+        EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(install.Path(folder).c_str())) << folder;
     const auto missing = RunKvdiag("paths --ini \"" + install.Path("none.ini") + "\"");
     EXPECT_EQ(1u, missing.exitCode);
     EXPECT_EQ("Validated no - missing (error 2)", LineFrom(kvtest::Squeezed(missing.output), "Validated")) << missing.output;

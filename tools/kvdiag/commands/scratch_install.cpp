@@ -30,6 +30,14 @@ ScratchInstall::ScratchInstall(const std::string& liveIni, const char* label) {
     }
     SetFileAttributesA(iniPath().c_str(), FILE_ATTRIBUTE_NORMAL);  // a read-only original stays so, the copy not
     if (!Set("KVEDIT", "LOGS", logDir().c_str())) error_ = "cannot write " + iniPath();
+    // A library lookup creates a missing product folder: one the plant does
+    // not have is looked up here instead, so the plant gets no new folder.
+    for (const char* key : {"CONFIG", "BIN", "DATA", "USER", "STARTER", "LASTDATABASEPATH", "RUN"}) {
+        char folder[MAX_PATH] = "";
+        GetPrivateProfileStringA("KVEDIT", key, "", folder, sizeof folder, iniPath().c_str());
+        const bool missing = folder[0] && GetFileAttributesA(folder) == INVALID_FILE_ATTRIBUTES;
+        if (missing && !Set("KVEDIT", key, (root_ + "\\" + key).c_str())) error_ = "cannot write " + iniPath();
+    }
 }
 
 bool ScratchInstall::Set(const char* section, const char* key, const char* value) const {
