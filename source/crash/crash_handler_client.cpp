@@ -11,6 +11,7 @@
 #include "KvLogging.h"
 #include "crash/crash_handler_protocol.h"
 #include "crash/crash_handover.h"
+#include "crash/pipe_transfer.h"
 #include "selfcheck/scoped_handle.h"
 
 namespace kv {
@@ -95,20 +96,6 @@ HANDLE ConnectToHandler(const char* pipe, const char* handlerPath, std::string& 
     return INVALID_HANDLE_VALUE;
 }
 
-// One overlapped transfer with a time limit.
-bool Transfer(HANDLE pipe, void* data, DWORD size, bool write) {
-    ScopedHandle event(CreateEventA(nullptr, TRUE, FALSE, nullptr));
-    OVERLAPPED overlapped{};
-    overlapped.hEvent = event.get();
-    DWORD done = 0;
-    const BOOL at_once = write ? WriteFile(pipe, data, size, &done, &overlapped)
-                               : ReadFile(pipe, data, size, &done, &overlapped);
-    if (!at_once && GetLastError() == ERROR_IO_PENDING &&
-        WaitForSingleObject(overlapped.hEvent, kReplyMs) != WAIT_OBJECT_0)
-        CancelIo(pipe);
-    return GetOverlappedResult(pipe, &overlapped, &done, TRUE) && done == size;
-}
-
 int Register(const char* handlerPath, std::string& reason) {
     CrashRegistration registration{};
     registration.protocol = kCrashHandlerProtocol;
@@ -139,8 +126,8 @@ int Register(const char* handlerPath, std::string& reason) {
     ScopedHandle connection(ConnectToHandler(pipe, handlerPath, reason));
     if (!connection.ok()) return 0;
     CrashRegistrationReply reply{};
-    if (!Transfer(connection.get(), &registration, sizeof registration, true) ||
-        !Transfer(connection.get(), &reply, sizeof reply, false)) {
+    if (!PipeTransfer(connection.get(), &registration, sizeof registration, true, kReplyMs) ||
+        !PipeTransfer(connection.get(), &reply, sizeof reply, false, kReplyMs)) {
         reason = "no reply on " + std::string(pipe);
         return 0;
     }

@@ -3,6 +3,8 @@
 // dump on a deadlocked host.
 #include <gtest/gtest.h>
 
+#include "crash/crash_handler_protocol.h"
+#include "crash/pipe_transfer.h"
 #include "dump/dump_reader.h"
 #include "installed_host.h"
 #include "kvdiag_process.h"
@@ -105,6 +107,34 @@ TEST(CrashHandler, TwoClientsCrashingTogetherGetTwoCompleteDumps) {
     for (const char* name : {"user.dmp", "user.2.dmp"})
         EXPECT_EQ(0xC0000005u, ExceptionCodeIn(install.logDir() + "\\" + name)) << name;
     handler.Finish(60000);
+}
+
+// A client that reads its reply a while after registering still gets it: the
+// handler keeps the connection until the client closes its end, where
+// disconnecting at once would discard the unread reply.
+TEST(CrashHandler, AClientSlowToReadItsReplyStillGetsIt) {
+    kvtest::KvdiagProcess handler(kHandler);
+    ASSERT_TRUE(handler.ReadUntil("listens on"));
+    kvtest::ProductInstall install;
+    kv::CrashBlock block{};
+    kv::CrashRegistration r{};
+    r.protocol = kv::kCrashHandlerProtocol;
+    r.processId = GetCurrentProcessId();
+    uint64_t* events[] = {&r.requestEvent, &r.startedEvent, &r.doneEvent};
+    for (uint64_t* event : events) *event = reinterpret_cast<uint64_t>(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    r.block = reinterpret_cast<uint64_t>(&block);
+    snprintf(r.iniPath, sizeof r.iniPath, "%s", install.iniPath().c_str());
+    char name[80];
+    kv::CrashHandlerPipeName(name);
+    const HANDLE pipe = CreateFileA(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED,
+                                    nullptr);
+    ASSERT_NE(INVALID_HANDLE_VALUE, pipe);
+    ASSERT_TRUE(kv::PipeTransfer(pipe, &r, sizeof r, true, 5000));
+    Sleep(1000);  // the handler has answered by now
+    kv::CrashRegistrationReply reply{};
+    EXPECT_TRUE(kv::PipeTransfer(pipe, &reply, sizeof reply, false, 5000));
+    EXPECT_NE(0u, reply.handlerProcessId);
+    CloseHandle(pipe);
 }
 
 TEST(KvdiagDump, NamesBothThreadsOfADeadlock) {

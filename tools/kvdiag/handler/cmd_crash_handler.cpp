@@ -8,6 +8,7 @@
 #include <string.h>
 
 #include "command.h"
+#include "crash/pipe_transfer.h"
 #include "handler/handler_client.h"
 #include "handler/handler_log.h"
 #include "selfcheck/scoped_handle.h"
@@ -19,22 +20,10 @@ using kv::selfcheck::ScopedHandle;
 constexpr DWORD kDefaultIdleSeconds = 60;
 constexpr DWORD kRegistrationMs = 5000;  // a client that connects but says nothing is dropped
 
-// One overlapped transfer of exactly size bytes, or false after the time limit.
-bool Transfer(HANDLE pipe, HANDLE event, void* data, DWORD size, bool write) {
-    OVERLAPPED overlapped{};
-    overlapped.hEvent = event;
-    DWORD done = 0;
-    const BOOL atOnce = write ? WriteFile(pipe, data, size, &done, &overlapped)
-                              : ReadFile(pipe, data, size, &done, &overlapped);
-    if (!atOnce && GetLastError() == ERROR_IO_PENDING && WaitForSingleObject(event, kRegistrationMs) != WAIT_OBJECT_0)
-        CancelIo(pipe);
-    return GetOverlappedResult(pipe, &overlapped, &done, TRUE) && done == size;
-}
-
 // Reads one registration from a connected client and answers it.
-void Register(HANDLE pipe, HANDLE event) {
+void Register(HANDLE pipe) {
     kv::CrashRegistration registration{};
-    if (!Transfer(pipe, event, &registration, sizeof registration, false)) {
+    if (!kv::PipeTransfer(pipe, &registration, sizeof registration, false, kRegistrationMs)) {
         kvdiag::HandlerSay("a connection without a registration was dropped");
         return;
     }
@@ -45,7 +34,12 @@ void Register(HANDLE pipe, HANDLE event) {
                    static_cast<unsigned long>(kv::kCrashHandlerProtocol));
     else if (kvdiag::ServeClient(registration))
         reply.handlerProcessId = GetCurrentProcessId();
-    Transfer(pipe, event, &reply, sizeof reply, true);
+    // Disconnecting discards what the client has not read yet: the reply is
+    // left until the client closes its end (the read below then fails at
+    // once), or for the time limit.
+    char none;
+    if (kv::PipeTransfer(pipe, &reply, sizeof reply, true, kRegistrationMs))
+        kv::PipeTransfer(pipe, &none, sizeof none, false, kRegistrationMs);
 }
 
 int RunCrashHandler(int argc, char** argv) {
@@ -90,7 +84,7 @@ int RunCrashHandler(int argc, char** argv) {
                 return 0;
             }
         }
-        if (connected) Register(pipe.get(), event.get());
+        if (connected) Register(pipe.get());
         DisconnectNamedPipe(pipe.get());
         if (!connected && !pending) Sleep(100);  // a failing pipe must not spin
     }
