@@ -1,6 +1,6 @@
 #!/bin/bash
 # A private rsyslog collector for the forwarding tests, never the machine's own:
-#   collector.sh start DIR PORT tcp|tls   starts rsyslogd in the foreground mode
+#   collector.sh start DIR PORT tcp|tls|udp starts rsyslogd in the foreground mode
 #                                         (-n) in the background, listening on
 #                                         127.0.0.1:PORT, writing every message
 #                                         as received into DIR/messages.log
@@ -31,17 +31,27 @@ start)
     driver=" StreamDriver.Name=\"gtls\" StreamDriver.Mode=\"1\" StreamDriver.AuthMode=\"anon\""
     tlsfiles=" DefaultNetstreamDriverCAFile=\"$dir/ca.pem\" DefaultNetstreamDriverCertFile=\"$dir/server.pem\" DefaultNetstreamDriverKeyFile=\"$dir/server.key\""
   fi
+  if [ "$mode" = udp ]; then
+    input="module(load=\"imudp\")
+input(type=\"imudp\" address=\"127.0.0.1\" port=\"$port\")"
+  else
+    input="module(load=\"imtcp\"$driver)
+input(type=\"imtcp\" address=\"127.0.0.1\" port=\"$port\")"
+  fi
   cat >"$dir/rsyslog.conf" <<CONF
 global(workDirectory="$dir/work" maxMessageSize="64k"${tlsfiles:-})
-module(load="imtcp"$driver)
-input(type="imtcp" address="127.0.0.1" port="$port")
+$input
 template(name="raw" type="string" string="%rawmsg%\n")
 action(type="omfile" file="$dir/messages.log" template="raw")
 CONF
   rsyslogd -n -f "$dir/rsyslog.conf" -i "$dir/rsyslogd.pid" >"$dir/rsyslogd.out" 2>&1 &
-  # Ready once it accepts connections.
+  # Ready once it accepts connections (UDP: once the port is bound).
+  ready() {
+    if [ "$mode" = udp ]; then grep -qi "^ *[0-9]*: 0100007F:$(printf %04X "$port") " /proc/net/udp
+    else (exec 3<>/dev/tcp/127.0.0.1/$port) 2>/dev/null; fi
+  }
   i=0
-  until (exec 3<>/dev/tcp/127.0.0.1/$port) 2>/dev/null; do
+  until ready; do
     i=$((i + 1))
     [ $i -lt 200 ] || { echo "collector did not start:"; cat "$dir/rsyslogd.out"; exit 1; }
     sleep 0.1

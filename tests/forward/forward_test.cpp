@@ -156,7 +156,7 @@ TEST(Forward, NothingLostWhenForwarderOrCollectorRestarts) {
 // TLS through the system's provider: the collector's certificate must come
 // from the authority given with --ca.
 TEST(Forward, TlsTrustsOnlyTheGivenAuthority) {
-    kvtest::SyslogCollector collector(true);
+    kvtest::SyslogCollector collector("tls");
     for (const bool rightAuthority : {true, false}) {
         Station station;
         const std::string ca = rightAuthority ? collector.caFile() : collector.certificateFile();
@@ -172,6 +172,24 @@ TEST(Forward, TlsTrustsOnlyTheGivenAuthority) {
     const Lines raw = collector.WaitForMessages(1, 10000);
     ASSERT_EQ(1u, raw.size());
     EXPECT_NE(std::string::npos, raw[0].find("secret 1"));
+}
+
+// Over UDP (one datagram a message, nothing acknowledged): a paced log
+// arrives whole on the loopback.
+TEST(Forward, UdpSendsEachLineAsADatagram) {
+    kvtest::SyslogCollector collector("udp");
+    Station station;
+    kvtest::KvdiagProcess forwarder(station.Forward(collector.url(), "Udp --for 30"));
+    ASSERT_TRUE(forwarder.ReadUntil(": connected"));
+    station.Write({"comp=Udp", "numbered=U:40:5"}, 2);
+    station.WaitWriters();
+    const Lines raw = collector.WaitForMessages(40, 20000);
+    forwarder.Finish(0);
+    const auto seen = Tally(raw, "U");
+    EXPECT_EQ(40u, seen.empty() ? 0 : seen.at('U').size()) << raw.size() << " messages";
+    Message m;
+    ASSERT_FALSE(raw.empty());
+    EXPECT_TRUE(Parse(raw[0], m) && m.app == "Udp" && m.file == "debug.Udp.log") << raw[0];
 }
 
 // Installed as a service, started and stopped by the service manager: lines

@@ -43,7 +43,10 @@ unsigned short FreePort() {
     return port;
 }
 
-SyslogCollector::SyslogCollector(bool tls) : unixDir_(UnixPath(dir_.path())), port_(FreePort()), tls_(tls) { Start(); }
+SyslogCollector::SyslogCollector(std::string transport)
+    : unixDir_(UnixPath(dir_.path())), port_(FreePort()), transport_(std::move(transport)) {
+    Start();
+}
 
 SyslogCollector::~SyslogCollector() { Stop(); }
 
@@ -65,7 +68,7 @@ bool SyslogCollector::RunScript(const std::string& arguments) {
 }
 
 bool SyslogCollector::Start() {
-    running_ = RunScript("start " + unixDir_ + " " + std::to_string(port_) + (tls_ ? " tls" : " tcp"));
+    running_ = RunScript("start " + unixDir_ + " " + std::to_string(port_) + " " + transport_);
     return running_;
 }
 
@@ -75,7 +78,7 @@ bool SyslogCollector::Stop() {
     return !running_;
 }
 
-std::string SyslogCollector::url() const { return std::string(tls_ ? "tls" : "tcp") + "://127.0.0.1:" + std::to_string(port_); }
+std::string SyslogCollector::url() const { return transport_ + "://127.0.0.1:" + std::to_string(port_); }
 
 std::vector<std::string> SyslogCollector::Messages() const { return ReadLines(dir_ / "messages.log"); }
 

@@ -15,7 +15,8 @@ namespace kvtest {
 
 class SyslogCollector {
 public:
-    explicit SyslogCollector(bool tls = false);
+    // transport: "tcp", "tls" or "udp".
+    explicit SyslogCollector(std::string transport = "tcp");
     ~SyslogCollector();
     SyslogCollector(const SyslogCollector&) = delete;
     SyslogCollector& operator=(const SyslogCollector&) = delete;
@@ -37,7 +38,7 @@ private:
     TempDir dir_{"kvcollector"};
     std::string unixDir_;
     unsigned short port_ = 0;
-    bool tls_;
+    std::string transport_;
     bool running_ = false;
 };
 
