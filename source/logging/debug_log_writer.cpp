@@ -14,14 +14,6 @@
 #include "logging/debug_log_file.h"
 #include "logging/line_queue.h"
 
-// The address waits of ntdll (Windows 8 and later), under WaitOnAddress and
-// its wakes, imported from ntdll itself instead of an API-set DLL.
-extern "C" {
-NTSYSAPI LONG NTAPI RtlWaitOnAddress(const volatile void* address, const void* compare, SIZE_T size,
-                                     const LARGE_INTEGER* timeout);
-NTSYSAPI void NTAPI RtlWakeAddressAll(const void* address);
-}
-
 namespace kv {
 
 namespace {
@@ -32,22 +24,49 @@ constexpr size_t kBatchCapacity = 64 * 1024;
 constexpr int kBatchesPerWriter = 4;
 char batchBuffers[2][kBatchCapacity];
 
+// ntdll's address waits (under WaitOnAddress), found at load: Windows 7 has
+// none, and the DLL must still load there.
+struct AddressWaits {
+    using Wait = LONG(NTAPI*)(const volatile void* address, const void* compare, SIZE_T size,
+                              const LARGE_INTEGER* timeout);
+    using WakeAll = void(NTAPI*)(const void* address);
+    Wait wait = nullptr;
+    WakeAll wakeAll = nullptr;
+};
+const AddressWaits addressWaits = [] {
+    AddressWaits found;
+    if (const HMODULE ntdll = GetModuleHandleA("ntdll.dll")) {
+        found.wait = reinterpret_cast<AddressWaits::Wait>(
+            reinterpret_cast<void*>(GetProcAddress(ntdll, "RtlWaitOnAddress")));
+        found.wakeAll = reinterpret_cast<AddressWaits::WakeAll>(
+            reinterpret_cast<void*>(GetProcAddress(ntdll, "RtlWakeAddressAll")));
+    }
+    return found.wait && found.wakeAll ? found : AddressWaits{};
+}();
+
 // A slim lock and address waits: cheap, but a thread killed while it holds
 // the lock or the writer's role leaves them taken for good, which is why
 // nothing waits on them once the process is ending. A signal is a word that
 // its wakers change with the lock held, so a sleeper that saw it before
-// leaving the lock cannot miss a wake.
+// leaving the lock cannot miss a wake. Without address waits (Windows 7) a
+// condition variable stands in, and a parked thread takes the lock back only
+// to leave it.
 struct SlimSync {
     SRWLOCK lock = SRWLOCK_INIT;
     struct Signal {
         volatile LONG generation = 0;
+        CONDITION_VARIABLE cv = CONDITION_VARIABLE_INIT;
     };
     void Lock() { AcquireSRWLockExclusive(&lock); }
     void Unlock() { ReleaseSRWLockExclusive(&lock); }
     void Park(Signal& s) {
+        if (!addressWaits.wait) {
+            SleepConditionVariableSRW(&s.cv, &lock, INFINITE, 0);
+            return Unlock();
+        }
         LONG seen = s.generation;
         Unlock();
-        RtlWaitOnAddress(&s.generation, &seen, sizeof seen, nullptr);
+        addressWaits.wait(&s.generation, &seen, sizeof seen, nullptr);
     }
     void Sleep(Signal& s) {
         Park(s);
@@ -60,7 +79,8 @@ struct SlimSync {
     void WakeOne(Signal& s) { WakeAll(s); }
     void WakeAll(Signal& s) {
         s.generation = s.generation + 1;
-        RtlWakeAddressAll(const_cast<LONG*>(&s.generation));
+        if (addressWaits.wakeAll) addressWaits.wakeAll(const_cast<LONG*>(&s.generation));
+        else WakeAllConditionVariable(&s.cv);
     }
 };
 
