@@ -1,4 +1,5 @@
-# Checks the built DLL: it imports only Windows system DLLs, and it exports
+# Checks the built DLL: it imports only Windows system DLLs (nothing Windows 7
+# lacks), and it exports
 # every name of its module-definition file under exactly that name.
 execute_process(COMMAND ${OBJDUMP} -p ${DLL} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
@@ -20,6 +21,15 @@ foreach(line ${imports})
     message(FATAL_ERROR "KvDebugHelp.dll imports ${name}, which is not a Windows system DLL")
   endif()
   message(STATUS "imports ${name}")
+endforeach()
+
+# Plant machines still run Windows 7: functions that came with Windows 8 are
+# found at run time, never imported (an import would stop the DLL loading).
+foreach(name RtlWaitOnAddress RtlWakeAddressAll RtlWakeAddressSingle WaitOnAddress WakeByAddressAll
+             GetSystemTimePreciseAsFileTime GetCurrentThreadStackLimits GetOverlappedResultEx CreateFile2)
+  if(dump MATCHES "[ \t]${name}\n")
+    message(FATAL_ERROR "KvDebugHelp.dll imports ${name}, which Windows 7 does not have")
+  endif()
 endforeach()
 
 file(STRINGS ${DEF} def_lines)
