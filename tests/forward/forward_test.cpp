@@ -192,6 +192,35 @@ TEST(Forward, UdpSendsEachLineAsADatagram) {
     EXPECT_TRUE(Parse(raw[0], m) && m.app == "Udp" && m.file == "debug.Udp.log") << raw[0];
 }
 
+// An application log archived under a new time-stamped name each time
+// ([Debug] SysLogArchive=1): followed into every archive, each line once.
+TEST(Forward, AppLogFollowedIntoTimeStampedArchives) {
+    constexpr int kLines = 48;
+    kvtest::SyslogCollector collector;
+    Station station;
+    station.install.SetValue("Debug", "SysLogArchive", "1");
+    kvtest::KvdiagProcess forwarder(station.Forward(collector.url(), "--apps --for 30"));
+    ASSERT_TRUE(forwarder.ReadUntil(": connected"));
+    Lines ops{"open=alarm.log:1", "sleep=1500"};  // the forwarder finds the new log
+    for (int i = 0; i < kLines; ++i) {
+        ops.push_back("write=#" + std::to_string(i) + "# " + std::string(70, '.'));
+        if (i % 6 == 5) ops.push_back("sleep=1100");  // the next archive gets another second's name
+    }
+    station.Write(ops, 1);
+    station.WaitWriters();
+    collector.WaitForMessages(1, 30000);
+    Sleep(2000);  // unstamped lines arrive grouped: wait for the rest
+    forwarder.Finish(0);
+    std::string all;
+    for (const std::string& r : collector.Messages()) all += r;
+    for (int i = 0; i < kLines; ++i) {
+        const std::string tag = "#" + std::to_string(i) + "#";
+        const size_t first = all.find(tag);
+        EXPECT_TRUE(first != std::string::npos && all.find(tag, first + 1) == std::string::npos) << tag;
+    }
+    EXPECT_GE(kvtest::ListFolder(station.install.logDir(), "alarm_*").size(), 3u);  // it did archive, by time
+}
+
 // Installed as a service, started and stopped by the service manager: lines
 // forwarded while it runs, its cursor saved when it stops, gone when removed.
 TEST(Forward, RunsAsAServiceOfTheServiceManager) {

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <algorithm>
+
 #include "KvLogging.h"
 #include "logs/log_files.h"
 #include "logs/product_paths.h"
@@ -41,13 +43,47 @@ bool IsTimestampedArchive(const std::string& name) {
     return true;
 }
 
-// A log that archives into "<name>.bak" beside it.
 FollowedLog ArchivingLog(const std::string& folder, const std::string& name, const std::string& appName, const char* msgId) {
     const std::string live = folder + "\\" + name;
-    return {{appName, msgId, name}, {live, live.substr(0, live.find_last_of('.')) + ".bak"}};
+    return {{appName, msgId, name}, ArchiveChain(live), true};
 }
 
 }  // namespace
+
+std::vector<std::string> ArchiveChain(const std::string& live) {
+    constexpr size_t kArchivesFollowed = 10;
+    const size_t slash = live.find_last_of('\\'), dot = live.find_last_of('.');
+    const bool hasExtension = dot != std::string::npos && (slash == std::string::npos || dot > slash);
+    const std::string base = hasExtension ? live.substr(0, dot) : live;
+    const std::string extension = hasExtension ? live.substr(dot) : "";
+    const std::string folder = slash == std::string::npos ? "." : live.substr(0, slash);
+    const std::string stem = base.substr(slash == std::string::npos ? 0 : slash + 1);
+    // Newest first by last write: an archive keeps the time of its last line.
+    std::vector<std::pair<ULONGLONG, std::string>> archives;
+    WIN32_FIND_DATAA found;
+    const HANDLE search = FindFirstFileA((base + "*").c_str(), &found);
+    if (search != INVALID_HANDLE_VALUE) {
+        do {
+            const std::string name = found.cFileName;
+            const bool bak = _stricmp(name.c_str(), (stem + ".bak").c_str()) == 0;
+            const bool stamped = name.size() == stem.size() + 15 + extension.size() &&
+                                 _strnicmp(name.c_str(), stem.c_str(), stem.size()) == 0 &&
+                                 _stricmp(name.c_str() + stem.size() + 15, extension.c_str()) == 0 &&
+                                 IsTimestampedArchive(name.substr(0, stem.size() + 15));
+            if ((bak || stamped) && !(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
+                archives.push_back({(ULONGLONG(found.ftLastWriteTime.dwHighDateTime) << 32) |
+                                        found.ftLastWriteTime.dwLowDateTime,
+                                    folder + "\\" + name});
+        } while (FindNextFileA(search, &found));
+        FindClose(search);
+    }
+    std::sort(archives.begin(), archives.end(), [](const auto& a, const auto& b) { return a > b; });
+    std::vector<std::string> chain{live};
+    for (size_t i = 0; i < archives.size() && i < kArchivesFollowed; ++i) chain.push_back(archives[i].second);
+    // A log that has not archived yet: its first archive will be the .bak or a stamped name.
+    if (chain.size() == 1) chain.push_back(base + ".bak");
+    return chain;
+}
 
 std::vector<FollowedLog> SelectLogs(const LogSelection& selection) {
     std::vector<FollowedLog> logs;

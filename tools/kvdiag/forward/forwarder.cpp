@@ -88,6 +88,7 @@ std::vector<std::string> Forwarder::Gather() {
     std::vector<std::string> messages;
     for (Source& source : sources_) {
         bool gap = false;
+        if (source.log.archives) source.follower->Rechain(ArchiveChain(source.log.chain.front()));
         const std::vector<std::string> lines = source.follower->Poll(gap);
         if (gap) {
             ++status_.gaps;

@@ -23,6 +23,8 @@ public:
     explicit LogFollower(std::vector<std::string> chain) : chain_(std::move(chain)) {}
 
     const std::string& livePath() const { return chain_.front(); }
+    // The chain as it stands now, for a log whose archives get new names.
+    void Rechain(std::vector<std::string> chain) { chain_ = std::move(chain); }
     // The last count complete lines of the live file; following starts after them.
     std::vector<std::string> Start(int count);
     // The complete lines added since the last call, oldest first. gap is set
