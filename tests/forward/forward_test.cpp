@@ -208,15 +208,12 @@ TEST(Forward, AppLogFollowedIntoTimeStampedArchives) {
     }
     station.Write(ops, 1);
     station.WaitWriters();
-    collector.WaitForMessages(1, 30000);
-    Sleep(2000);  // unstamped lines arrive grouped: wait for the rest
+    const Lines raw = collector.WaitForMessages(kLines, 30000);
     forwarder.Finish(0);
-    std::string all;
-    for (const std::string& r : collector.Messages()) all += r;
+    ASSERT_EQ(size_t(kLines), raw.size());  // a message a line: application lines have no continuations
     for (int i = 0; i < kLines; ++i) {
-        const std::string tag = "#" + std::to_string(i) + "#";
-        const size_t first = all.find(tag);
-        EXPECT_TRUE(first != std::string::npos && all.find(tag, first + 1) == std::string::npos) << tag;
+        Message m;
+        EXPECT_TRUE(Parse(raw[size_t(i)], m) && m.text.find("#" + std::to_string(i) + "# ") == 0) << raw[size_t(i)];
     }
     EXPECT_GE(kvtest::ListFolder(station.install.logDir(), "alarm_*").size(), 3u);  // it did archive, by time
 }

@@ -95,7 +95,8 @@ std::vector<std::string> Forwarder::Gather() {
             fprintf(stderr, "kvdiag: %s rolled past its history files while unread; lines are missing\n",
                     source.log.chain.front().c_str());
         }
-        for (const LogEntry& entry : GroupEntries(lines, source.lastStamp))
+        const bool timed = source.log.identity.msgId != "applog";
+        for (const LogEntry& entry : timed ? GroupEntries(lines, source.lastStamp) : LineEntries(lines))
             messages.push_back(SyslogMessage(source.log.identity, hostName_, entry));
     }
     return messages;

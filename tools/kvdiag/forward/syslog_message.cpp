@@ -104,6 +104,13 @@ std::vector<LogEntry> GroupEntries(const std::vector<std::string>& lines, std::s
     return entries;
 }
 
+std::vector<LogEntry> LineEntries(const std::vector<std::string>& lines) {
+    std::vector<LogEntry> entries;
+    const std::string now = UtcNow();
+    for (const std::string& line : lines) entries.push_back({now, line});
+    return entries;
+}
+
 std::string SyslogMessage(const LogIdentity& log, const std::string& hostName, const LogEntry& entry) {
     const int priority = kFacilityUser * 8 + (IsError(entry.text) ? kSeverityError : kSeverityInfo);
     std::string message = "<" + std::to_string(priority) + ">1 " + entry.stamp + " " + HeaderField(hostName, 255) + " " +

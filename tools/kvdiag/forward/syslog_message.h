@@ -24,6 +24,9 @@ struct LogEntry {
 // the last entry of the previous call (lastStamp carries its time; without
 // one they take the current time in UTC).
 std::vector<LogEntry> GroupEntries(const std::vector<std::string>& lines, std::string& lastStamp);
+// Each line an entry of its own, stamped with the time it was read: for
+// application logs, whose lines carry no time and no continuation lines.
+std::vector<LogEntry> LineEntries(const std::vector<std::string>& lines);
 
 // The RFC 5424 message of an entry, in UTF-8 without a byte order mark;
 // control characters other than the line feeds between lines become #ooo.
