@@ -5,8 +5,9 @@
 #include "KvDebugHelp.h"
 #include "scenario.h"
 
-static DWORD WINAPI ReadIniPathForever(void*) {
+static DWORD WINAPI ReadIniPathForever(void* running) {
     char path[MAX_PATH];
+    SetEvent(running);  // past its start, where it held the loader lock
     for (;;) GetKorvanIniFilePath(path, sizeof path);  // takes IniFileLock
 }
 
@@ -48,7 +49,12 @@ KV_INI_SCENARIO(crash_ini_locked) {
     if (GetDebugLogDirPath(1, logFolder, sizeof logFolder) <= 0) return 4;  // now known to the library
     SetUnhandledExceptionFilter(DumpingFilter);
     printf("thread=%lu\n", GetCurrentThreadId());
-    SuspendWhileHoldingIniFileLock(CreateThread(nullptr, 0, ReadIniPathForever, nullptr, 0, nullptr));
+    // Suspended only once it runs: suspended in its start, it would hold the
+    // loader lock, and the dump (which needs that lock) would never end.
+    const HANDLE running = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    const HANDLE holder = CreateThread(nullptr, 0, ReadIniPathForever, running, 0, nullptr);
+    WaitForSingleObject(running, INFINITE);
+    SuspendWhileHoldingIniFileLock(holder);
     int* volatile target = reinterpret_cast<int*>(0x10);
     *target = 1;
     return 0;
