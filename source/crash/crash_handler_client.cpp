@@ -131,6 +131,7 @@ int Register(const char* handlerPath, std::string& reason) {
         reason = "no reply on " + std::string(pipe);
         return 0;
     }
+    CloseHandle(connection.release());  // the handler's one pipe instance is free for the next process at once
     if (reply.protocol != kCrashHandlerProtocol || reply.handlerProcessId == 0) {
         reason = "the handler on " + std::string(pipe) + " refused this process";
         return 0;
