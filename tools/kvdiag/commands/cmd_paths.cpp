@@ -12,22 +12,10 @@
 
 namespace {
 
-struct FolderRow {
-    int code;
-    const char* key;
-    const char* below;  // added to the key's value
-};
-
-constexpr FolderRow kFolders[] = {
-    {0, "CONFIG", ""}, {1, "LOGS", ""},        {2, "LOGS", "\\Drivers"}, {3, "BIN", ""},
-    {6, "DATA", ""},   {7, "USER", ""},        {8, "STARTER", ""},       {9, "LASTDATABASEPATH", ""},
-    {10, "LOGS", ""},  {11, "RUN", ""},
-};
-
 // The folder the library's lookup of code would give, read from the INI file
 // instead of looked up: the lookup creates a missing folder, and paths only
 // reports what the installation holds.
-void PrintFolder(const FolderRow& row) {
+void PrintFolder(const kvdiag::ProductFolderRow& row) {
     char label[40];
     snprintf(label, sizeof label, "%2d %s%s", row.code, row.key, row.below);
     std::string path;
@@ -66,7 +54,7 @@ KVDIAG_COMMAND(paths, "paths [--ini PATH]", "the product INI file, its validatio
     if (!ini.valid) return 1;
 
     printf("\nProduct folders (section KVEDIT)\n");
-    for (const FolderRow& row : kFolders) PrintFolder(row);
+    for (const kvdiag::ProductFolderRow& row : kvdiag::kProductFolders) PrintFolder(row);
     const std::string profile = kvdiag::ProfilePath();
     printf("  %-20s %s\n", "Profile",
            profile.empty() ? "(none: [RuntimeManager] Profile or RUN missing)" : profile.c_str());

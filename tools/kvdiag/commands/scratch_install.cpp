@@ -4,6 +4,7 @@
 #include <stdio.h>
 
 #include "KvConfig.h"
+#include "logs/product_paths.h"
 
 namespace kvdiag {
 
@@ -32,11 +33,12 @@ ScratchInstall::ScratchInstall(const std::string& liveIni, const char* label) {
     if (!Set("KVEDIT", "LOGS", logDir().c_str())) error_ = "cannot write " + iniPath();
     // A library lookup creates a missing product folder: one the plant does
     // not have is looked up here instead, so the plant gets no new folder.
-    for (const char* key : {"CONFIG", "BIN", "DATA", "USER", "STARTER", "LASTDATABASEPATH", "RUN"}) {
+    for (const ProductFolderRow& row : kProductFolders) {
         char folder[MAX_PATH] = "";
-        GetPrivateProfileStringA("KVEDIT", key, "", folder, sizeof folder, iniPath().c_str());
+        GetPrivateProfileStringA("KVEDIT", row.key, "", folder, sizeof folder, iniPath().c_str());
         const bool missing = folder[0] && GetFileAttributesA(folder) == INVALID_FILE_ATTRIBUTES;
-        if (missing && !Set("KVEDIT", key, (root_ + "\\" + key).c_str())) error_ = "cannot write " + iniPath();
+        if (missing && !Set("KVEDIT", row.key, (root_ + "\\" + row.key).c_str()))
+            error_ = "cannot write " + iniPath();
     }
 }
 

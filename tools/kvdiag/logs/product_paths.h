@@ -8,6 +8,19 @@
 
 namespace kvdiag {
 
+// The product folders by code, as the library's folder lookup names them:
+// the [KVEDIT] key, and what is added to its value.
+struct ProductFolderRow {
+    int code;
+    const char* key;
+    const char* below;
+};
+constexpr ProductFolderRow kProductFolders[] = {
+    {0, "CONFIG", ""}, {1, "LOGS", ""},        {2, "LOGS", "\\Drivers"}, {3, "BIN", ""},
+    {6, "DATA", ""},   {7, "USER", ""},        {8, "STARTER", ""},       {9, "LASTDATABASEPATH", ""},
+    {10, "LOGS", ""},  {11, "RUN", ""},
+};
+
 // The folder that [KVEDIT] KEY names; false when the key is not set.
 bool ProductFolder(const char* key, std::string& folder);
 // The log folder ([KVEDIT] LOGS); false when it is not set.
