@@ -1,6 +1,7 @@
 # Checks the built DLL: it imports only Windows system DLLs (nothing Windows 7
-# lacks), and it exports
-# every name of its module-definition file under exactly that name.
+# lacks), and it exports every name of its module-definition file under exactly
+# that name. The programs shipped beside it (TOOLS) must load on Windows 7 too
+# and carry no compiler runtime DLL.
 execute_process(COMMAND ${OBJDUMP} -p ${DLL} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "objdump failed on ${DLL}")
@@ -24,12 +25,29 @@ foreach(line ${imports})
 endforeach()
 
 # Plant machines still run Windows 7: functions that came with Windows 8 are
-# found at run time, never imported (an import would stop the DLL loading).
-foreach(name RtlWaitOnAddress RtlWakeAddressAll RtlWakeAddressSingle WaitOnAddress WakeByAddressAll
-             GetSystemTimePreciseAsFileTime GetCurrentThreadStackLimits GetOverlappedResultEx CreateFile2)
-  if(dump MATCHES "[ \t]${name}\n")
-    message(FATAL_ERROR "KvDebugHelp.dll imports ${name}, which Windows 7 does not have")
+# found at run time, never imported (an import would stop the binary loading).
+function(check_windows7 binary text)
+  foreach(name RtlWaitOnAddress RtlWakeAddressAll RtlWakeAddressSingle WaitOnAddress WakeByAddressAll
+               GetSystemTimePreciseAsFileTime GetCurrentThreadStackLimits GetOverlappedResultEx CreateFile2
+               SetThreadDescription GetThreadDescription SetDefaultDllDirectories)
+    if(text MATCHES "[ \t]${name}\n")
+      message(FATAL_ERROR "${binary} imports ${name}, which Windows 7 does not have")
+    endif()
+  endforeach()
+endfunction()
+check_windows7(KvDebugHelp.dll "${dump}")
+
+foreach(tool ${TOOLS})
+  get_filename_component(tool_name ${tool} NAME)
+  execute_process(COMMAND ${OBJDUMP} -p ${tool} OUTPUT_VARIABLE tool_dump RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "objdump failed on ${tool}")
   endif()
+  string(TOLOWER "${tool_dump}" lower_dump)
+  if(lower_dump MATCHES "dll name: [^\n]*(libstdc|libgcc|winpthread|pthread)")
+    message(FATAL_ERROR "${tool_name} imports the compiler runtime")
+  endif()
+  check_windows7(${tool_name} "${tool_dump}")
 endforeach()
 
 file(STRINGS ${DEF} def_lines)
