@@ -150,6 +150,12 @@ int Register(const char* handlerPath, std::string& reason) {
 
 }  // namespace
 
+void PublishComponentName(const char* name) {
+    InterlockedIncrement(&TheCrashBlock.nameVersion);
+    snprintf(TheCrashBlock.componentName, sizeof TheCrashBlock.componentName, "%s", name);
+    InterlockedIncrement(&TheCrashBlock.nameVersion);
+}
+
 Handover HandCrashToHandler(EXCEPTION_POINTERS* pointers) {
     if (!linked.load(std::memory_order_acquire)) return Handover::kNoHandler;
     const LONG self = static_cast<LONG>(GetCurrentThreadId());

@@ -7,10 +7,11 @@
 #include <windows.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <string.h>
 
 namespace kv {
 
-constexpr DWORD kCrashHandlerProtocol = 1;
+constexpr DWORD kCrashHandlerProtocol = 2;
 
 // Lives in the client. The first crashing thread claims it; the handler
 // writes the outcome back before it signals "done".
@@ -20,7 +21,20 @@ struct CrashBlock {
     uint64_t exceptionPointers;    // EXCEPTION_POINTERS* in the client
     volatile LONG result;          // HRESULT of the dump
     volatile LONG hang;            // the dump failed and [Debug]HangProcessIfDumpFailed is set
+    // The component name as it stands now, so the crash's files carry the
+    // name the process has at the crash, not the one it had at registration.
+    // Odd while being changed: the handler then keeps the registered name.
+    volatile LONG nameVersion;
+    char componentName[MAX_PATH];
 };
+
+// The block's component name, read by the handler from a copy taken while
+// the version was even and unchanged since (versionAfter); else fallback.
+inline const char* ComponentNameOf(const CrashBlock& copy, LONG versionAfter, const char* fallback) {
+    const bool whole = copy.nameVersion % 2 == 0 && copy.nameVersion == versionAfter &&
+                       memchr(copy.componentName, 0, sizeof copy.componentName);
+    return whole ? copy.componentName : fallback;
+}
 
 // Client to handler. Handle values are the client's; the handler duplicates them.
 struct CrashRegistration {

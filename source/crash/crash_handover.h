@@ -18,4 +18,8 @@ enum class Handover {
 // kDumped. With the handler's "hang" answer it never returns.
 Handover HandCrashToHandler(EXCEPTION_POINTERS* pointers);
 
+// Copies the component name into the crash block, for a handler that writes
+// this process's crash files; called with the component name's lock held.
+void PublishComponentName(const char* name);
+
 }  // namespace kv

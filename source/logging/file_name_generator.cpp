@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "KvLogging.h"
+#include "crash/crash_handover.h"
 
 std::string FileNameGenerator::theComponentName;
 std::mutex FileNameGenerator::theComponentNameMutex;
@@ -30,6 +31,7 @@ void FileNameGenerator::SetComponentName(const std::string& name) {
     }
     std::lock_guard<std::mutex> hold(theComponentNameMutex);
     if (&name != &theComponentName) theComponentName = name;
+    kv::PublishComponentName(name.c_str());
 }
 
 std::string FileNameGenerator::GenerateFileName(const std::string& base, const std::string& extension) {

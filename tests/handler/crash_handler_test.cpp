@@ -44,30 +44,35 @@ TEST(CrashHandler, WritesTheDumpOfEveryHardCrash) {
         const char* kind;
         DWORD code;
         bool heavy;  // under Wine only a full dump lets dumpinfo name frames
+        const char* option = "";
     } cases[] = {
         {"access_violation", 0xC0000005, true}, {"stack_overflow", 0xC00000FD, false},
         {"heap_locked", 0xC0000005, false},     {"heap_damaged", 0xC0000005, false},
         {"two_threads", 0xC0000005, false},
+        // Named after registering: the crash's files carry the new name.
+        {"access_violation", 0xC0000005, false, "renamed"},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.kind);
+        SCOPED_TRACE(std::string(c.kind) + " " + c.option);
         const bool dumped = c.code != 0xC00000FD || !UnderWine();
-        DeleteFileA(h.File("user.dmp").c_str());
-        DeleteFileA(h.File("syslog.dat").c_str());
+        const std::string suffix = *c.option ? ".Renamed" : "", dumpName = "user" + suffix + ".dmp",
+                          syslogName = "syslog" + suffix + ".dat";
+        DeleteFileA(h.File(dumpName).c_str());
+        DeleteFileA(h.File(syslogName).c_str());
         h.install.SetValue("Debug", "MiniDumpType", c.heavy ? "3" : "1");
-        const auto& result = h.Run("handler_crash", {c.kind}, 120000);  // a hung host is killed: timedOut
+        const auto& result = h.Run("handler_crash", {c.kind, c.option}, 120000);  // a hung host is killed: timedOut
         EXPECT_FALSE(result.timedOut);
         if (!dumped) continue;
         EXPECT_EQ(c.code, result.exitCode) << result.output;
         EXPECT_HAS(result.output, "filter: dump returned");
-        const kvdiag::MappedDump dump(h.File("user.dmp").c_str());
+        const kvdiag::MappedDump dump(h.File(dumpName).c_str());
         const auto* e = ExceptionIn(dump);
         ASSERT_NE(nullptr, e);
         EXPECT_EQ(c.code, e->ExceptionRecord.ExceptionCode);
         // The crashing function's own code: the crash's context reached the dump.
         EXPECT_LT(e->ExceptionRecord.ExceptionAddress - Printed(result.output, "function="), 0x40u);
         if (c.heavy) EXPECT_HAS(DumpInfo(h.File("user.dmp")), "!CrashOnPurpose+");
-        const std::string syslog = h.Log("syslog.dat");
+        const std::string syslog = h.Log(syslogName);
         EXPECT_EQ(c.kind == std::string("two_threads"),
                   syslog.find("crashed while the minidump of thread") != std::string::npos)
             << syslog;

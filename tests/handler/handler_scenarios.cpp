@@ -63,17 +63,18 @@ static bool KillHandler() {
     return gone;
 }
 
-// INI_PATH KIND [kill-handler|together|in-process]: registers with the crash
-// handler, then crashes: access_violation, stack_overflow (64 KB stack
+// INI_PATH KIND [kill-handler|together|in-process|renamed]: registers with the
+// crash handler, then crashes: access_violation, stack_overflow (64 KB stack
 // guarantee), heap_locked (another thread holds the process heap's lock),
 // heap_damaged, two_threads. kill-handler first ends the handler; together
 // first waits for the test's event "Local\kvtest.crash.together"; in-process
-// does not register. Prints the address of the function that crashes.
+// does not register; renamed takes the component name "Renamed" after registering. Prints the address of the function that crashes.
 KV_INI_SCENARIO(handler_crash) {
     if (argc < 2) return 2;
     const std::string kind = argv[1], option = argc >= 3 ? argv[2] : "";
     if (option != "in-process" && DbgHlpStartCrashHandler(nullptr) != 1) return 5;
     if (option == "kill-handler" && !KillHandler()) return 6;
+    if (option == "renamed") SetComponentName("Renamed");
     SetUnhandledExceptionFilter(HandOverFilter);
     printf("registered thread=%lu function=%p\n", GetCurrentThreadId(),
            kind == "stack_overflow" ? reinterpret_cast<void*>(&OverflowTheStack) : reinterpret_cast<void*>(&CrashOnPurpose));

@@ -56,7 +56,10 @@ void WriteCrashDump(Client& c) {
         dump.threadId = static_cast<DWORD>(block.crashingThread);
         dump.exceptionPointers = block.exceptionPointers;
         dump.iniPath = c.iniPath.c_str();
-        dump.componentName = c.componentName.c_str();
+        LONG versionAfter = -1;
+        ReadProcessMemory(c.process.get(), reinterpret_cast<const void*>(c.block + offsetof(kv::CrashBlock, nameVersion)),
+                          &versionAfter, sizeof versionAfter, nullptr);
+        dump.componentName = kv::ComponentNameOf(block, versionAfter, c.componentName.c_str());
         dump.mode = -1;
         dump.waitingThread = c.block + offsetof(kv::CrashBlock, waitingThread);
         result = DbgHlpWriteProcessDump(&dump);
