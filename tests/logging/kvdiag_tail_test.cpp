@@ -6,6 +6,7 @@
 #include "kvdiag_process.h"
 #include "kvdiag_runner.h"
 #include "log_test_util.h"
+#include "text_checks.h"
 
 using logtest::MessageOf;
 
@@ -54,4 +55,21 @@ TEST(KvdiagTail, AllMergesComponentsByTime) {
     EXPECT_EQ(0u, result.exitCode) << result.output;
     EXPECT_TRUE(kvtest::InOrder(result.output, {"Pump | ", " p1", "Valve | ", " v1", "Pump | ", " p2", "== following 2 logs"}))
         << result.output;
+}
+
+// A damaged log's control characters reach the console escaped, and a huge
+// line is cut with its length said, in both ways tail reads.
+TEST(KvdiagTail, ControlCharactersAndHugeLinesAreShownSafely) {
+    kvtest::ProductInstall install;
+    CreateDirectoryA(install.logDir().c_str(), nullptr);
+    const std::string stamp = "2026-01-01 00:00:00.000\t+00:00 ";
+    kvtest::WriteFileText(install.logDir() + "\\debug.Odd.log",
+                          stamp + "clear\x1b[2J\x07 tab\tkept\r\n" + stamp + std::string(20000, 'x') + "\r\n");
+    for (const char* follow : {"", " -f --for 0.2"}) {
+        const auto result = kvtest::RunKvdiag(std::string("tail Odd -n 2") + follow + " --ini \"" + install.iniPath() + "\"");
+        EXPECT_EQ(0u, result.exitCode) << result.output;
+        EXPECT_HAS(result.output, "clear\\x1B[2J\\x07 tab\tkept");
+        EXPECT_EQ(std::string::npos, result.output.find_first_of("\x1b\x07")) << follow;
+        EXPECT_HAS(result.output, std::to_string(stamp.size() + 20000 - 8192) + " more bytes)");
+    }
 }

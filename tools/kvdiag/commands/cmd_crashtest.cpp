@@ -9,6 +9,7 @@
 
 #include "KvDebugHelp.h"
 #include "command.h"
+#include "common/console_text.h"
 #include "dump/dump_reader.h"
 #include "commands/ini_status.h"
 #include "commands/scratch_install.h"
@@ -54,7 +55,7 @@ void PrintNewLines(const char* title, const std::string& path, uint64_t offset) 
     bool any = false;
     while (fgets(line, sizeof line, file)) {
         line[strcspn(line, "\r\n")] = '\0';
-        printf("    %s\n", line);
+        kvdiag::PrintLine(line, "    ");
         any = true;
     }
     if (!any) printf("    (none)\n");

@@ -7,6 +7,7 @@
 
 #include "KvConfig.h"
 #include "command.h"
+#include "common/console_text.h"
 #include "commands/ini_status.h"
 
 namespace {
@@ -45,7 +46,7 @@ KVDIAG_COMMAND(ini, "ini SECTION [KEY] [--ini PATH]", "read a section or a value
             return 1;
         }
         KorvanIniReadValueAsString(section, key, text, sizeof text, "");
-        printf("%s\n", text);
+        kvdiag::PrintLine(text);
         return 0;
     }
     const int32_t n = KorvanIniReadSectionAsString(section, text, sizeof text);
@@ -54,6 +55,6 @@ KVDIAG_COMMAND(ini, "ini SECTION [KEY] [--ini PATH]", "read a section or a value
         return 1;
     }
     printf("[%s]\n", section);
-    for (int32_t at = 0; at < n; at += int32_t(strlen(text + at)) + 1) printf("%s\n", text + at);
+    for (int32_t at = 0; at < n; at += int32_t(strlen(text + at)) + 1) kvdiag::PrintLine(text + at);
     return 0;
 }

@@ -12,6 +12,7 @@
 
 #include "KvLogging.h"
 #include "command.h"
+#include "common/console_text.h"
 #include "commands/ini_status.h"
 #include "logs/product_paths.h"
 
@@ -110,7 +111,7 @@ KVDIAG_COMMAND(memreport, "memreport [LOGFILE] [--ini PATH]",
     printf("Last memory report in %s\n", path.c_str());
     for (size_t i = table; i-- > 0;)
         if (Contains(lines[i], kReportStart)) {
-            printf("  %s\n", lines[i].substr(lines[i].find(kReportStart)).c_str());
+            kvdiag::PrintLine(lines[i].substr(lines[i].find(kReportStart)), "  ");
             break;
         }
 
@@ -138,7 +139,8 @@ KVDIAG_COMMAND(memreport, "memreport [LOGFILE] [--ini PATH]",
 
     printf("\nOverwritten blocks: %zu\n", overwritten.size());
     for (const TableLine& o : overwritten)
-        printf("  %s  %lu bytes  (the word after the data is not the end marker)\n", o.pointer.c_str(), o.bytes);
+        printf("  %s  %lu bytes  (the word after the data is not the end marker)\n", kvdiag::ShownLine(o.pointer).c_str(),
+               o.bytes);
 
     std::vector<std::pair<std::string, Site>> bySize(sites.begin(), sites.end());
     std::stable_sort(bySize.begin(), bySize.end(),
@@ -148,8 +150,9 @@ KVDIAG_COMMAND(memreport, "memreport [LOGFILE] [--ini PATH]",
     for (const auto& s : bySize)
         printf("  %7u %12llu  %-19s  %s\n", s.second.count, s.second.bytes,
                s.second.oldest.empty() ? "-" : s.second.oldest.c_str(),
-               s.first.empty() ? "(not instrumented)" : s.first.c_str());
+               s.first.empty() ? "(not instrumented)" : kvdiag::ShownLine(s.first).c_str());
     if (capped) printf("  (the report stopped at its maximum record count: more allocations are live)\n");
-    printf("\n%s\n", totals.empty() ? "(no totals line: the report is incomplete)" : totals.c_str());
+    printf("\n");
+    kvdiag::PrintLine(totals.empty() ? "(no totals line: the report is incomplete)" : totals);
     return 0;
 }

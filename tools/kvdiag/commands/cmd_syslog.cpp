@@ -7,6 +7,7 @@
 
 #include "KvLogging.h"
 #include "command.h"
+#include "common/console_text.h"
 #include "commands/ini_status.h"
 #include "logs/log_files.h"
 #include "logs/product_paths.h"
@@ -39,7 +40,7 @@ KVDIAG_COMMAND(syslog, "syslog [-n N]", "last events of the system log") {
         fprintf(stderr, "kvdiag: cannot read %s (error %lu)\n", path.c_str(), error);
         return 1;
     }
-    for (const auto& line : lines) printf("%s\n", line.c_str());
+    for (const auto& line : lines) kvdiag::PrintLine(line);
     if (lines.empty()) printf("(no events)\n");
     return 0;
 }

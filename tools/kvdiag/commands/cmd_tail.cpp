@@ -12,6 +12,7 @@
 
 #include "KvLogging.h"
 #include "command.h"
+#include "common/console_text.h"
 #include "commands/ini_status.h"
 #include "logs/log_files.h"
 #include "logs/log_follower.h"
@@ -173,7 +174,7 @@ private:
                 const std::string& c = followers_[source].component;
                 printf("%s | ", c.empty() ? "(none)" : c.c_str());
             }
-            printf("%s\n", line.c_str());
+            kvdiag::PrintLine(line);
             any = true;
             printed_ += counted;
         }
@@ -232,7 +233,7 @@ KVDIAG_COMMAND(tail, "tail [COMPONENT...|--all] [-n N] [-f [--for S] [--count N]
                 continue;
             }
             printf("== %s\n", chain[0].c_str());
-            for (const auto& line : lines) printf("%s\n", line.c_str());
+            for (const auto& line : lines) kvdiag::PrintLine(line);
             PrintHistory(chain);
         }
         return rc;

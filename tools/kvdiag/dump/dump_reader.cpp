@@ -1,5 +1,9 @@
 #include "dump/dump_reader.h"
 
+#include <string.h>
+
+#include "common/console_text.h"
+
 namespace kvdiag {
 
 DumpView::DumpView(ByteView file) : file_(file) {
@@ -53,7 +57,7 @@ std::string DumpView::Text(RVA rva) const {
     char narrow[MAX_PATH * 2] = "";
     WideCharToMultiByte(CP_ACP, 0, reinterpret_cast<const WCHAR*>(text.base()), chars, narrow, sizeof narrow - 1,
                         nullptr, nullptr);
-    return narrow;
+    return ShownLine(narrow, strlen(narrow));  // a damaged name's control characters stay off the console
 }
 
 }  // namespace kvdiag
