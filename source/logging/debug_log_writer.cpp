@@ -48,19 +48,36 @@ const AddressWaits addressWaits = [] {
 // the lock or the writer's role leaves them taken for good, which is why
 // nothing waits on them once the process is ending. A signal is a word that
 // its wakers change with the lock held, so a sleeper that saw it before
-// leaving the lock cannot miss a wake. Without address waits (Windows 7) a
-// condition variable stands in, and a parked thread takes the lock back only
-// to leave it.
+// leaving the lock cannot miss a wake; the wake itself (a system call per
+// sleeper) is made once the waker has left the lock, since a woken thread's
+// first step is to take it. Without address waits (Windows 7) a condition
+// variable stands in, and a parked thread takes the lock back only to leave it.
 struct SlimSync {
     SRWLOCK lock = SRWLOCK_INIT;
     struct Signal {
         volatile LONG generation = 0;
         CONDITION_VARIABLE cv = CONDITION_VARIABLE_INIT;
     };
+    // Signals changed under the lock whose sleepers are still to be woken;
+    // the queue has three signals.
+    static constexpr int kMaxDue = 3;
+    Signal* due[kMaxDue] = {};
+    int dueCount = 0;
+
     void Lock() { AcquireSRWLockExclusive(&lock); }
-    void Unlock() { ReleaseSRWLockExclusive(&lock); }
+    void Unlock() {
+        Signal* wake[kMaxDue];
+        const int count = dueCount;
+        for (int i = 0; i < count; ++i) wake[i] = due[i];
+        dueCount = 0;
+        ReleaseSRWLockExclusive(&lock);
+        for (int i = 0; i < count; ++i) Deliver(*wake[i]);
+    }
     void Park(Signal& s) {
         if (!addressWaits.wait) {
+            // The condition variable leaves the lock inside its sleep: wakes that are due go first.
+            for (int i = 0; i < dueCount; ++i) Deliver(*due[i]);
+            dueCount = 0;
             SleepConditionVariableSRW(&s.cv, &lock, INFINITE, 0);
             return Unlock();
         }
@@ -79,6 +96,12 @@ struct SlimSync {
     void WakeOne(Signal& s) { WakeAll(s); }
     void WakeAll(Signal& s) {
         s.generation = s.generation + 1;
+        for (int i = 0; i < dueCount; ++i)
+            if (due[i] == &s) return;
+        if (dueCount < kMaxDue) due[dueCount++] = &s;
+        else Deliver(s);
+    }
+    static void Deliver(Signal& s) {
         if (addressWaits.wakeAll) addressWaits.wakeAll(const_cast<LONG*>(&s.generation));
         else WakeAllConditionVariable(&s.cv);
     }
