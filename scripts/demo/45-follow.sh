@@ -6,7 +6,7 @@ echo "== kvdiag tail -f Driver.Modbus (for 4 s) while the driver logs 60 lines, 
 kvdiag settings kvdiag DebugLogSize 1 >/dev/null
 kvdiag settings kvdiag DebugLogHistoryFiles 3 >/dev/null
 follow_out="$DEMO_ROOT/follow.txt"
-"$KV_RUN" "$KV_BUILD/bin/kvdiag.exe" tail -f Driver.Modbus -n 1 --for 4 > "$follow_out" 2>&1 &
+"$KV_RUN" "$KV_DIAG" tail -f Driver.Modbus -n 1 --for 4 > "$follow_out" 2>&1 &
 follower=$!
 sleep 1
 for batch in 1 2 3 4 5 6; do

@@ -49,3 +49,33 @@ TEST(KvdiagCrash, CrashTestExceptionShowsTheChainAndItsLogLines) {
                   "  caused by 0x80070002 \"recipe file missing\" (recipe_loader.cpp:41)",
                   "KvException objects still alive: 0"});
 }
+
+// Each run leaves its scratch copy (a heavy one holds a full dump): a new run
+// removes all but the newest two of that command, never one whose kvdiag
+// still runs, and nothing it did not name itself.
+TEST(KvdiagCrash, OnlyTheNewestScratchCopiesAreKept) {
+    kvtest::TempDir temp("kvscratch");
+    const std::string alive = "kvdiag-crashtest-20190101-000000-" + std::to_string(GetCurrentProcessId());
+    const std::vector<std::string> names = {"kvdiag-crashtest-20200101-000000-1", "kvdiag-crashtest-20200102-000000-1",
+                                            "kvdiag-crashtest-20200103-000000-1", "kvdiag-crashtest-20200104-000000-1",
+                                            "kvdiag-crashtest-notes", "kvdiag-selfcheck-20200101-000000-1", alive};
+    for (const std::string& name : names) CreateDirectoryA((temp / name).c_str(), nullptr);
+    kvtest::WriteFileText(temp / "kvdiag-crashtest-20200101-000000-1\\user.dmp", "old dump");
+    struct Restore {
+        char saved[MAX_PATH] = "";
+        Restore(const std::string& temp) {
+            GetEnvironmentVariableA("TMP", saved, sizeof saved);
+            SetEnvironmentVariableA("TMP", temp.c_str());
+        }
+        ~Restore() { SetEnvironmentVariableA("TMP", saved[0] ? saved : nullptr); }
+    } restore(temp.path());
+    kvtest::ProductInstall install;
+    ExpectOutput(kvtest::RunKvdiag("crashtest exception --ini \"" + install.iniPath() + "\""), 0,
+                 {"Removed 2 older scratch installations of kvdiag crashtest"});
+    std::vector<std::string> left = kvtest::ListFolder(temp.path(), "kvdiag-*");
+    std::sort(left.begin(), left.end());
+    ASSERT_EQ(6u, left.size());
+    EXPECT_EQ((std::vector<std::string>{alive, names[2], names[3]}), std::vector<std::string>(left.begin(), left.begin() + 3));
+    EXPECT_EQ(0u, left[3].rfind("kvdiag-crashtest-20", 0)) << "this run's own copy";
+    EXPECT_EQ((std::vector<std::string>{names[4], names[5]}), std::vector<std::string>(left.begin() + 4, left.end()));
+}

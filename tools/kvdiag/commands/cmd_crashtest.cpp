@@ -42,11 +42,13 @@ uint64_t FileSize(const std::string& path) {
     return (static_cast<uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
 }
 
-// The text written to a log after offset, each line indented.
+// The text written to a log after offset, each line indented. A log not
+// made at all has no new lines: a dump written as configured adds no line to
+// the system log, only a fallback or a failure does.
 void PrintNewLines(const char* title, const std::string& path, uint64_t offset) {
     FILE* file = fopen(path.c_str(), "rb");
     if (!file) {
-        printf("%s: %s not found\n", title, path.c_str());
+        printf("%s (%s), new lines:\n    (none: the file was not written)\n", title, path.c_str());
         return;
     }
     _fseeki64(file, static_cast<long long>(offset), SEEK_SET);

@@ -1,26 +1,97 @@
 #include "commands/scratch_install.h"
 
 #include <windows.h>
+#include <ctype.h>
 #include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <vector>
 
 #include "KvConfig.h"
+#include "KvUtil.h"
 #include "logs/product_paths.h"
 
 namespace kvdiag {
 
-ScratchInstall::ScratchInstall(const std::string& liveIni, const char* label) {
+namespace {
+
+// Kept per command: the one being made and the two before it.
+constexpr size_t kKeptScratchInstalls = 2;
+
+std::string TempFolder() {
     char temp[MAX_PATH] = "";
     const DWORD length = GetTempPathA(sizeof temp, temp);
+    return length == 0 || length >= sizeof temp ? std::string() : std::string(temp);
+}
+
+// rest follows "kvdiag-<label>-": YYYYMMDD-HHMMSS-PID, nothing else, so
+// nothing kvdiag did not name itself is ever taken for one. The process id.
+bool ScratchNameRest(const char* rest, DWORD& pid) {
+    for (int i = 0; i < 16; ++i) {
+        const bool dash = i == 8 || i == 15;
+        if (dash ? rest[i] != '-' : !isdigit(static_cast<unsigned char>(rest[i]))) return false;
+    }
+    const char* digits = rest + 16;
+    if (!*digits || strspn(digits, "0123456789") != strlen(digits) || strlen(digits) > 10) return false;
+    pid = strtoul(digits, nullptr, 10);
+    return true;
+}
+
+// A process of that id runs: perhaps the kvdiag that made the folder (a new
+// process given the id of one that ended only keeps a folder longer).
+bool ProcessRuns(DWORD pid) {
+    const HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, pid);
+    if (!process) return GetLastError() == ERROR_ACCESS_DENIED;
+    const bool runs = WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
+    CloseHandle(process);
+    return runs;
+}
+
+}  // namespace
+
+size_t RemoveOldScratchInstalls(const char* label, size_t keep) {
+    const std::string temp = TempFolder(), prefix = std::string("kvdiag-") + label + "-";
+    if (temp.empty()) return 0;
+    std::vector<std::pair<std::string, DWORD>> found;  // name, maker's process id
+    WIN32_FIND_DATAA entry;
+    const HANDLE search = FindFirstFileA((temp + prefix + "*").c_str(), &entry);
+    if (search == INVALID_HANDLE_VALUE) return 0;
+    do {
+        DWORD pid = 0;
+        const bool folder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) &&
+                            !(entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
+        if (folder && _strnicmp(entry.cFileName, prefix.c_str(), prefix.size()) == 0 &&
+            ScratchNameRest(entry.cFileName + prefix.size(), pid))
+            found.push_back({entry.cFileName, pid});
+    } while (FindNextFileA(search, &entry));
+    FindClose(search);
+    // The time in the name orders them; newest first.
+    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    size_t removed = 0;
+    CDirFunctions dir;
+    for (size_t i = keep; i < found.size(); ++i) {
+        const std::string path = temp + found[i].first;
+        if (ProcessRuns(found[i].second)) continue;
+        dir.KillDir(path.c_str());
+        removed += GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES;
+    }
+    return removed;
+}
+
+ScratchInstall::ScratchInstall(const std::string& liveIni, const char* label) {
+    const std::string temp = TempFolder();
     SYSTEMTIME now;
     GetLocalTime(&now);
     char name[96];
     snprintf(name, sizeof name, "kvdiag-%s-%04u%02u%02u-%02u%02u%02u-%lu", label, now.wYear, now.wMonth, now.wDay,
              now.wHour, now.wMinute, now.wSecond, GetCurrentProcessId());
-    if (length == 0 || length >= sizeof temp) {
+    if (temp.empty()) {
         error_ = "no temporary folder";
         return;
     }
-    root_ = std::string(temp) + name;
+    root_ = temp + name;
     if (!CreateDirectoryA(root_.c_str(), nullptr) || !CreateDirectoryA(logDir().c_str(), nullptr)) {
         error_ = "cannot create " + root_ + " (error " + std::to_string(GetLastError()) + ")";
         return;
@@ -48,6 +119,9 @@ bool ScratchInstall::Set(const char* section, const char* key, const char* value
 
 std::string UseScratchInstall(const std::string& liveIni, const char* label, const char* valueSection,
                               const char* valueKey, const char* value) {
+    if (const size_t removed = RemoveOldScratchInstalls(label, kKeptScratchInstalls))
+        printf("Removed %zu older scratch installation%s of kvdiag %s from %s (the newest %zu are kept)\n", removed,
+               removed == 1 ? "" : "s", label, TempFolder().c_str(), kKeptScratchInstalls);
     const ScratchInstall scratch(liveIni, label);
     std::string error = scratch.error();
     if (error.empty() && value && !scratch.Set(valueSection, valueKey, value))

@@ -2,7 +2,9 @@
 // folder, with a log folder of its own. Commands that crash, dump or log on
 // purpose work there, so the plant's INI file, dumps and logs stay as they
 // were even when kvdiag is killed half way. The folder is kept afterwards:
-// it holds what the test produced.
+// it holds what the test produced. Only the newest few of one command are
+// kept (a heavy crash test leaves a full dump of hundreds of MB): older ones
+// go when a new one is made, unless the kvdiag that made them still runs.
 #pragma once
 
 #include <string>
@@ -27,6 +29,11 @@ private:
     std::string root_;
     std::string error_;
 };
+
+// The scratch installations of label that kvdiag made in the temporary
+// folder, beyond the newest keep, whose maker no longer runs, are removed;
+// returns how many.
+size_t RemoveOldScratchInstalls(const char* label, size_t keep);
 
 // Sets up a scratch installation from the product INI file and makes it this
 // process's installation (the library's INI file and log folder); prints
