@@ -290,3 +290,17 @@ KV_BENCH(logging_calls) {
         200000);
     kvbench::Report("GetDateTimeString, per call", std::to_string(int(stampNanos)) + " ns");
 }
+
+KV_BENCH(logging_profile) {
+    PrepareInstallation();
+    DbgHlpSetDebugLogInis(102400, 1);
+    char spec[16] = "1";
+    GetEnvironmentVariableA("KV_THREADS", spec, sizeof spec);
+    const int threads = atoi(spec);
+    const bool peer = GetEnvironmentVariableA("KV_PEER", spec, sizeof spec) > 0;
+    const std::string peerPath = kvbench::ScratchFolder() + "\\Logs\\spdlog.log";
+    if (peer) kvbench::OpenSpdlogPeer(peerPath.c_str());
+    LogLine();
+    if (peer) PeerLine();
+    kvbench::Report("profile", Figures(Throughput(threads, 300000 / threads, peer ? PeerLine : LogLine)));
+}

@@ -6,6 +6,7 @@
 #include <map>
 
 #include "child_host.h"
+#include "kvdiag_runner.h"
 #include "text_checks.h"
 
 TEST(Settings, DefaultsClampsAndFlagsAtAttach) {
@@ -44,4 +45,14 @@ TEST(Settings, DefaultsClampsAndFlagsAtAttach) {
         // The mode comes back zero-extended, never sign-extended; DbgHlpGetInfo reports it and HeapCheckRate.
         if (h == 3) { EXPECT_HAS(result.output, "mode=65535 info.debugMode=65535 info.heapCheckRate=9"); }
     }
+}
+
+// Set through kvdiag the way an engineer names the program (a path, ".exe"),
+// a setting reaches that program at its next start.
+TEST(Settings, SetByKvdiagReachesTheNamedProgram) {
+    kvtest::ChildHost host("settings_kvdiag");
+    const auto set = kvtest::RunKvdiag("settings C:\\Plant\\Bin\\Settings_Kvdiag.EXE DebugLogSize 7");
+    ASSERT_EQ(0u, set.exitCode) << set.output;
+    EXPECT_HAS(set.output, "DebugLogSize           7 KB           registry (7)");
+    EXPECT_HAS(host.Run({"print_settings"}).output, "DebugLogSize=7168");
 }

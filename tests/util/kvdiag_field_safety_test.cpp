@@ -3,6 +3,9 @@
 // version answer however they are asked.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "kvdiag_runner.h"
 #include "product_install.h"
 #include "registry_keys.h"
@@ -32,7 +35,7 @@ TEST(KvdiagFieldSafety, RefusalsLeaveThePlantAlone) {
         {"tail Nobody" + ini, 1, "no debug log of component \"Nobody\""},
         {"tail Held" + ini, 1, "cannot read " + held + " (error 32"},
         {"settings \"\"", 2, "is not an executable's base name"},
-        {"settings ..\\RuntimeManager", 2, "is not an executable's base name"},
+        {"settings C:\\Plant\\", 2, "is not an executable's base name"},
         {"settings kvrefusals LogErrors --remove", 1, "LogErrors is not set for kvrefusals"},
         {"crashtest light --ini \"" + install.Path("Config\\missing.ini") + "\"", 1, "No usable product INI file"},
         {"crashtest heavy --ini \"" + install.iniPath() + std::string(260, ' ') + "\"", 1, "longer than 259"},
@@ -71,4 +74,25 @@ TEST(KvdiagFieldSafety, HelpAndVersionAnswerHoweverAsked) {
     const std::string version = kvtest::RunKvdiag("version").output;
     EXPECT_EQ(std::string::npos, version.find("no version resource")) << version;
     EXPECT_NE(version.find("8.40.0.487"), version.rfind("8.40.0.487")) << version;
+}
+
+// Another program appends to the log while kvdiag's own lines cannot get in:
+// the file grows, but kvdiag counts its own lines and reports none arrived.
+TEST(KvdiagFieldSafety, LogCountsItsOwnLinesNotTheFileGrowth) {
+    kvtest::ProductInstall install;
+    CreateDirectoryA(install.logDir().c_str(), nullptr);
+    const HANDLE other = CreateFileA((install.logDir() + "\\debug.Busy.log").c_str(), FILE_APPEND_DATA,
+                                     FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr);
+    ASSERT_NE(INVALID_HANDLE_VALUE, other);
+    std::atomic<bool> stop{false};
+    std::thread appender([&] {
+        const std::string line = "2026-01-01 00:00:00.000\t+00:00 " + std::string(990, 'o') + "\r\n";
+        for (DWORD written; !stop; Sleep(1)) WriteFile(other, line.data(), DWORD(line.size()), &written, nullptr);
+    });
+    const auto result = kvtest::RunKvdiag("log Busy \"busy line\" -r 20 --ini \"" + install.iniPath() + "\"");
+    stop = true;
+    appender.join();
+    CloseHandle(other);
+    EXPECT_EQ(1u, result.exitCode) << result.output;
+    EXPECT_HAS(result.output, "the lines did not reach");
 }

@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -15,29 +16,82 @@
 
 namespace {
 
-uint64_t SizeOf(const char* path) {
-    WIN32_FILE_ATTRIBUTE_DATA data;
-    if (!GetFileAttributesExA(path, GetFileExInfoStandard, &data)) return 0;
-    return (static_cast<uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
+// Where a log file stood before the lines were written: its identity and size
+// (an index of 0: there was none).
+struct FileMark {
+    unsigned long long index = 0;
+    uint64_t size = 0;
+    FILETIME written{};
+};
+
+FileMark MarkOf(const std::string& path) {
+    FileMark mark;
+    const HANDLE file = CreateFileA(path.c_str(), FILE_READ_ATTRIBUTES,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, 0,
+                                    nullptr);
+    if (file == INVALID_HANDLE_VALUE) return mark;
+    BY_HANDLE_FILE_INFORMATION info;
+    if (GetFileInformationByHandle(file, &info)) {
+        mark.index = (static_cast<unsigned long long>(info.nFileIndexHigh) << 32) | info.nFileIndexLow;
+        mark.size = (static_cast<uint64_t>(info.nFileSizeHigh) << 32) | info.nFileSizeLow;
+        mark.written = info.ftLastWriteTime;
+    }
+    CloseHandle(file);
+    return mark;
 }
 
-// The library drops a line it cannot write without a word, so the file is
-// asked: it grew by the lines, or (when it rolled meanwhile) the live log or
-// its first history file ends with the text.
-bool LinesArrived(const char* live, uint64_t before, int count, const char* text) {
-    const size_t shortest = strlen(text) < 512 ? strlen(text) + 1 : 512;  // a long line is cut to the line size
-    if (SizeOf(live) >= before + uint64_t(count) * shortest) return true;
-    char history[MAX_PATH];
-    const bool rolled = GetDebugLogFilePath(1, 1, history, sizeof history) >= 0;
-    for (const char* path : {live, rolled ? history : live}) {
-        std::vector<std::string> last;
-        unsigned long error = 0;
-        if (!kvdiag::LastLines(path, 1, last, error) || last.empty()) continue;
-        const std::string& line = last.back();
-        if (line.size() >= strlen(text) && line.compare(line.size() - strlen(text), std::string::npos, text) == 0)
-            return true;
+// File systems stamp a write with a clock that may lag the system time by a
+// tick or more.
+FILETIME SecondsAgo(int seconds) {
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    ULARGE_INTEGER t{{now.dwLowDateTime, now.dwHighDateTime}};
+    t.QuadPart -= static_cast<ULONGLONG>(seconds) * 10000000ull;
+    return FILETIME{t.LowPart, t.HighPart};
+}
+
+// What the log files hold of the lines written: how many, whether the last
+// line of the log is one, and whether the library noted lines it could not write.
+struct Arrival {
+    int found = 0;
+    bool lastIsOurs = false;
+    bool dropNoted = false;
+};
+
+// Counts the lines of a file from offset on whose message is text, or its
+// start when the library cut a long line.
+void CountLines(const std::string& path, uint64_t offset, const std::string& text, Arrival& arrival, bool live) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file || !file.seekg(static_cast<std::streamoff>(offset))) return;
+    bool ours = false;
+    for (std::string line; std::getline(file, line);) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        // "YYYY-MM-DD HH:MM:SS.mmm<tab>+HH:MM " before the message
+        const size_t tab = line.find('\t');
+        if (tab == std::string::npos || line.size() < tab + 8) continue;
+        const std::string message = line.substr(tab + 8);
+        ours = message == text || (!message.empty() && message.size() < text.size() && line.size() >= 1000 &&
+                                   text.compare(0, message.size(), message) == 0);
+        arrival.found += ours;
+        arrival.dropNoted = arrival.dropNoted || message.find(" debug log lines could not be written") != std::string::npos;
     }
-    return false;
+    if (live) arrival.lastIsOurs = ours;
+}
+
+// The library drops a line it cannot write without a word to its caller, and
+// other processes may write to the same log meanwhile, so the lines are
+// counted in the files: in the live log past where it stood, and, when it
+// rolled meanwhile, in the history files written since (the file that was
+// live past the same point).
+Arrival LinesArrived(const std::vector<std::string>& chain, const FileMark& before, const std::string& text) {
+    Arrival arrival;
+    for (size_t i = 0; i < chain.size(); ++i) {
+        const FileMark now = MarkOf(chain[i]);
+        if (!now.index) continue;
+        if (now.index == before.index) CountLines(chain[i], before.size, text, arrival, i == 0);
+        else if (CompareFileTime(&now.written, &before.written) >= 0) CountLines(chain[i], 0, text, arrival, i == 0);
+    }
+    return arrival;
 }
 
 }  // namespace
@@ -65,13 +119,23 @@ KVDIAG_COMMAND(log, "log COMPONENT TEXT [-r COUNT] [--ini PATH]", "write TEXT (C
         fprintf(stderr, "kvdiag: the log folder cannot be found or created\n");
         return 1;
     }
-    const uint64_t before = SizeOf(path);
+    const std::vector<std::string> chain = kvdiag::DebugLogChain(argv[0]);
+    FileMark before = MarkOf(path);
+    if (!before.index) before.written = SecondsAgo(2);  // a log made now: every file written since counts
     for (int i = 0; i < count; ++i) DbgLogWrite("%s", argv[1]);
-    if (!LinesArrived(path, before, count, argv[1])) {
-        fprintf(stderr, "kvdiag: the line%s did not reach %s (held by another program, or the folder or file is "
-                "read-only)\n", count == 1 ? "" : "s", path);
+    const Arrival arrival = chain.empty() ? Arrival{} : LinesArrived(chain, before, argv[1]);
+    // Fewer found is still all written when the log rolled its oldest ones
+    // away: the last line is one of them and the library noted no loss.
+    if (arrival.found < count && !(arrival.found > 0 && arrival.lastIsOurs && !arrival.dropNoted)) {
+        fprintf(stderr, "kvdiag: %s reach %s (held by another program, or the folder or file is read-only)\n",
+                arrival.found ? (std::to_string(count - arrival.found) + " of the lines did not").c_str()
+                              : count == 1 ? "the line did not" : "the lines did not",
+                path);
         return 1;
     }
-    printf("%d line%s written to %s\n", count, count == 1 ? "" : "s", path);
+    printf("%d line%s written to %s", count, count == 1 ? "" : "s", path);
+    if (arrival.found < count)
+        printf(" (%d still in it and its history files, the older ones rolled past the last history file)", arrival.found);
+    printf("\n");
     return 0;
 }

@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <string>
+
 #include "KvFrame.h"
 #include "KvLogging.h"
 #include "command.h"
@@ -107,6 +109,17 @@ int RemoveSetting(const char* exe, const char* name) {
     return PrintSettings(exe);
 }
 
+// A process reads the key named after its file name without folder and
+// extension, so "C:\Plant\Bin\AlarmServer.exe" and "AlarmServer.exe" both
+// mean AlarmServer. Only ".exe" is taken off: "Driver.Modbus" is a whole name.
+std::string ExecutableBaseName(const char* given) {
+    std::string name = given;
+    const size_t slash = name.find_last_of("\\/");
+    if (slash != std::string::npos) name.erase(0, slash + 1);
+    if (name.size() > 4 && _stricmp(name.c_str() + name.size() - 4, ".exe") == 0) name.resize(name.size() - 4);
+    return name;
+}
+
 }  // namespace
 
 KVDIAG_COMMAND(settings, "settings EXE [NAME VALUE|NAME --remove]",
@@ -116,11 +129,12 @@ KVDIAG_COMMAND(settings, "settings EXE [NAME VALUE|NAME --remove]",
         return 2;
     }
     // The name becomes one registry key below KvDebugHelp: a plain name, as a process's base name is.
-    if (!argv[0][0] || !FileNameGenerator::IsComponentName(argv[0])) {
+    const std::string exe = ExecutableBaseName(argv[0]);
+    if (exe.empty() || exe == "." || exe == ".." || !FileNameGenerator::IsComponentName(exe)) {
         fprintf(stderr, "kvdiag: '%s' is not an executable's base name (such as RuntimeManager)\n", argv[0]);
         return 2;
     }
-    if (argc == 1) return PrintSettings(argv[0]);
-    if (!strcmp(argv[2], "--remove")) return RemoveSetting(argv[0], argv[1]);
-    return SetSetting(argv[0], argv[1], argv[2]);
+    if (argc == 1) return PrintSettings(exe.c_str());
+    if (!strcmp(argv[2], "--remove")) return RemoveSetting(exe.c_str(), argv[1]);
+    return SetSetting(exe.c_str(), argv[1], argv[2]);
 }
