@@ -58,18 +58,19 @@ TEST(KvdiagTail, AllMergesComponentsByTime) {
 }
 
 // A damaged log's control characters reach the console escaped, and a huge
-// line is cut with its length said, in both ways tail reads.
+// line is cut with its length said, in both ways tail reads (the log named by
+// its component, or by its file name).
 TEST(KvdiagTail, ControlCharactersAndHugeLinesAreShownSafely) {
     kvtest::ProductInstall install;
     CreateDirectoryA(install.logDir().c_str(), nullptr);
     const std::string stamp = "2026-01-01 00:00:00.000\t+00:00 ";
     kvtest::WriteFileText(install.logDir() + "\\debug.Odd.log",
                           stamp + "clear\x1b[2J\x07 tab\tkept\r\n" + stamp + std::string(20000, 'x') + "\r\n");
-    for (const char* follow : {"", " -f --for 0.2"}) {
-        const auto result = kvtest::RunKvdiag(std::string("tail Odd -n 2") + follow + " --ini \"" + install.iniPath() + "\"");
+    for (const char* way : {"Odd -n 2", "debug.Odd.log -n 2 -f --for 0.2"}) {
+        const auto result = kvtest::RunKvdiag(std::string("tail ") + way + " --ini \"" + install.iniPath() + "\"");
         EXPECT_EQ(0u, result.exitCode) << result.output;
         EXPECT_HAS(result.output, "clear\\x1B[2J\\x07 tab\tkept");
-        EXPECT_EQ(std::string::npos, result.output.find_first_of("\x1b\x07")) << follow;
+        EXPECT_EQ(std::string::npos, result.output.find_first_of("\x1b\x07")) << way;
         EXPECT_HAS(result.output, std::to_string(stamp.size() + 20000 - 8192) + " more bytes)");
     }
 }

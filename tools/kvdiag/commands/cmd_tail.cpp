@@ -52,7 +52,10 @@ bool ParseOptions(std::vector<std::string> args, TailOptions& options) {
         } else if (a.empty() || a[0] == '-') {
             return false;
         } else {
-            options.components.push_back(a);
+            // A log named by its file ("debug.Pump.log", as a directory listing shows it) means its component.
+            std::string component = a;
+            kvdiag::DebugLogComponent(a, component);
+            options.components.push_back(component);
         }
     }
     if (options.all && !options.components.empty()) return false;
