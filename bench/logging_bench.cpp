@@ -291,6 +291,9 @@ KV_BENCH(logging_calls) {
     kvbench::Report("GetDateTimeString, per call", std::to_string(int(stampNanos)) + " ns");
 }
 
+// One writer's lines per second with KV_THREADS threads (1 unless set), spdlog
+// instead with KV_PEER set: alone, for a profiler or a system-call count, e.g.
+//   KV_THREADS=8 strace -f -c build/wine-run.sh build/bin/kvbench.exe logging_profile
 KV_BENCH(logging_profile) {
     PrepareInstallation();
     DbgHlpSetDebugLogInis(102400, 1);
