@@ -56,6 +56,7 @@ const AddressWaits addressWaits = [] {
 // address waits (Windows 7) a condition variable stands in, and a parked
 // thread takes the lock back only to leave it.
 struct SlimSync {
+    static constexpr int kYieldsBeforeSleep = 4;
     struct Sleeper {
         volatile LONG woken = 0;
         Sleeper* next = nullptr;
@@ -90,6 +91,11 @@ struct SlimSync {
         (s.last ? s.last->next : s.first) = &me;
         s.last = &me;
         Unlock();
+        // A batch is written in microseconds: first the processor goes to
+        // threads ready to run (with more threads than processors, those that
+        // add their lines to the next batch), and only a line still unwritten
+        // after that costs a sleep and a wake.
+        for (int yield = 0; yield < kYieldsBeforeSleep && !me.woken; ++yield) SwitchToThread();
         const LONG asleep = 0;
         while (!me.woken) addressWaits.wait(&me.woken, &asleep, sizeof asleep, nullptr);
     }
