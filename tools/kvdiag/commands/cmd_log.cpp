@@ -54,17 +54,18 @@ FILETIME SecondsAgo(int seconds) {
 // line of the log is one, and whether the library noted lines it could not write.
 struct Arrival {
     int found = 0;
+    bool lastKnown = false;  // the newest file with lines was read
     bool lastIsOurs = false;
     bool dropNoted = false;
 };
 
 // Counts the lines of a file from offset on whose message is text, or its
-// start when the library cut a long line.
-void CountLines(const std::string& path, uint64_t offset, const std::string& text, Arrival& arrival, bool live) {
+// start when the library cut a long line. Files come newest first.
+void CountLines(const std::string& path, uint64_t offset, const std::string& text, Arrival& arrival) {
     std::ifstream file(path, std::ios::binary);
     if (!file || !file.seekg(static_cast<std::streamoff>(offset))) return;
-    bool ours = false;
-    for (std::string line; std::getline(file, line);) {
+    bool any = false, ours = false;
+    for (std::string line; std::getline(file, line); any = true) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
         // "YYYY-MM-DD HH:MM:SS.mmm<tab>+HH:MM " before the message
         const size_t tab = line.find('\t');
@@ -75,7 +76,10 @@ void CountLines(const std::string& path, uint64_t offset, const std::string& tex
         arrival.found += ours;
         arrival.dropNoted = arrival.dropNoted || message.find(" debug log lines could not be written") != std::string::npos;
     }
-    if (live) arrival.lastIsOurs = ours;
+    if (any && !arrival.lastKnown) {
+        arrival.lastKnown = true;
+        arrival.lastIsOurs = ours;
+    }
 }
 
 // The library drops a line it cannot write without a word to its caller, and
@@ -85,11 +89,11 @@ void CountLines(const std::string& path, uint64_t offset, const std::string& tex
 // live past the same point).
 Arrival LinesArrived(const std::vector<std::string>& chain, const FileMark& before, const std::string& text) {
     Arrival arrival;
-    for (size_t i = 0; i < chain.size(); ++i) {
+    for (size_t i = 0; i < chain.size(); ++i) {  // the live log, then its history files newest first
         const FileMark now = MarkOf(chain[i]);
         if (!now.index) continue;
-        if (now.index == before.index) CountLines(chain[i], before.size, text, arrival, i == 0);
-        else if (CompareFileTime(&now.written, &before.written) >= 0) CountLines(chain[i], 0, text, arrival, i == 0);
+        if (now.index == before.index) CountLines(chain[i], before.size, text, arrival);
+        else if (CompareFileTime(&now.written, &before.written) >= 0) CountLines(chain[i], 0, text, arrival);
     }
     return arrival;
 }
