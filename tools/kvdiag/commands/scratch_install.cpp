@@ -26,8 +26,9 @@ std::string TempFolder() {
     return length == 0 || length >= sizeof temp ? std::string() : std::string(temp);
 }
 
-// rest follows "kvdiag-<label>-": YYYYMMDD-HHMMSS-PID, nothing else, so
-// nothing kvdiag did not name itself is ever taken for one. The process id.
+// Whether rest, what follows "kvdiag-<label>-", is YYYYMMDD-HHMMSS-PID and
+// nothing else, so that no folder kvdiag did not name itself is taken for a
+// scratch copy; pid receives the maker's process id.
 bool ScratchNameRest(const char* rest, DWORD& pid) {
     for (int i = 0; i < 16; ++i) {
         const bool dash = i == 8 || i == 15;
