@@ -13,6 +13,7 @@
 #include "logging/debug_log.h"
 #include "logging/debug_log_file.h"
 #include "logging/line_queue.h"
+#include "logging/slim_sync.h"
 
 namespace kv {
 
@@ -25,101 +26,6 @@ constexpr size_t kBatchCapacity = 64 * 1024;
 // measured best from 2 to 8 threads on 2 cores.
 constexpr int kBatchesPerWriter = 2;
 char batchBuffers[2][kBatchCapacity];
-
-// ntdll's address waits (under WaitOnAddress), found at load: Windows 7 has
-// none, and the DLL must still load there.
-struct AddressWaits {
-    using Wait = LONG(NTAPI*)(const volatile void* address, const void* compare, SIZE_T size,
-                              const LARGE_INTEGER* timeout);
-    using WakeAll = void(NTAPI*)(const void* address);
-    Wait wait = nullptr;
-    WakeAll wakeAll = nullptr;
-};
-const AddressWaits addressWaits = [] {
-    AddressWaits found;
-    if (const HMODULE ntdll = GetModuleHandleA("ntdll.dll")) {
-        found.wait = reinterpret_cast<AddressWaits::Wait>(
-            reinterpret_cast<void*>(GetProcAddress(ntdll, "RtlWaitOnAddress")));
-        found.wakeAll = reinterpret_cast<AddressWaits::WakeAll>(
-            reinterpret_cast<void*>(GetProcAddress(ntdll, "RtlWakeAddressAll")));
-    }
-    return found.wait && found.wakeAll ? found : AddressWaits{};
-}();
-
-// A slim lock and address waits: cheap, but a thread killed while it holds
-// the lock or the writer's role leaves them taken for good, which is why
-// nothing waits on them once the process is ending. Each sleeper waits on a
-// word of its own, listed in its signal with the lock held, so a wake names
-// exactly the sleepers it takes off the list: none is missed, none woken for
-// another. The wakes themselves (a system call each) are made once the waker
-// has left the lock, since a woken thread's first step is to take it. Without
-// address waits (Windows 7) a condition variable stands in, and a parked
-// thread takes the lock back only to leave it.
-struct SlimSync {
-    static constexpr int kYieldsBeforeSleep = 4;
-    struct Sleeper {
-        volatile LONG woken = 0;
-        Sleeper* next = nullptr;
-    };
-    struct Signal {
-        Sleeper* first = nullptr;
-        Sleeper* last = nullptr;
-        CONDITION_VARIABLE cv = CONDITION_VARIABLE_INIT;
-    };
-    SRWLOCK lock = SRWLOCK_INIT;
-    Sleeper* due = nullptr;  // taken off their signals, to be woken when the lock is left
-
-    void Lock() { AcquireSRWLockExclusive(&lock); }
-    void Unlock() {
-        Sleeper* wake = due;
-        due = nullptr;
-        ReleaseSRWLockExclusive(&lock);
-        while (wake) {
-            // Read before the sleeper may leave: its record lives on its stack.
-            Sleeper* const next = wake->next;
-            InterlockedExchange(&wake->woken, 1);
-            addressWaits.wakeAll(const_cast<LONG*>(&wake->woken));
-            wake = next;
-        }
-    }
-    void Park(Signal& s) {
-        if (!addressWaits.wait) {
-            SleepConditionVariableSRW(&s.cv, &lock, INFINITE, 0);
-            return Unlock();
-        }
-        Sleeper me;
-        (s.last ? s.last->next : s.first) = &me;
-        s.last = &me;
-        Unlock();
-        // A batch is written in microseconds: first the processor goes to
-        // threads ready to run (with more threads than processors, those that
-        // add their lines to the next batch), and only a line still unwritten
-        // after that costs a sleep and a wake.
-        for (int yield = 0; yield < kYieldsBeforeSleep && !me.woken; ++yield) SwitchToThread();
-        const LONG asleep = 0;
-        while (!me.woken) addressWaits.wait(&me.woken, &asleep, sizeof asleep, nullptr);
-    }
-    void Sleep(Signal& s) {
-        Park(s);
-        Lock();
-    }
-    void WakeOne(Signal& s) {
-        if (!addressWaits.wait) return WakeAllConditionVariable(&s.cv);
-        Sleeper* const taken = s.first;
-        if (!taken) return;
-        s.first = taken->next;
-        if (!s.first) s.last = nullptr;
-        taken->next = due;
-        due = taken;
-    }
-    void WakeAll(Signal& s) {
-        if (!addressWaits.wait) return WakeAllConditionVariable(&s.cv);
-        if (!s.first) return;
-        s.last->next = due;
-        due = s.first;
-        s.first = s.last = nullptr;
-    }
-};
 
 // Set while this thread composes the log's paths (to open or roll it): a line
 // the folder lookup writes meanwhile is dropped instead of recursing.
@@ -183,7 +89,7 @@ struct LogFileSink {
     }
 };
 
-SlimSync queueSync;
+SlimSync queueSync(AddressWaits::Found());
 LogFileSink logSink;
 LineQueue<SlimSync, LogFileSink> queue(queueSync, logSink, batchBuffers[0], batchBuffers[1], kBatchCapacity,
                                        kBatchesPerWriter);

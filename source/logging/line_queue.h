@@ -154,6 +154,7 @@ private:
             sync_.Lock();
             spare_ = batch;
             extra = nullptr;
+            extraLength = 0;
             Finish(number);
             if (result.forgetPath || result.roll) {
                 // After a roll, or when the file cannot be opened, the path is composed again.

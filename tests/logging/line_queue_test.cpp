@@ -3,10 +3,13 @@
 // the file once and in its thread's order, no call returns before its line.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
+#include <thread>
 
 #include "interleavings.h"
 #include "logging/line_queue.h"
+#include "logging/slim_sync.h"
 
 namespace {
 
@@ -84,6 +87,68 @@ TEST(LineQueueHandover, EveryInterleavingWritesEveryLineOnceAndLeavesNobodyAslee
         const auto outcome = Interleaver::Explore(make, check);
         EXPECT_EQ("", outcome.second) << c.name;
         EXPECT_GT(outcome.first, c.lines.size()) << c.name << ": the threads never interleaved";
+    }
+}
+
+// The queue over the real lock and sleeps, with real threads, both ways a
+// system gives them (Windows 7 has no address waits): every line once, in its
+// thread's order, none returned before its batch was written. Every 500th
+// line is longer than a batch; the small batch makes threads wait for room.
+constexpr int kThreads = 8, kLinesEach = 3000;
+constexpr size_t kSmallBatch = 256;
+
+struct CountingFile {
+    std::atomic<int> written[kThreads][kLinesEach] = {};
+    int last[kThreads];  // the writer's own: one writes at a time
+    bool inOrder = true, whole = true;
+    CountingFile() { std::fill(std::begin(last), std::end(last), -1); }
+    bool ComposePath(char (&path)[MAX_PATH]) { return strcpy(path, "live") != nullptr; }
+    kv::BatchResult Write(const char*, const char* bytes, size_t length, unsigned, const char* extra,
+                          size_t extraLength) {
+        whole = whole && (extra || !extraLength);
+        for (const std::string& part : {std::string(bytes, length), std::string(extra ? extra : "", extra ? extraLength : 0)})
+            for (size_t at = 0, end; at < part.size(); at = end + 1) {
+                end = part.find('\n', at);
+                if (end == std::string::npos || end < at + 6) {
+                    whole = false;
+                    break;
+                }
+                const int thread = part[at] - 'A', number = atoi(part.substr(at + 1, 5).c_str());
+                ++written[thread][number];
+                inOrder = inOrder && number > last[thread];
+                last[thread] = number;
+            }
+        return {};
+    }
+};
+
+TEST(LineQueueThreads, RealThreadsWithAndWithoutAddressWaits) {
+    for (const bool addressWaits : {true, false}) {
+        SCOPED_TRACE(addressWaits ? "address waits" : "condition variables");
+        kv::SlimSync sync(addressWaits ? kv::AddressWaits::Found() : kv::AddressWaits{});
+        ASSERT_EQ(addressWaits, sync.addressWaits.wait != nullptr);
+        auto file = std::make_unique<CountingFile>();
+        std::vector<char> buffers(2 * kSmallBatch);
+        kv::LineQueue<kv::SlimSync, CountingFile> queue(sync, *file, &buffers[0], &buffers[kSmallBatch], kSmallBatch, 2);
+        std::atomic<int> early{0};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t)
+            threads.emplace_back([&, t] {
+                for (int i = 0; i < kLinesEach; ++i) {
+                    std::string line = std::string(1, char('A' + t)) + std::to_string(100000 + i).substr(1);
+                    line += std::string(i % 500 ? 0 : kSmallBatch, '=') + "\n";
+                    queue.Append(line.data(), line.size());
+                    early += file->written[t][i] != 1;
+                }
+            });
+        for (auto& thread : threads) thread.join();
+        EXPECT_EQ(0, early.load()) << "calls returned before their line was written";
+        EXPECT_TRUE(file->inOrder);
+        EXPECT_TRUE(file->whole) << "a batch of torn lines, or a length without its text";
+        int once = 0;
+        for (const auto& mine : file->written)
+            for (const auto& count : mine) once += count == 1;
+        EXPECT_EQ(kThreads * kLinesEach, once);
     }
 }
 
