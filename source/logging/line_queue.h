@@ -28,8 +28,9 @@
 //
 // Sync gives the lock and the sleeps (Lock, Unlock, Sleep, Park - a sleep
 // that wakes without the lock -, WakeOne, WakeAll on a Sync::Signal, each
-// called with the lock held); Sink composes the live path and writes a batch. Both are
-// parameters so a test can drive every interleaving of a few threads.
+// called with the lock held; slim_sync.h is the library's); Sink composes the
+// live path and writes a batch. Both are parameters so a test can drive every
+// interleaving of a few threads.
 #pragma once
 
 #include <windows.h>
