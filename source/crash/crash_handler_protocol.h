@@ -28,8 +28,9 @@ struct CrashBlock {
     char componentName[MAX_PATH];
 };
 
-// The block's component name, read by the handler from a copy taken while
-// the version was even and unchanged since (versionAfter); else fallback.
+// The block's component name, read by the handler from a copy whose
+// nameVersion was read before it and versionAfter after it: the name counts
+// when both are the same even number; else fallback.
 inline const char* ComponentNameOf(const CrashBlock& copy, LONG versionAfter, const char* fallback) {
     const bool whole = copy.nameVersion % 2 == 0 && copy.nameVersion == versionAfter &&
                        memchr(copy.componentName, 0, sizeof copy.componentName);

@@ -41,6 +41,14 @@ unsigned long WorkingSetMb() {
                : 0;
 }
 
+// The version of the client's component name; -1 when it cannot be read.
+LONG ReadNameVersion(const Client& c) {
+    LONG version = -1;
+    ReadProcessMemory(c.process.get(), reinterpret_cast<const void*>(c.block + offsetof(kv::CrashBlock, nameVersion)),
+                      &version, sizeof version, nullptr);
+    return version;
+}
+
 // The client waits on `done` (or this process's end) meanwhile; nothing here
 // waits on the client.
 void WriteCrashDump(Client& c) {
@@ -49,6 +57,7 @@ void WriteCrashDump(Client& c) {
     HRESULT result = E_FAIL;
     KvProcessDump dump{};
     const ULONGLONG begin = GetTickCount64();
+    const LONG versionBefore = ReadNameVersion(c);
     if (ReadProcessMemory(c.process.get(), reinterpret_cast<const void*>(c.block), &block, sizeof block, nullptr)) {
         HandlerSay("process %lu: thread %lu crashed, writing its dump", static_cast<unsigned long>(c.processId),
                    static_cast<unsigned long>(block.crashingThread));
@@ -56,10 +65,8 @@ void WriteCrashDump(Client& c) {
         dump.threadId = static_cast<DWORD>(block.crashingThread);
         dump.exceptionPointers = block.exceptionPointers;
         dump.iniPath = c.iniPath.c_str();
-        LONG versionAfter = -1;
-        ReadProcessMemory(c.process.get(), reinterpret_cast<const void*>(c.block + offsetof(kv::CrashBlock, nameVersion)),
-                          &versionAfter, sizeof versionAfter, nullptr);
-        dump.componentName = kv::ComponentNameOf(block, versionAfter, c.componentName.c_str());
+        block.nameVersion = versionBefore;  // the copy's name counts only if no change began or ended around it
+        dump.componentName = kv::ComponentNameOf(block, ReadNameVersion(c), c.componentName.c_str());
         dump.mode = -1;
         dump.waitingThread = c.block + offsetof(kv::CrashBlock, waitingThread);
         result = DbgHlpWriteProcessDump(&dump);
