@@ -22,6 +22,10 @@ const char kTableHeader[] = "Type, Timestamp, Bytes, PID, Pointer, Source, Conte
 const char kReportStart[] = "Memory Report: ";
 const char kTotals[] = "Total memory buffers reported ";
 const char kCapLine[] = "... (maximum buffer report count was reached)";
+// Only the end of a larger file is read: a debug log rolls at 10 MB, and a
+// report of the most blocks the library lists fits many times over, while a
+// file named by mistake (a dump, a disk image) must not fill the memory.
+constexpr long long kReadBytes = 64LL * 1024 * 1024;
 const char kNoTime[] = "000000000";
 
 struct TableLine {
@@ -91,7 +95,17 @@ KVDIAG_COMMAND(memreport, "memreport [LOGFILE] [--ini PATH]",
         fprintf(stderr, "kvdiag: cannot read %s\n", path.c_str());
         return 1;
     }
+    in.seekg(0, std::ios::end);
+    const long long size = static_cast<long long>(in.tellg());
     std::vector<std::string> lines;
+    if (size > kReadBytes) {
+        in.seekg(size - kReadBytes);
+        std::string partial;
+        std::getline(in, partial);  // the line the cut fell in
+        printf("(%s is %lld MB: its last %lld MB are read)\n", path.c_str(), size >> 20, kReadBytes >> 20);
+    } else {
+        in.seekg(0);
+    }
     for (std::string line; std::getline(in, line);) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
         lines.push_back(line);
