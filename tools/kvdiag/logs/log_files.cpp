@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <deque>
 
 #include "KvConfig.h"
@@ -46,19 +47,17 @@ bool LastLines(const std::string& path, int count, std::vector<std::string>& lin
         return false;
     }
     // Read backwards a block at a time until count line ends precede the
-    // last line (or the file's start): a long log costs only its tail.
+    // last line (or the file's start): a long log costs only its tail. At most
+    // kMaxTailBytes are read, so a file without line ends (a damaged or a
+    // wrong file) costs no more; its first line shown is then cut.
     LARGE_INTEGER size{};
     GetFileSizeEx(file, &size);
-    constexpr int64_t kBlock = 64 * 1024;
-    std::string tail;
+    constexpr int64_t kBlock = 64 * 1024, kMaxTailBytes = 64LL * 1024 * 1024;
+    std::vector<std::string> blocks;  // newest first
     int64_t start = size.QuadPart;
-    auto lineEnds = [&tail]() {
-        size_t n = 0, end = tail.size() && tail.back() == '\n' ? tail.size() - 1 : tail.size();
-        for (size_t i = 0; i < end; ++i) n += tail[i] == '\n';
-        return n;
-    };
+    size_t lineEnds = 0;  // in what was read, not counting the file's last byte
     bool ok = true;
-    while (start > 0 && (count == 0 ? false : lineEnds() < size_t(count))) {
+    while (start > 0 && count > 0 && lineEnds < size_t(count) && size.QuadPart - start < kMaxTailBytes) {
         const int64_t length = start < kBlock ? start : kBlock;
         start -= length;
         std::string block(size_t(length), '\0');
@@ -72,8 +71,12 @@ bool LastLines(const std::string& path, int count, std::vector<std::string>& lin
             break;
         }
         block.resize(got);
-        tail.insert(0, block);
+        const size_t counted = blocks.empty() && !block.empty() && block.back() == '\n' ? block.size() - 1 : block.size();
+        lineEnds += size_t(std::count(block.begin(), block.begin() + long(counted), '\n'));
+        blocks.push_back(std::move(block));
     }
+    std::string tail;
+    for (auto it = blocks.rbegin(); it != blocks.rend(); ++it) tail += *it;
     CloseHandle(file);
     if (!ok) return false;
     std::deque<std::string> found;
