@@ -297,10 +297,10 @@ KV_BENCH(logging_calls) {
 KV_BENCH(logging_profile) {
     PrepareInstallation();
     DbgHlpSetDebugLogInis(102400, 1);
-    char spec[16] = "1";
-    GetEnvironmentVariableA("KV_THREADS", spec, sizeof spec);
-    const int threads = atoi(spec);
-    const bool peer = GetEnvironmentVariableA("KV_PEER", spec, sizeof spec) > 0;
+    char value[16] = "1";
+    GetEnvironmentVariableA("KV_THREADS", value, sizeof value);
+    const int threads = atoi(value);
+    const bool peer = GetEnvironmentVariableA("KV_PEER", value, sizeof value) > 0;
     const std::string peerPath = kvbench::ScratchFolder() + "\\Logs\\spdlog.log";
     if (peer) kvbench::OpenSpdlogPeer(peerPath.c_str());
     LogLine();
