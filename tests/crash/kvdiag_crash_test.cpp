@@ -61,16 +61,8 @@ TEST(KvdiagCrash, OnlyTheNewestScratchCopiesAreKept) {
                                             "kvdiag-crashtest-notes", "kvdiag-selfcheck-20200101-000000-1", alive};
     for (const std::string& name : names) CreateDirectoryA((temp / name).c_str(), nullptr);
     kvtest::WriteFileText(temp / "kvdiag-crashtest-20200101-000000-1\\user.dmp", "old dump");
-    struct Restore {
-        char saved[MAX_PATH] = "";
-        Restore(const std::string& temp) {
-            GetEnvironmentVariableA("TMP", saved, sizeof saved);
-            SetEnvironmentVariableA("TMP", temp.c_str());
-        }
-        ~Restore() { SetEnvironmentVariableA("TMP", saved[0] ? saved : nullptr); }
-    } restore(temp.path());
     kvtest::ProductInstall install;
-    ExpectOutput(kvtest::RunKvdiag("crashtest exception --ini \"" + install.iniPath() + "\""), 0,
+    ExpectOutput(kvtest::RunKvdiag("crashtest exception --ini \"" + install.iniPath() + "\"", {{"TMP", temp.path()}}), 0,
                  {"Removed 2 older scratch installations of kvdiag crashtest"});
     std::vector<std::string> left = kvtest::ListFolder(temp.path(), "kvdiag-*");
     std::sort(left.begin(), left.end());

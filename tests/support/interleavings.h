@@ -1,8 +1,9 @@
 // Every interleaving of a few threads around one lock and its condition
-// variables (a sleeper wakes holding the lock, or, parked, without it). The threads are fibers, so one runs at a time and a switch costs
-// no system call. Whenever a thread asks for the lock, sleeps or ends, the
-// schedule names who runs next, and a waker's schedule names which sleeper
-// wakes; code that shares state only under the lock can do nothing else.
+// variables (a sleeper wakes holding the lock, or, parked, without it). The
+// threads are fibers, so one runs at a time and a switch costs no system call.
+// Whenever a thread asks for the lock, sleeps or ends, the schedule names who
+// runs next, and a waker's schedule names which sleeper wakes; code that
+// shares state only under the lock can do nothing else.
 // Explore tries the schedules depth first until every choice was taken; a run
 // where threads remain but none can go on is a lost wake-up.
 #pragma once

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 
 #include "child_host.h"
@@ -12,10 +13,12 @@
 namespace kvtest {
 
 // Runs "kvdiag.exe ARGUMENTS" (arguments quoted by the caller) from the program
-// folder. A kvdiag still running after timeoutMs is killed and fails the test
-// with what it printed so far.
-inline HostResult RunKvdiag(const std::string& arguments, DWORD timeoutMs = 120000) {
+// folder, with env added to its environment. A kvdiag still running after
+// timeoutMs is killed and fails the test with what it printed so far.
+inline HostResult RunKvdiag(const std::string& arguments, const std::map<std::string, std::string>& env = {},
+                            DWORD timeoutMs = 120000) {
     ChildHost kvdiag(ChildHost::Program{"kvdiag.exe"});
+    for (const auto& [name, value] : env) kvdiag.SetEnv(name, value);
     kvdiag.StartCommandLine(arguments);
     HostResult result = kvdiag.Wait(timeoutMs);
     if (result.timedOut)

@@ -82,10 +82,9 @@ TEST(KvdiagCollect, ArchiveHoldsTheInstallationByteForByteAndSaysWhatItLeftOut) 
     const HANDLE live = CreateFileA((logs + "\\debug.Pump.log").c_str(), GENERIC_WRITE,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, 0, nullptr);
     const HANDLE held = CreateFileA((logs + "\\held.log").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    SetEnvironmentVariableA("KVDIAG_PROGRESS_AFTER_MS", "0");
     const std::string cab = install.Path("support.cab");
-    const auto result = kvtest::RunKvdiag("collect \"" + cab + "\" --since 24 --max-mb 0.01 --ini \"" + install.iniPath() + "\"");
-    SetEnvironmentVariableA("KVDIAG_PROGRESS_AFTER_MS", nullptr);
+    const auto result = kvtest::RunKvdiag("collect \"" + cab + "\" --since 24 --max-mb 0.01 --ini \"" + install.iniPath() + "\"",
+                                          {{"KVDIAG_PROGRESS_AFTER_MS", "0"}});
     CloseHandle(held);
     CloseHandle(live);
     ASSERT_EQ(0u, result.exitCode) << result.output;

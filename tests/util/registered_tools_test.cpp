@@ -137,9 +137,8 @@ TEST(Kvdiag, ToolsRunAndMailEndToEnd) {
     EXPECT_EQ(1u, kvtest::RunKvdiag("run util_tool_missing" + ini).exitCode);
 
     NativeMapiFor native("kvdiag.exe");
-    SetEnvironmentVariableA("KV_MAPI_RECORD", mailRecord.c_str());
-    const auto mail = kvtest::RunKvdiag("mail ops@plant.example " + record + " \"Pump 3 stopped\"");
-    SetEnvironmentVariableA("KV_MAPI_RECORD", nullptr);
+    const auto mail =
+        kvtest::RunKvdiag("mail ops@plant.example " + record + " \"Pump 3 stopped\"", {{"KV_MAPI_RECORD", mailRecord}});
     EXPECT_EQ(0u, mail.exitCode) << mail.output;
     const auto mails = Records(kvtest::ReadFileText(mailRecord), "call");
     ASSERT_EQ(1u, mails.size()) << mail.output;
