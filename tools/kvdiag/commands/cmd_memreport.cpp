@@ -13,6 +13,7 @@
 #include "KvLogging.h"
 #include "command.h"
 #include "common/console_text.h"
+#include "logs/log_files.h"
 #include "commands/ini_status.h"
 #include "logs/product_paths.h"
 
@@ -22,10 +23,6 @@ const char kTableHeader[] = "Type, Timestamp, Bytes, PID, Pointer, Source, Conte
 const char kReportStart[] = "Memory Report: ";
 const char kTotals[] = "Total memory buffers reported ";
 const char kCapLine[] = "... (maximum buffer report count was reached)";
-// Only the end of a larger file is read: a debug log rolls at 10 MB, and a
-// report of the most blocks the library lists fits many times over, while a
-// file named by mistake (a dump, a disk image) must not fill the memory.
-constexpr long long kReadBytes = 64LL * 1024 * 1024;
 const char kNoTime[] = "000000000";
 
 struct TableLine {
@@ -98,11 +95,11 @@ KVDIAG_COMMAND(memreport, "memreport [LOGFILE] [--ini PATH]",
     in.seekg(0, std::ios::end);
     const long long size = static_cast<long long>(in.tellg());
     std::vector<std::string> lines;
-    if (size > kReadBytes) {
-        in.seekg(size - kReadBytes);
+    if (size > kvdiag::kMaxTailBytes) {
+        in.seekg(size - kvdiag::kMaxTailBytes);
         std::string partial;
         std::getline(in, partial);  // the line the cut fell in
-        printf("(%s is %lld MB: its last %lld MB are read)\n", path.c_str(), size >> 20, kReadBytes >> 20);
+        printf("(%s is %lld MB: its last %lld MB are read)\n", path.c_str(), size >> 20, kvdiag::kMaxTailBytes >> 20);
     } else {
         in.seekg(0);
     }

@@ -47,12 +47,11 @@ bool LastLines(const std::string& path, int count, std::vector<std::string>& lin
         return false;
     }
     // Read backwards a block at a time until count line ends precede the
-    // last line (or the file's start): a long log costs only its tail. At most
-    // kMaxTailBytes are read, so a file without line ends (a damaged or a
-    // wrong file) costs no more; its first line shown is then cut.
+    // last line (or the file's start): a long log costs only its tail, and
+    // at most kMaxTailBytes (the first line shown may then be cut).
     LARGE_INTEGER size{};
     GetFileSizeEx(file, &size);
-    constexpr int64_t kBlock = 64 * 1024, kMaxTailBytes = 64LL * 1024 * 1024;
+    constexpr int64_t kBlock = 64 * 1024;
     std::vector<std::string> blocks;  // newest first
     int64_t start = size.QuadPart;
     size_t lineEnds = 0;  // in what was read, not counting the file's last byte

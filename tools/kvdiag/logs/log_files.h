@@ -11,6 +11,10 @@ namespace kvdiag {
 bool CheckComponentName(const std::string& name);
 // Reads "-n N" from the arguments (removing it); false on a bad count.
 bool TakeLineCount(std::vector<std::string>& args, int& count);
+// The most of a file's end that is read for its last lines or its last
+// report: a debug log rolls at 10 MB, and a file named by mistake (a dump, a
+// disk image) or one without line ends must not fill the memory.
+constexpr long long kMaxTailBytes = 64LL * 1024 * 1024;
 // The last count lines of a file, without their line ends, read from its
 // end; false with the Win32 error when the file cannot be opened or read.
 bool LastLines(const std::string& path, int count, std::vector<std::string>& lines, unsigned long& error);
