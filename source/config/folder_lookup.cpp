@@ -1,4 +1,5 @@
-// GetKorvanFolderByType and its shortcuts: the folder, created when missing.
+// GetKorvanFolderByType and its shortcuts: the folder, created when missing;
+// ReadKorvanFolderByType: the same folder, never created.
 #include <windows.h>
 
 #include "KvConfig.h"
@@ -11,6 +12,13 @@ int32_t GetKorvanFolderByType(int32_t code, char* buffer, uint32_t size) {
     if (!kv::ReadProductFolder(code, folder)) return kv::kNotAvailable;
     if (GetFileAttributesA(folder.c_str()) == INVALID_FILE_ATTRIBUTES && !kv::CreateFolderTree(folder.c_str()))
         return kv::kNotAvailable;
+    return kv::CopyOut(folder.data(), folder.size(), buffer, size);
+}
+
+int32_t ReadKorvanFolderByType(int32_t code, char* buffer, uint32_t size) {
+    kv::ClearBuffer(buffer, size);
+    std::string folder;
+    if (!kv::ReadProductFolder(code, folder)) return kv::kNotAvailable;
     return kv::CopyOut(folder.data(), folder.size(), buffer, size);
 }
 

@@ -59,6 +59,10 @@ enum KorvanFolderType {
 // missing: length, -1, or -2 (unknown code, not validated, key missing or
 // empty, folder cannot be created).
 KVDH_C_API int32_t GetKorvanFolderByType(int32_t code, char* buffer, uint32_t size);
+// The same folder as the INI file names it, whether it exists or not: creates
+// nothing (for tools that report on an installation without changing it).
+// Length, -1, or -2 (unknown code, not validated, key missing or empty).
+KVDH_C_API int32_t ReadKorvanFolderByType(int32_t code, char* buffer, uint32_t size);
 KVDH_C_API int32_t GetConfigFolder(char* buffer, uint32_t size);
 KVDH_C_API int32_t GetKorvanBinFolder(char* buffer, uint32_t size);
 KVDH_C_API int32_t GetDataFolder(char* buffer, uint32_t size);

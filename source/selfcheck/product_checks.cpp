@@ -10,6 +10,7 @@
 #include "KvCrash.h"
 #include "KvLogging.h"
 #include "KvSelfCheck.h"
+#include "config/product_folder_table.h"
 #include "frame/process_state.h"
 #include "memory/winmem_report.h"
 #include "memory/winmem_state.h"
@@ -22,14 +23,6 @@ namespace selfcheck {
 namespace {
 
 const int kPathSize = 260;
-
-struct FolderCode {
-    int code;
-    const char* key;
-};
-const FolderCode kFolders[] = {{0, "CONFIG"}, {1, "LOGS"},    {2, "drivers' logs"}, {3, "BIN"},
-                               {6, "DATA"},   {7, "USER"},    {8, "STARTER"},       {9, "LASTDATABASEPATH"},
-                               {10, "LOGS (type 10)"}, {11, "RUN"}};
 
 CheckResult IniValidated() {
     char path[kPathSize] = "";
@@ -142,15 +135,22 @@ CheckResult LightDumpReadsBack() {
     return result;
 }
 
-void RecordFolder(const FolderCode& folder) {
-    Record(std::string("folder ") + folder.key + " writable", FolderWritable(folder.code));
+// "folder LOGS\Drivers writable"; a second code for the same folder says its code.
+void RecordFolder(const ProductFolderRow& row) {
+    std::string name = std::string("folder ") + row.key + row.below;
+    for (const ProductFolderRow* other = kProductFolders; other != &row; ++other)
+        if (!strcmp(other->key, row.key) && !strcmp(other->below, row.below)) {
+            name += " (type " + std::to_string(row.code) + ")";
+            break;
+        }
+    Record(name + " writable", FolderWritable(row.code));
 }
 
 }  // namespace
 
 void RunProductChecks() {
     if (!RunCheck("product INI file validated", IniValidated)) return;  // nothing below can work
-    for (const FolderCode& folder : kFolders) RecordFolder(folder);
+    for (const ProductFolderRow& row : kProductFolders) RecordFolder(row);
     RunCheck("debug log writable", DebugLogWritable);
     RunCheck("system log writable", SyslogWritable);
     RunCheck("guarded overrun detected", GuardedOverrunDetected);

@@ -47,6 +47,12 @@ TEST(ProductFolders, EveryCodeNamesItsKeyReadAgainAtEachLookup) {
     EXPECT_EQ(0, GetKorvanProfilePath(text, sizeof text));  // no profile named yet
     const std::string deep = install.Path("Site\\Area\\Logs");
     install.SetValue("KVEDIT", "LOGS", deep);
+    // The read that creates nothing names the same folder and leaves it missing.
+    char read[300];
+    EXPECT_EQ(int32_t(deep.size() + 8), ReadKorvanFolderByType(2, read, sizeof read));
+    EXPECT_EQ(deep + "\\Drivers", std::string(read));
+    EXPECT_FALSE(kvtest::DirectoryExists(install.Path("Site")));
+    EXPECT_EQ(-2, ReadKorvanFolderByType(4, read, sizeof read));
     EXPECT_EQ(deep + "\\Drivers", Folder(2));
     EXPECT_TRUE(kvtest::DirectoryExists(deep + "\\Drivers"));
     // Trailing separators and forward slashes are kept as written.

@@ -52,22 +52,33 @@ TEST(KvdiagFieldSafety, RefusalsLeaveThePlantAlone) {
     EXPECT_EQ(std::vector<std::string>({"debug.Held.log", "debug.Pump.log"}), kvtest::ListFolder(logs));
 }
 
+// Commands, options and words answer in any letter case; help lists every
+// option with what it does; wrong arguments exit 2.
 TEST(KvdiagFieldSafety, HelpAndVersionAnswerHoweverAsked) {
+    kvtest::TempDir state("kvstate");
     const struct {
-        const char* arguments;
+        std::string arguments;
+        DWORD rc;
         const char* text;
     } cases[] = {
-        {"help tail", "usage: kvdiag tail [COMPONENT"},
-        {"tail --help", "usage: kvdiag tail [COMPONENT"},
-        {"TAIL /?", "usage: kvdiag tail [COMPONENT"},
-        {"/?", "Usage: kvdiag COMMAND"},
-        {"Settings /?", "NAME --remove"},
-        {"VERSION", "kvdiag.exe"},
+        {"help tail", 0, "usage: kvdiag tail [COMPONENT"},
+        {"TAIL /?", 0, "--count LINES        with -f: end after LINES new lines"},
+        {"/?", 0, "Usage: kvdiag COMMAND"},
+        {"help", 0, "Exit codes: 0 done, 1 failed (the reason is printed), 2 wrong arguments"},
+        {"", 2, "Exit codes: 0 done"},
+        {"nosuch", 2, "unknown command 'nosuch'"},
+        {"help nosuch", 2, "unknown command 'nosuch'"},
+        {"Settings /?", 0, "NAME --remove"},
+        {"VERSION", 0, "kvdiag.exe"},
+        {"version extra", 2, "usage: kvdiag version"},
+        {"tail --Bogus", 2, "usage: kvdiag tail"},
+        {"forward --STATUS --State \"" + state.path() + "\"", 1, "no forwarder has run with the state folder"},
+        {"SERVICE Install FORWARD --TO tcp://collector:0", 2, "does not name a host and a port"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.arguments);
         const auto result = kvtest::RunKvdiag(c.arguments);
-        EXPECT_EQ(0u, result.exitCode) << result.output;
+        EXPECT_EQ(c.rc, result.exitCode) << result.output;
         EXPECT_HAS(result.output, c.text);
     }
     // Both binaries carry their version resource.

@@ -25,7 +25,6 @@ namespace {
 
 using kvdiag::FileNameOf;
 
-constexpr char kUsage[] = "usage: kvdiag collect [OUTFILE] [--force] [--since HOURS] [--max-mb MB] [--ini PATH]\n";
 constexpr double kDefaultDumpCapMb = 200;
 constexpr unsigned long long kLargeFile = 4ull << 20;  // shown as a stage of its own
 constexpr unsigned long long kTicksPerHour = 36000000000ull;  // FILETIME ticks of 100 ns
@@ -282,7 +281,7 @@ void CollectSymbols(Collection& c, bool iniValid) {
     c.progress().Stage("adding the symbols");
     std::vector<std::string> folders = {kvdiag::ModuleFolder("KvDebugHelp.dll"), kvdiag::ModuleFolder(nullptr)};
     std::string bin;
-    if (iniValid && kvdiag::ProductFolder("BIN", bin)) folders.push_back(bin);
+    if (iniValid && kvdiag::ProductFolder(KvFolderBin, bin)) folders.push_back(bin);
     std::vector<std::string> seenFolders, seenNames;
     for (const std::string& folder : folders) {
         const std::string key = Lower(FullPath(folder));
@@ -305,14 +304,14 @@ void CollectSymbols(Collection& c, bool iniValid) {
 
 }  // namespace
 
-KVDIAG_COMMAND(collect, "collect [OUTFILE] [--force] [--since H] [--max-mb MB]",
-               "one cabinet file for support: logs, dumps, INI, settings, self-check, symbols") {
+KVDIAG_COMMAND(collect, "[OUTFILE]", "one cabinet file for support: logs, dumps, INI, settings, self-check, symbols",
+               {"--force", nullptr, "replace an existing OUTFILE"},
+               {"--since", "HOURS", "only logs and dumps of the last HOURS hours"},
+               {"--max-mb", "MB", "cap on the packed size of the older dumps (default 200; the newest goes in always)"},
+               kvdiag::kIniOption) {
     const char* iniOption = kvdiag::TakeIniOption(argc, argv);
     CollectOptions options;
-    if (!ParseOptions(argc, argv, options)) {
-        fprintf(stderr, "%s", kUsage);
-        return 2;
-    }
+    if (!ParseOptions(argc, argv, options)) return kvdiag::UsageError();
     const std::string archive = FullPath(options.outFile.empty() ? DefaultArchiveName() : options.outFile);
     std::string refusal;
     if (!CanWriteArchive(archive, options.force, refusal)) {

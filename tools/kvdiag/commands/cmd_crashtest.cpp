@@ -123,19 +123,20 @@ int ThrowChainedException() {
 
 }  // namespace
 
-KVDIAG_COMMAND(crashtest, "crashtest [light|heavy|exception] [--ini PATH]",
+KVDIAG_COMMAND(crashtest, "[light|heavy|exception]",
                "crash a child on purpose and report its minidump and system-log lines; "
-               "exception: throw a chained KvException and show its log lines") {
+               "exception: throw a chained KvException and show its log lines",
+               {"light", nullptr, "the child writes a light dump (threads, stacks, modules)"},
+               {"heavy", nullptr, "the child writes a full-memory dump"},
+               {"exception", nullptr, "throw a chained KvException instead of crashing"},
+               kvdiag::kIniOption) {
     const char* ini = kvdiag::TakeIniOption(argc, argv);
     if (argc == 1 && !strcmp(argv[0], kChildFlag)) return CrashChild(ini);
     const char* type = nullptr;
     const bool exception = argc == 1 && !_stricmp(argv[0], "exception");
     if (argc == 1 && !_stricmp(argv[0], "light")) type = "1";
     else if (argc == 1 && !_stricmp(argv[0], "heavy")) type = "3";
-    else if (argc != 0 && !exception) {
-        fprintf(stderr, "usage: kvdiag crashtest [light|heavy|exception] [--ini PATH]\n");
-        return 2;
-    }
+    else if (argc != 0 && !exception) return kvdiag::UsageError();
     const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
     if (!status.valid) {
         fprintf(stderr, "No usable product INI file: %s\n", status.reason.c_str());

@@ -17,8 +17,6 @@
 
 namespace {
 
-const char kUsage[] = "usage: kvdiag dump PID|EXE-NAME [light|heavy] [--out FILE] [--ini PATH]\n";
-
 struct Target {
     DWORD id;
     std::string exe;
@@ -58,8 +56,11 @@ bool FindTarget(const std::string& what, Target& target) {
 
 }  // namespace
 
-KVDIAG_COMMAND(dump, "dump PID|EXE-NAME [light|heavy] [--out FILE]",
-               "a minidump of a running (hung) process, named like a crash dump") {
+KVDIAG_COMMAND(dump, "PID|EXE-NAME [light|heavy]", "a minidump of a running (hung) process, named like a crash dump",
+               {"light", nullptr, "threads, stacks and modules (the default)"},
+               {"heavy", nullptr, "the process's whole memory"},
+               {"--out", "FILE", "write the dump to FILE instead of the product's dump folder"},
+               kvdiag::kIniOption) {
     const char* iniOption = kvdiag::TakeIniOption(argc, argv);
     const char* what = nullptr;
     const char* out = nullptr;
@@ -72,10 +73,7 @@ KVDIAG_COMMAND(dump, "dump PID|EXE-NAME [light|heavy] [--out FILE]",
         else if (!what && argv[i][0] != '-') what = argv[i];
         else wrongUse = true;
     }
-    if (!what || wrongUse) {
-        fprintf(stderr, "%s", kUsage);
-        return 2;
-    }
+    if (!what || wrongUse) return kvdiag::UsageError();
     Target target{};
     if (!FindTarget(what, target)) return 1;
 

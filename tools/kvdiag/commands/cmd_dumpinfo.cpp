@@ -13,8 +13,10 @@
 #include "dump/dump_summary.h"
 #include "common/progress.h"
 
-KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--threads] [--symbols DIR]... [--no-symbols]",
-               "what a minidump holds: exception, faulting stack (every thread's), modules, memory") {
+KVDIAG_COMMAND(dumpinfo, "FILE", "what a minidump holds: exception, faulting stack (every thread's), modules, memory",
+               {"--threads", nullptr, "every thread's stack, not only the faulting one's"},
+               {"--symbols", "DIR", "look for PDBs and module images in DIR too (may be given more than once)"},
+               {"--no-symbols", nullptr, "frames as module+offset, without reading PDBs (quick)"}) {
     const char* path = nullptr;
     std::vector<std::string> symbolFolders;
     bool wrongUse = false, nameFrames = true, allThreads = false;
@@ -25,10 +27,7 @@ KVDIAG_COMMAND(dumpinfo, "dumpinfo FILE [--threads] [--symbols DIR]... [--no-sym
         else if (!path && argv[i][0] != '-') path = argv[i];
         else wrongUse = true;
     }
-    if (!path || wrongUse) {
-        fprintf(stderr, "usage: kvdiag dumpinfo FILE [--threads] [--symbols DIR]... [--no-symbols]\n");
-        return 2;
-    }
+    if (!path || wrongUse) return kvdiag::UsageError();
     kvdiag::Progress progress("dumpinfo");
     progress.Stage("mapping the dump");
     kvdiag::MappedDump dump(path);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "command.h"
+#include "commands/forward_option_list.h"
 #include "forward/forwarder.h"
 
 namespace {
@@ -19,8 +20,10 @@ BOOL WINAPI OnConsoleControl(DWORD event) {
 
 }  // namespace
 
-KVDIAG_COMMAND(forward, "forward --to URL [LOG...]",
-               "sends logs to a syslog collector (tcp, udp, tls) with nothing lost; --status shows it") {
+KVDIAG_COMMAND(forward, "--to URL [COMPONENT...]",
+               "sends logs to a syslog collector (tcp, udp, tls) with nothing lost; --status shows it",
+               kvdiag::JoinOptions({{"--status", nullptr, "show the state of the forwarder (of --state FOLDER's) and end"}},
+                                   kvdiag::ForwardOptionList())) {
     stopEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     SetConsoleCtrlHandler(OnConsoleControl, TRUE);
     const int code = kvdiag::RunForwardCommand(std::vector<std::string>(argv, argv + argc), stopEvent);

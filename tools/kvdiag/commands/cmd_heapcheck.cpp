@@ -72,15 +72,13 @@ bool RunLeakChild(const std::string& ini) {
 
 }  // namespace
 
-KVDIAG_COMMAND(heapcheck, "heapcheck [--ini PATH]",
+KVDIAG_COMMAND(heapcheck, "",
                "overrun a guarded block, leak blocks in a child, and show what the heap checks report "
-               "(in a scratch copy of the installation)") {
+               "(in a scratch copy of the installation)",
+               kvdiag::kIniOption) {
     const char* ini = kvdiag::TakeIniOption(argc, argv);
     if (argc == 1 && !strcmp(argv[0], "--leak")) return LeakAndExit(ini);
-    if (argc != 0) {
-        fprintf(stderr, "usage: kvdiag heapcheck [--ini PATH]\n");
-        return 2;
-    }
+    if (argc != 0) return kvdiag::UsageError();
     // The reports go to a scratch installation's log, never the plant's.
     const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
     const std::string scratchIni = status.valid ? kvdiag::UseScratchInstall(status.path, "heapcheck") : "";

@@ -25,12 +25,9 @@ bool HasKey(const char* section, const char* key) {
 
 }  // namespace
 
-KVDIAG_COMMAND(ini, "ini SECTION [KEY] [--ini PATH]", "read a section or a value of the product INI file") {
+KVDIAG_COMMAND(ini, "SECTION [KEY]", "read a section or a value of the product INI file", kvdiag::kIniOption) {
     const char* iniOption = kvdiag::TakeIniOption(argc, argv);
-    if (argc < 1 || argc > 2) {
-        fprintf(stderr, "usage: kvdiag ini SECTION [KEY] [--ini PATH]\n");
-        return 2;
-    }
+    if (argc < 1 || argc > 2) return kvdiag::UsageError();
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
     if (!ini.valid) {
         fprintf(stderr, "kvdiag: the product INI file %s is not usable: %s\n",

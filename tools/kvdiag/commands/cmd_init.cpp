@@ -7,12 +7,9 @@
 #include "command.h"
 #include "commands/ini_status.h"
 
-KVDIAG_COMMAND(init, "init [--ini PATH]", "create a default product INI file where none exists") {
+KVDIAG_COMMAND(init, "", "create a default product INI file where none exists", kvdiag::kIniOption) {
     const char* iniOption = kvdiag::TakeIniOption(argc, argv);
-    if (argc != 0) {
-        fprintf(stderr, "usage: kvdiag init [--ini PATH]\n");
-        return 2;
-    }
+    if (argc != 0) return kvdiag::UsageError();
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
     if (ini.path.empty()) {
         fprintf(stderr, "kvdiag: no INI path: %s\n", ini.reason.c_str());

@@ -100,17 +100,12 @@ Arrival LinesArrived(const std::vector<std::string>& chain, const FileMark& befo
 
 }  // namespace
 
-KVDIAG_COMMAND(log, "log COMPONENT TEXT [-r COUNT] [--ini PATH]", "write TEXT (COUNT times) to COMPONENT's debug log") {
+KVDIAG_COMMAND(log, "COMPONENT TEXT", "write TEXT (COUNT times) to COMPONENT's debug log",
+               {"-r", "COUNT", "write the line COUNT times"}, kvdiag::kIniOption) {
     const char* ini = kvdiag::TakeIniOption(argc, argv);
-    if (argc != 2 && !(argc == 4 && !strcmp(argv[2], "-r"))) {
-        fprintf(stderr, "usage: kvdiag log COMPONENT TEXT [-r COUNT] [--ini PATH]\n");
-        return 2;
-    }
+    if (argc != 2 && !(argc == 4 && !strcmp(argv[2], "-r"))) return kvdiag::UsageError();
     const int count = argc == 4 ? atoi(argv[3]) : 1;
-    if (count < 1) {
-        fprintf(stderr, "kvdiag: -r needs a positive count\n");
-        return 2;
-    }
+    if (count < 1) return kvdiag::UsageError("-r needs a positive count");
     if (!kvdiag::CheckComponentName(argv[0])) return 2;
     const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
     if (!status.valid) {

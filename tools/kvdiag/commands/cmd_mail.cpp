@@ -8,11 +8,9 @@
 #include "KvDebugHelp.h"
 #include "command.h"
 
-KVDIAG_COMMAND(mail, "mail RECIPIENT FILE [NOTE]", "hand a crash report with FILE attached to the mail client") {
-    if (argc < 2 || argc > 3) {
-        fprintf(stderr, "usage: kvdiag mail RECIPIENT FILE [NOTE]   (RECIPIENT \"\": the support mailbox)\n");
-        return 2;
-    }
+KVDIAG_COMMAND(mail, "RECIPIENT FILE [NOTE]",
+               "hand a crash report with FILE attached to the mail client (RECIPIENT \"\": the support mailbox)") {
+    if (argc < 2 || argc > 3) return kvdiag::UsageError();
     if (GetFileAttributesA(argv[1]) == INVALID_FILE_ATTRIBUTES)
         printf("Note: %s does not exist; the mail client may refuse the attachment.\n", argv[1]);
     char computer[MAX_COMPUTERNAME_LENGTH + 1] = {};

@@ -83,8 +83,8 @@ std::string DefaultLog(int& argc, char** argv) {
 
 }  // namespace
 
-KVDIAG_COMMAND(memreport, "memreport [LOGFILE] [--ini PATH]",
-               "summarise the last memory report of a debug log by allocation site") {
+KVDIAG_COMMAND(memreport, "[LOGFILE]", "summarise the last memory report of a debug log by allocation site",
+               kvdiag::kIniOption) {
     const std::string path = argc >= 1 && argv[0][0] != '-' ? argv[0] : DefaultLog(argc, argv);
     if (path.empty()) return 1;
     std::ifstream in(path, std::ios::binary);

@@ -12,18 +12,16 @@
 
 namespace {
 
-// The folder the library's lookup of code would give, read from the INI file
-// instead of looked up: the lookup creates a missing folder, and paths only
-// reports what the installation holds.
+// The folder the library's lookup of code would give, without the lookup's
+// creating a missing one: paths only reports what the installation holds.
 void PrintFolder(const kvdiag::ProductFolderRow& row) {
     char label[40];
     snprintf(label, sizeof label, "%2d %s%s", row.code, row.key, row.below);
     std::string path;
-    if (!kvdiag::ProductFolder(row.key, path)) {
+    if (!kvdiag::ProductFolder(row.code, path)) {
         printf("  %-20s (not set)\n", label);
         return;
     }
-    path += row.below;
     const DWORD attributes = GetFileAttributesA(path.c_str());
     const char* state = attributes == INVALID_FILE_ATTRIBUTES        ? " (missing)"
                         : (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0 ? " (a file, not a folder)"
@@ -33,12 +31,9 @@ void PrintFolder(const kvdiag::ProductFolderRow& row) {
 
 }  // namespace
 
-KVDIAG_COMMAND(paths, "paths [--ini PATH]", "the product INI file, its validation and every product folder") {
+KVDIAG_COMMAND(paths, "", "the product INI file, its validation and every product folder", kvdiag::kIniOption) {
     const char* iniOption = kvdiag::TakeIniOption(argc, argv);
-    if (argc != 0) {
-        fprintf(stderr, "usage: kvdiag paths [--ini PATH]\n");
-        return 2;
-    }
+    if (argc != 0) return kvdiag::UsageError();
     char rootKey[MAX_PATH], text[MAX_PATH];
     GetRootRegistryKeyPath(rootKey, sizeof rootKey);
     printf("Root registry key       HKEY_LOCAL_MACHINE\\%s (32-bit view)\n", rootKey);

@@ -6,12 +6,9 @@
 #include "command.h"
 #include "commands/ini_status.h"
 
-KVDIAG_COMMAND(run, "run TOOL [--ini PATH]", "start a registered tool with its macros expanded") {
+KVDIAG_COMMAND(run, "TOOL", "start a registered tool with its macros expanded", kvdiag::kIniOption) {
     const char* iniOption = kvdiag::TakeIniOption(argc, argv);
-    if (argc != 1) {
-        fprintf(stderr, "usage: kvdiag run TOOL [--ini PATH]\n");
-        return 2;
-    }
+    if (argc != 1) return kvdiag::UsageError();
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
     if (!ini.valid) printf("Note: %s; the folder macros expand to nothing.\n", ini.reason.c_str());
     if (!ToolIsRegistered(argv[0])) {

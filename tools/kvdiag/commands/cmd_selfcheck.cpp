@@ -7,16 +7,15 @@
 #include "commands/ini_status.h"
 #include "commands/scratch_install.h"
 
-KVDIAG_COMMAND(selfcheck, "selfcheck [--ini PATH] [--file NAME]",
-               "run the library's self-check; exit code = failed checks") {
+KVDIAG_COMMAND(selfcheck, "", "run the library's self-check; exit code = failed checks", kvdiag::kIniOption,
+               {"--file", "NAME", "also write the summary to the file NAME"}) {
     const char* ini = kvdiag::TakeIniOption(argc, argv);
     const char* file = nullptr;
     for (int i = 0; i < argc; ++i) {
         if (!strcmp(argv[i], "--file") && i + 1 < argc) {
             file = argv[++i];
         } else {
-            fprintf(stderr, "usage: kvdiag selfcheck [--ini PATH] [--file NAME]\n");
-            return 2;
+            return kvdiag::UsageError();
         }
     }
     SetLog_ErrorCodes(1);

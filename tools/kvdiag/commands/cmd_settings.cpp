@@ -122,12 +122,9 @@ std::string ExecutableBaseName(const char* given) {
 
 }  // namespace
 
-KVDIAG_COMMAND(settings, "settings EXE [NAME VALUE|NAME --remove]",
-               "show, set or remove the per-executable settings of EXE") {
-    if (argc < 1 || argc == 2 || argc > 3) {
-        fprintf(stderr, "usage: kvdiag settings EXE [NAME VALUE|NAME --remove]\n");
-        return 2;
-    }
+KVDIAG_COMMAND(settings, "EXE [NAME VALUE|NAME --remove]", "show, set or remove the per-executable settings of EXE",
+               {"--remove", nullptr, "delete the setting NAME: the program gets its default again"}) {
+    if (argc < 1 || argc == 2 || argc > 3) return kvdiag::UsageError();
     // The name becomes one registry key below KvDebugHelp: a plain name, as a process's base name is.
     const std::string exe = ExecutableBaseName(argv[0]);
     if (exe.empty() || exe == "." || exe == ".." || !FileNameGenerator::IsComponentName(exe)) {

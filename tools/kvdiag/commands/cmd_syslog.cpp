@@ -12,14 +12,11 @@
 #include "logs/log_files.h"
 #include "logs/product_paths.h"
 
-KVDIAG_COMMAND(syslog, "syslog [-n N]", "last events of the system log") {
+KVDIAG_COMMAND(syslog, "", "last events of the system log", kvdiag::kLineCountOption, kvdiag::kIniOption) {
     const char* ini = kvdiag::TakeIniOption(argc, argv);
     std::vector<std::string> args(argv, argv + argc);
     int count = 10;
-    if (!kvdiag::TakeLineCount(args, count) || !args.empty()) {
-        fprintf(stderr, "usage: kvdiag syslog [-n N] [--ini PATH]\n");
-        return 2;
-    }
+    if (!kvdiag::TakeLineCount(args, count) || !args.empty()) return kvdiag::UsageError();
     const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
     if (!status.valid) {
         fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", status.reason.c_str());

@@ -22,7 +22,6 @@
 namespace {
 
 constexpr DWORD kPollMs = 50;
-constexpr char kUsage[] = "usage: kvdiag tail [COMPONENT...|--all] [-n N] [-f [--for SECONDS] [--count LINES]] [--ini PATH]\n";
 
 struct TailOptions {
     std::vector<std::string> components;
@@ -192,15 +191,14 @@ private:
 
 }  // namespace
 
-KVDIAG_COMMAND(tail, "tail [COMPONENT...|--all] [-n N] [-f [--for S] [--count N]]",
-               "last lines of debug logs and their history files; -f follows them across rolls") {
+KVDIAG_COMMAND(tail, "[COMPONENT...|--all]", "last lines of debug logs and their history files; -f follows them across rolls",
+               {"--all", nullptr, "every debug log in the log folder"}, kvdiag::kLineCountOption,
+               {"-f", nullptr, "follow the logs as they grow and roll, merged by time (Ctrl+C ends)"},
+               {"--for", "SECONDS", "with -f: end after SECONDS"},
+               {"--count", "LINES", "with -f: end after LINES new lines"}, kvdiag::kIniOption) {
     const char* ini = kvdiag::TakeIniOption(argc, argv);
     TailOptions options;
-    if (!ParseOptions(std::vector<std::string>(argv, argv + argc), options)) {
-        fprintf(stderr, "%s", kUsage);
-        fprintf(stderr, "  -f: follow as the logs grow and roll; --for ends after SECONDS, --count after LINES new lines\n");
-        return 2;
-    }
+    if (!ParseOptions(std::vector<std::string>(argv, argv + argc), options)) return kvdiag::UsageError();
     const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
     if (!status.valid) {
         fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", status.reason.c_str());

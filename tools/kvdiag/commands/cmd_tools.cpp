@@ -10,7 +10,7 @@
 #include "command.h"
 #include "commands/ini_status.h"
 
-KVDIAG_COMMAND(tools, "tools [--ini PATH]", "list the registered tools with their expanded commands") {
+KVDIAG_COMMAND(tools, "", "list the registered tools with their expanded commands", kvdiag::kIniOption) {
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(kvdiag::TakeIniOption(argc, argv));
     if (!ini.valid) printf("Note: %s; the folder macros expand to nothing.\n", ini.reason.c_str());
     char root[MAX_PATH] = {};

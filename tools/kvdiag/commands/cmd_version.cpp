@@ -5,12 +5,9 @@
 #include "cabinet/collect_reports.h"
 #include "command.h"
 
-KVDIAG_COMMAND(version, "version", "versions of KvDebugHelp.dll and kvdiag.exe, and the machine") {
+KVDIAG_COMMAND(version, "", "versions of KvDebugHelp.dll and kvdiag.exe, and the machine") {
     (void)argv;
-    if (argc != 0) {
-        fprintf(stderr, "usage: kvdiag version\n");
-        return 2;
-    }
+    if (argc != 0) return kvdiag::UsageError();
     kvdiag::PrintVersionReport(stdout);
     return 0;
 }

@@ -48,8 +48,7 @@ int RunCrashHandler(int argc, char** argv) {
         if (strcmp(argv[i], "--idle-seconds") == 0 && i + 1 < argc) {
             idleSeconds = strtoul(argv[++i], nullptr, 10);
         } else {
-            fprintf(stderr, "usage: kvdiag crash-handler [--idle-seconds N]\n");
-            return 2;
+            return kvdiag::UsageError();
         }
     }
     char name[80];
@@ -90,9 +89,10 @@ int RunCrashHandler(int argc, char** argv) {
     }
 }
 
-const kvdiag::CommandRegistrar registrar({"crash-handler", "crash-handler [--idle-seconds N]",
+const kvdiag::CommandRegistrar registrar({"crash-handler", "",
                                           "write product processes' crash dumps from outside them (started by "
                                           "DbgHlpStartCrashHandler)",
+                                          {{"--idle-seconds", "N", "end N seconds after the last client went"}},
                                           RunCrashHandler});
 
 }  // namespace

@@ -6,15 +6,17 @@
 
 namespace kvdiag {
 
-bool ProductFolder(const char* key, std::string& folder) {
-    char value[MAX_PATH];
+bool ProductFolder(int code, std::string& folder) {
     folder.clear();
-    if (KorvanIniReadValueAsString("KVEDIT", key, value, sizeof value, "") <= 0) return false;
-    folder = value;
+    // An INI value is at most 1024 bytes; "\Drivers" may follow it.
+    char value[1100];
+    const int32_t length = ReadKorvanFolderByType(code, value, sizeof value);
+    if (length <= 0) return false;
+    folder.assign(value, size_t(length));
     return true;
 }
 
-bool LogFolder(std::string& folder) { return ProductFolder("LOGS", folder); }
+bool LogFolder(std::string& folder) { return ProductFolder(KvFolderLogs, folder); }
 
 std::string InLogFolder(const std::string& name) {
     std::string folder;
@@ -25,7 +27,7 @@ std::string ProfilePath() {
     char profile[MAX_PATH];
     std::string run;
     if (KorvanIniReadValueAsString("RuntimeManager", "Profile", profile, sizeof profile, "") <= 0 ||
-        !ProductFolder("RUN", run))
+        !ProductFolder(KvFolderRun, run))
         return "";
     return run + "\\" + profile + ".ini";
 }
