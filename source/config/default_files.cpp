@@ -7,16 +7,15 @@
 #include "KvConfig.h"
 #include "config/default_layout.h"
 #include "config/ini_location.h"
+#include "platform/owned_handle.h"
 
 namespace {
 
 // Creates the file only when it does not exist yet.
 bool CreateNewFile(const char* path) {
-    HANDLE file = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return false;
-    CloseHandle(file);
-    return true;
+    return kv::platform::FileHandle(CreateFileA(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                                CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr))
+        .valid();
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "frame/process_state.h"
+#include "platform/module_path.h"
 
 namespace kv {
 namespace {
@@ -12,11 +13,9 @@ bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
 // The folder of this library's own module file, ending in its separator.
 std::string ModuleFolder() {
-    char path[256] = "";
-    GetModuleFileNameA(ModuleHandle, path, sizeof path);
-    std::string parent, leaf;
-    SplitParentLeaf(path, parent, leaf);
-    return parent;
+    std::string folder = platform::ModuleFolder(ModuleHandle);
+    if (!folder.empty() && !IsSeparator(folder.back())) folder += '\\';
+    return folder;
 }
 
 struct DefaultKey {

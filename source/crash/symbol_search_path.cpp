@@ -3,20 +3,11 @@
 #include <windows.h>
 #include <string.h>
 
+#include "platform/module_path.h"
+
 
 namespace kv {
 namespace {
-
-// The folder part of a module's file name; empty when it has none.
-std::string ModuleFolder(HMODULE module) {
-    char path[MAX_PATH];
-    const DWORD length = GetModuleFileNameA(module, path, sizeof path);
-    if (length == 0 || length >= sizeof path) return {};
-    char* slash = strrchr(path, '\\');
-    if (!slash) return {};
-    *slash = 0;
-    return path;
-}
 
 std::string EnvironmentValue(const char* name) {
     const DWORD needed = GetEnvironmentVariableA(name, nullptr, 0);
@@ -27,17 +18,11 @@ std::string EnvironmentValue(const char* name) {
     return value;
 }
 
-HMODULE ThisModule() {
-    HMODULE module = nullptr;
-    GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                       reinterpret_cast<LPCSTR>(&SymbolSearchPath), &module);
-    return module;
-}
-
 }  // namespace
 
 std::string SymbolSearchPath() {
-    const std::string dllFolder = ModuleFolder(ThisModule()), exeFolder = ModuleFolder(nullptr);
+    const std::string dllFolder = platform::ModuleFolder(platform::ThisModule());
+    const std::string exeFolder = platform::ModuleFolder(nullptr);
     std::string path = dllFolder;
     auto append = [&path](const std::string& element) {
         if (element.empty()) return;

@@ -58,7 +58,7 @@ void MemFreeShare(void* pointer) {
     HANDLE mapping;
     memcpy(&mapping, static_cast<char*>(pointer) - 8, sizeof mapping);
     UnmapViewOfFile(pointer);
-    CloseHandle(mapping);
+    CloseHandle(mapping);  // the block carries its mapping's raw handle: no owner object can hold it
 }
 
 void DbgHlpDumpStack(void) { kv::DumpCallerStack(); }

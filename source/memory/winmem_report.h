@@ -23,7 +23,4 @@ void ReportElement(DbgMemElement* element);
 // Checks one element's header and guards; reports and returns false on damage.
 bool CheckElement(DbgMemElement* element);
 
-// The "Memory error - ... - %s %s\n" line with ExeName and IdString.
-void ReportMemoryError(const char* what);
-
 }  // namespace kv

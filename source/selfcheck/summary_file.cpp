@@ -7,6 +7,7 @@
 
 #include "KvConfig.h"
 #include "KvSelfCheck.h"
+#include "platform/owned_handle.h"
 #include "selfcheck/check_record.h"
 
 using namespace kv::selfcheck;
@@ -26,19 +27,16 @@ extern "C" uint32_t PrintUnitTestSummaryToFile(const char* fileName) {
         if (GetKorvanLogFolder(folder, sizeof folder) <= 0) return ERROR_PATH_NOT_FOUND;
         path = std::string(folder) + "\\" + (fileName && *fileName ? fileName : "KvDebugHelpSelfCheck.txt");
     }
-    HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return GetLastError();
+    const kv::platform::FileHandle file(CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                                    CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return GetLastError();
     std::string text;
     for (const char c : SummaryText()) {  // CR LF on disk, for Notepad on the plant machine
         if (c == '\n') text += '\r';
         text += c;
     }
     DWORD written = 0;
-    const BOOL ok = WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-    const DWORD error = ok ? 0 : GetLastError();
-    CloseHandle(file);
-    return error;
+    return WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) ? 0 : GetLastError();
 }
 
 extern "C" int PrintCurrentPath(void) {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "KvUtil.h"
+#include "platform/folder_listing.h"
 #include "util/dir_helpers.h"
 
 using kv::Guarded;
@@ -49,27 +50,21 @@ int CDirFunctions::KillDir(const char* dir) {
         const std::string base = kv::EndsInBackslash(dir) ? std::string(dir) : std::string(dir) + "\\";
         const std::string pattern = base + "*.*";
         // The members' find data is used by FileExist below: this walk keeps its own.
-        WIN32_FIND_DATAA entry;
-        HANDLE walk = pattern.size() < MAX_PATH ? FindFirstFileA(pattern.c_str(), &entry) : INVALID_HANDLE_VALUE;
         int result = 1;
-        if (walk != INVALID_HANDLE_VALUE) {
-            do {
-                if (!strcmp(entry.cFileName, ".") || !strcmp(entry.cFileName, "..")) continue;
+        if (base.size() + 3 < MAX_PATH) {
+            kv::platform::VisitFolder(base, "*.*", [&](const WIN32_FIND_DATAA& entry) {
                 const std::string child = base + entry.cFileName;
                 if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) &&
                     (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) {
                     RemoveDirectoryA(child.c_str());  // the link only; a failure shows in the removal below
                 } else if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-                    if (!KillDir(child.c_str())) {
-                        result = 0;
-                        break;
-                    }
+                    if (!KillDir(child.c_str())) return bool(result = 0);
                 } else {
                     SetFileAttrib(child.c_str(), FA_NORMAL);  // clears read-only and hidden
                     KillFileName(child.c_str(), 0);           // a failure shows in the removal below
                 }
-            } while (FindNextFileA(walk, &entry));
-            FindClose(walk);
+                return true;
+            });
         }
         return RemoveDirectoryA(dir) && result ? 1 : 0;
     });

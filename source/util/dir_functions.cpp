@@ -8,6 +8,7 @@
 #include <string.h>
 
 #include "KvUtil.h"
+#include "platform/owned_handle.h"
 #include "util/dir_helpers.h"
 
 namespace kv {
@@ -118,6 +119,8 @@ int CDirFunctions::GetWinDir(char*& out) {
 int CDirFunctions::FileExist(const char* path) {
     return Guarded([&] {
         if (!path) return 0;
+        // The member keeps the find's handle value and data, as the class
+        // promises its callers: a raw find, closed at once.
         findHandle = FindFirstFileA(path, &findData);
         if (findHandle == INVALID_HANDLE_VALUE) return 0;
         FindClose(findHandle);  // the handle value is kept, as the last find's result
@@ -171,13 +174,12 @@ int CDirFunctions::ExtractFileName(const char* path, char*& out) {
 int CDirFunctions::GetFileSize(const char* path, unsigned long& size) {
     return Guarded([&] {
         if (!FileExist(path)) return 0;
-        HANDLE file = CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                  findData.dwFileAttributes, nullptr);
-        if (file == INVALID_HANDLE_VALUE) return 0;
+        const kv::platform::FileHandle file(CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                                        findData.dwFileAttributes, nullptr));
+        if (!file) return 0;
         SetLastError(0);
-        const DWORD low = ::GetFileSize(file, nullptr);
+        const DWORD low = ::GetFileSize(file.get(), nullptr);
         const DWORD error = GetLastError();
-        CloseHandle(file);
         size = low;
         return (low != INVALID_FILE_SIZE || error == 0) ? 1 : 0;
     });

@@ -81,6 +81,7 @@ int CDirFunctions::FillList(std::vector<BSTR>& list, const char* dir, int fullPa
         FreeItems(list);
         if (!workPath[0]) return 0;
         if (!kv::AppendPath(workPath, kv::EndsInBackslash(workPath) ? "*.*" : "\\*.*")) return 0;
+        // A raw walk: the members keep its handle and data, as the class promises its callers.
         findHandle = FindFirstFileA(workPath, &findData);
         if (findHandle == INVALID_HANDLE_VALUE) return 0;
         struct Closer {

@@ -10,6 +10,7 @@
 
 #include "KvUtil.h"
 #include "util/command_split.h"
+#include "platform/owned_handle.h"
 #include "util/tool_registration.h"
 
 namespace {
@@ -17,12 +18,6 @@ namespace {
 // Longer than any command line Windows accepts.
 constexpr size_t kMaxCommandLine = 32767;
 
-struct HandleHolder {
-    HANDLE h;
-    ~HandleHolder() {
-        if (h) CloseHandle(h);
-    }
-};
 
 }  // namespace
 
@@ -96,7 +91,7 @@ extern "C" int ExecuteCommand(const char* command, const char* parameters, const
         info.lpDirectory = directory;
         info.nShow = SW_SHOWNORMAL;
         if (!ShellExecuteExA(&info) || !info.hProcess) return 0;
-        HandleHolder process{info.hProcess};
+        const kv::platform::KernelHandle process(info.hProcess);
         if (timeout) WaitForSingleObject(info.hProcess, timeout);  // the outcome is not examined
         return 1;
     } catch (...) {

@@ -1,72 +1,82 @@
-// The dump strengths' callback filters fed with hand-made callback inputs, and
-// the write operation's own refusals; written dumps are read back in child hosts.
+// Each dump strength writes a dump of this process that, read back, holds
+// what the strength promises; the write refuses what it cannot use.
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "KvDebugHelp.h"
+#include "dump/dump_reader.h"
+#include "temp_dir.h"
 
-// Runs a strength's filter the way the dump writer does, through the routine
-// and parameter its callback information hands out; returns its answer and
-// the flags it left.
-static BOOL Filter(MiniDump& dump, ULONG type, ULONG& flags) {
-    MINIDUMP_CALLBACK_INFORMATION info{};
-    bool present = false;
-    dump.GetCallbackInfo(info, present);
-    EXPECT_TRUE(present && info.CallbackRoutine) << "no filter routine";
-    if (!present || !info.CallbackRoutine) return FALSE;
-    MINIDUMP_CALLBACK_INPUT input{};
-    input.CallbackType = type;
-    MINIDUMP_CALLBACK_OUTPUT output{};
-    output.ModuleWriteFlags = flags;
-    const BOOL answer = info.CallbackRoutine(info.CallbackParam, &input, &output);
-    flags = output.ModuleWriteFlags;
-    return answer;
-}
+namespace {
 
-TEST(MiniDumpStrengths, FiltersKeepWhatTheirStrengthNeeds) {
-    LightMiniDump light(nullptr, nullptr);
-    MediumMiniDump medium(nullptr, nullptr);
-    const ULONG module = ModuleWriteModule, dataSeg = ModuleWriteDataSeg, referenced = ModuleReferencedByMemory;
-    const struct {
-        MiniDump* filter;
-        ULONG type, flagsIn;
-        BOOL answer;
-        ULONG flagsOut;
-    } cases[] = {
-        {&light, ModuleCallback, module | dataSeg, TRUE, dataSeg},  // no memory refers to it
-        {&light, ModuleCallback, module | referenced, TRUE, module | referenced},
-        {&light, ThreadCallback, module, TRUE, module},  // thread and inclusion callbacks: kept, flags untouched
-        {&light, 100, 0, FALSE, 0},
-        {&medium, ModuleCallback, module | dataSeg, TRUE, module},
-        {&medium, ModuleCallback, module, FALSE, module},  // a module without data segments is refused
-        {&medium, IncludeModuleCallback, 0, TRUE, 0},
-        {&medium, MemoryCallback, 0, FALSE, 0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << (c.filter == &light ? "light" : "medium") << " type " << c.type);
-        ULONG flags = c.flagsIn;
-        EXPECT_EQ(c.answer, Filter(*c.filter, c.type, flags));
-        EXPECT_EQ(c.flagsOut, flags);
+constexpr DWORD kCode = 0xE0004B56;
+
+struct ReadBack {
+    uint64_t size = 0;
+    DWORD code = 0, threadId = 0;
+    bool fullMemory = false, handles = false, program = false;
+    size_t modules = 0;
+};
+
+template <class Strength>
+ReadBack WriteAndRead(const std::string& path) {
+    CONTEXT context{};
+    RtlCaptureContext(&context);
+    EXCEPTION_RECORD record{};
+    record.ExceptionCode = kCode;
+    record.ExceptionAddress = reinterpret_cast<void*>(context.Rip);
+    EXCEPTION_POINTERS pointers{&record, &context};
+    const HANDLE file = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    EXPECT_EQ(S_OK, Strength(file, &pointers).WriteDump());  // the dump object closes the file
+    ReadBack got;
+    kvdiag::MappedDump dump(path.c_str());
+    got.size = dump.size();
+    if (const auto* exception = dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream)) {
+        got.code = exception->ExceptionRecord.ExceptionCode;
+        got.threadId = exception->ThreadId;
     }
-    MINIDUMP_CALLBACK_INPUT input{};
-    MINIDUMP_CALLBACK_OUTPUT output{};
-    EXPECT_FALSE(light.Callback(nullptr, &output));
-    EXPECT_FALSE(light.Callback(&input, nullptr));
-    EXPECT_FALSE(medium.Callback(nullptr, &output));
+    got.fullMemory = dump.FullMemory().ranges.count > 0;
+    got.handles = dump.StreamBytes(HandleDataStream).size() > 0;
+    for (const MINIDUMP_MODULE& module : dump.List<MINIDUMP_MODULE>(ModuleListStream)) {
+        ++got.modules;
+        const std::string name = dump.Text(module.ModuleNameRva);
+        got.program |= name.size() >= 14 && _stricmp(name.c_str() + name.size() - 14, "test_crash.exe") == 0;
+    }
+    return got;
 }
 
-TEST(MiniDumpStrengths, HeavyHasNoFilter) {
-    HeavyMiniDump heavy(nullptr, nullptr);
-    MINIDUMP_CALLBACK_INFORMATION info{};
-    bool present = true;
-    heavy.GetCallbackInfo(info, present);
-    EXPECT_FALSE(present);
-    EXPECT_TRUE(heavy.Callback(nullptr, nullptr)) << "no filter: everything is kept";
+}  // namespace
+
+TEST(MiniDumpStrengths, EachDumpHoldsWhatItsStrengthPromises) {
+    kvtest::TempDir dir("kvstrength");
+    const ReadBack light = WriteAndRead<LightMiniDump>(dir / "light.dmp");
+    const ReadBack medium = WriteAndRead<MediumMiniDump>(dir / "medium.dmp");
+    const ReadBack heavy = WriteAndRead<HeavyMiniDump>(dir / "heavy.dmp");
+    for (const ReadBack* dump : {&light, &medium, &heavy}) {
+        EXPECT_EQ(kCode, dump->code);
+        EXPECT_EQ(GetCurrentThreadId(), dump->threadId);
+    }
+    // Only heavy carries the whole memory, with every module (it has no filter).
+    EXPECT_TRUE(heavy.fullMemory);
+    EXPECT_FALSE(light.fullMemory || medium.fullMemory);
+    EXPECT_TRUE(heavy.program);
+    EXPECT_LT(light.size, heavy.size);
+    EXPECT_LT(medium.size, heavy.size);
+    // The light filter drops modules nothing in memory refers to (under Wine,
+    // which marks none as referenced, all of them); medium keeps handle data.
+    EXPECT_LE(light.modules, heavy.modules);
+    EXPECT_FALSE(light.handles);
+    EXPECT_EQ(heavy.handles, medium.handles);
 }
 
 // A missing file is reported before missing exception pointers.
-TEST(MiniDumpWrite, RefusesMissingFile) {
+TEST(MiniDumpWrite, RefusesMissingFileThenMissingPointers) {
     EXCEPTION_POINTERS pointers{};
     EXPECT_EQ(static_cast<HRESULT>(0x80070005), LightMiniDump(nullptr, &pointers).WriteDump());
     EXPECT_EQ(static_cast<HRESULT>(0x80070005), LightMiniDump(INVALID_HANDLE_VALUE, &pointers).WriteDump());
     EXPECT_EQ(static_cast<HRESULT>(0x80070005), HeavyMiniDump(nullptr, nullptr).WriteDump());
+    kvtest::TempDir dir("kvstrength");
+    const HANDLE file = CreateFileA((dir / "none.dmp").c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    EXPECT_EQ(E_INVALIDARG, MediumMiniDump(file, nullptr).WriteDump());
 }

@@ -4,12 +4,14 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include "platform/owned_handle.h"
+
 namespace kvdiag {
 
 // A file FCI reads or writes: its handle and, for a source file, the size it
 // had when it was added (a growing log is cut there).
 struct CabWriter::Handle {
-    HANDLE handle;
+    kv::platform::FileHandle file;
     uint64_t limit;  // UINT64_MAX for FCI's own files
     uint64_t position;
 };
@@ -33,14 +35,14 @@ FNFCIOPEN(OpenForFci) {
         Writer(pv)->RecordError(GetLastError());
         return -1;
     }
-    return reinterpret_cast<INT_PTR>(new CabWriter::Handle{h, UINT64_MAX, 0});
+    return reinterpret_cast<INT_PTR>(new CabWriter::Handle{kv::platform::FileHandle(h), UINT64_MAX, 0});
 }
 
 FNFCIREAD(ReadForFci) {
     CabWriter::Handle* f = AsHandle(hf);
     const uint64_t left = f->limit - f->position;
     DWORD got = 0;
-    if (!ReadFile(f->handle, memory, cb < left ? cb : UINT(left), &got, nullptr)) {
+    if (!ReadFile(f->file.get(), memory, cb < left ? cb : UINT(left), &got, nullptr)) {
         *err = int(GetLastError());
         Writer(pv)->RecordError(GetLastError());
         return UINT(-1);
@@ -53,7 +55,7 @@ FNFCIREAD(ReadForFci) {
 FNFCIWRITE(WriteForFci) {
     CabWriter::Handle* f = AsHandle(hf);
     DWORD written = 0;
-    if (!WriteFile(f->handle, memory, cb, &written, nullptr) || written != cb) {
+    if (!WriteFile(f->file.get(), memory, cb, &written, nullptr) || written != cb) {
         *err = int(GetLastError() ? GetLastError() : ERROR_DISK_FULL);
         Writer(pv)->RecordError(DWORD(*err));
         return UINT(-1);
@@ -65,9 +67,7 @@ FNFCIWRITE(WriteForFci) {
 FNFCICLOSE(CloseForFci) {
     (void)err;
     (void)pv;
-    CabWriter::Handle* f = AsHandle(hf);
-    CloseHandle(f->handle);
-    delete f;
+    delete AsHandle(hf);
     return 0;
 }
 
@@ -76,7 +76,7 @@ FNFCISEEK(SeekForFci) {
     LARGE_INTEGER distance, at;
     distance.QuadPart = dist;
     const DWORD method = seektype == SEEK_SET ? FILE_BEGIN : seektype == SEEK_CUR ? FILE_CURRENT : FILE_END;
-    if (!SetFilePointerEx(f->handle, distance, &at, method)) {
+    if (!SetFilePointerEx(f->file.get(), distance, &at, method)) {
         *err = int(GetLastError());
         Writer(pv)->RecordError(GetLastError());
         return -1;
@@ -133,7 +133,7 @@ FNFCIGETOPENINFO(OpenSource) {
     FILETIME local;
     *pdate = *ptime = 0;
     *pattribs = 0;
-    if (GetFileInformationByHandle(f->handle, &info)) {
+    if (GetFileInformationByHandle(f->file.get(), &info)) {
         if (FileTimeToLocalFileTime(&info.ftLastWriteTime, &local)) FileTimeToDosDateTime(&local, pdate, ptime);
         *pattribs = USHORT(info.dwFileAttributes &
                            (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE));
@@ -180,10 +180,7 @@ CabWriter::CabWriter(const std::string& path) {
 
 CabWriter::~CabWriter() {
     if (context_) FCIDestroy(context_);
-    if (pending_) {
-        CloseHandle(pending_->handle);
-        delete pending_;
-    }
+    delete pending_;
 }
 
 CabWriter::Handle* CabWriter::TakePending() {
@@ -208,22 +205,22 @@ bool CabWriter::Add(const std::string& source, const std::string& nameInCab, std
         reason = error_;
         return false;
     }
-    const HANDLE h = CreateFileA(source.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                 nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
-    if (h == INVALID_HANDLE_VALUE) {
+    kv::platform::FileHandle h(CreateFileA(source.c_str(), GENERIC_READ,
+                                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                           FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    if (!h) {
         const DWORD error = GetLastError();
         reason = error == ERROR_SHARING_VIOLATION ? "held by another program that shares it with nobody (error 32)"
                                                   : "cannot be opened (error " + std::to_string(error) + ")";
         return false;
     }
     LARGE_INTEGER size{};
-    GetFileSizeEx(h, &size);
+    GetFileSizeEx(h.get(), &size);
     if (size.QuadPart >= LONGLONG(CB_MAX_DISK) / 2) {
-        CloseHandle(h);
         reason = "larger than an archive can hold";
         return false;
     }
-    pending_ = new Handle{h, uint64_t(size.QuadPart), 0};
+    pending_ = new Handle{std::move(h), uint64_t(size.QuadPart), 0};
     pendingSize_ = uint64_t(size.QuadPart);
     pendingDone_ = 0;
     const uint64_t packedBefore = packed_;
@@ -231,11 +228,7 @@ bool CabWriter::Add(const std::string& source, const std::string& nameInCab, std
     std::string inCab = nameInCab;
     const bool added = FCIAddFile(context_, const_cast<char*>(source.c_str()), &inCab[0], FALSE, NoNextCabinet,
                                   StatusForFci, OpenSource, tcompTYPE_MSZIP) != FALSE;
-    if (pending_) {  // FCI failed before it took the file
-        CloseHandle(pending_->handle);
-        delete pending_;
-        pending_ = nullptr;
-    }
+    delete TakePending();  // set when FCI failed before it took the file
     if (!added) reason = Reason("not added");
     lastPacked_ = packed_ - packedBefore;
     if (added) raw_ += pendingSize_;

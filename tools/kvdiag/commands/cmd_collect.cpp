@@ -15,11 +15,16 @@
 #include "KvLogging.h"
 #include "cabinet/cab_writer.h"
 #include "cabinet/collect_reports.h"
+#include "cabinet/scratch_folder.h"
 #include "command.h"
 #include "commands/ini_status.h"
+#include "commands/version_report.h"
 #include "common/path_parts.h"
 #include "common/progress.h"
 #include "logs/product_paths.h"
+#include "platform/folder_listing.h"
+#include "platform/module_path.h"
+#include "platform/owned_handle.h"
 
 namespace {
 
@@ -93,13 +98,11 @@ bool CanWriteArchive(const std::string& archive, bool force, std::string& reason
         reason = "exists already (--force replaces it)";
         return false;
     }
-    const HANDLE probe = CreateFileA(archive.c_str(), GENERIC_WRITE, 0, nullptr, existed ? OPEN_EXISTING : CREATE_NEW,
-                                     FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (probe == INVALID_HANDLE_VALUE) {
+    if (!kv::platform::FileHandle(CreateFileA(archive.c_str(), GENERIC_WRITE, 0, nullptr,
+                                              existed ? OPEN_EXISTING : CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr))) {
         reason = "cannot be written (error " + std::to_string(GetLastError()) + ")";
         return false;
     }
-    CloseHandle(probe);
     if (!existed) DeleteFileA(archive.c_str());
     return true;
 }
@@ -114,22 +117,18 @@ struct FoundFile {
 // Every file in folder (and below it with recurse); false when it cannot be listed.
 bool ListFiles(const std::string& folder, bool recurse, std::vector<FoundFile>& files,
                const std::string& relative = "") {
-    WIN32_FIND_DATAA found;
     const std::string base = relative.empty() ? folder : folder + "\\" + relative;
-    const HANDLE search = FindFirstFileA((base + "\\*").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) return false;
-    do {
-        const std::string name = found.cFileName;
-        const std::string inner = relative.empty() ? name : relative + "\\" + name;
-        if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
-            files.push_back({base + "\\" + name, inner,
-                             (static_cast<unsigned long long>(found.nFileSizeHigh) << 32) | found.nFileSizeLow,
-                             (static_cast<unsigned long long>(found.ftLastWriteTime.dwHighDateTime) << 32) |
-                                 found.ftLastWriteTime.dwLowDateTime});
-        else if (recurse && name != "." && name != "..")
+    std::vector<kv::platform::FolderEntry> entries;
+    if (kv::platform::ListFolder(base, "*", entries)) return false;
+    for (const kv::platform::FolderEntry& entry : entries) {
+        const std::string inner = relative.empty() ? entry.name : relative + "\\" + entry.name;
+        if (!entry.IsFolder())
+            files.push_back({base + "\\" + entry.name, inner, entry.size,
+                             (static_cast<unsigned long long>(entry.written.dwHighDateTime) << 32) |
+                                 entry.written.dwLowDateTime});
+        else if (recurse)
             ListFiles(folder, true, files, inner);
-    } while (FindNextFileA(search, &found));
-    FindClose(search);
+    }
     return true;
 }
 
@@ -279,7 +278,8 @@ void CollectLogFolder(Collection& c, const CollectOptions& options, const std::s
 void CollectSymbols(Collection& c, bool iniValid) {
     c.Say("Symbols\n");
     c.progress().Stage("adding the symbols");
-    std::vector<std::string> folders = {kvdiag::ModuleFolder("KvDebugHelp.dll"), kvdiag::ModuleFolder(nullptr)};
+    std::vector<std::string> folders = {kv::platform::ModuleFolder(GetModuleHandleA("KvDebugHelp.dll")),
+                                         kv::platform::ModuleFolder(nullptr)};
     std::string bin;
     if (iniValid && kvdiag::ProductFolder(KvFolderBin, bin)) folders.push_back(bin);
     std::vector<std::string> seenFolders, seenNames;

@@ -13,6 +13,7 @@
 #include "dump/dump_reader.h"
 #include "commands/ini_status.h"
 #include "commands/scratch_install.h"
+#include "platform/owned_handle.h"
 
 namespace {
 
@@ -78,7 +79,7 @@ DWORD RunChild(const char* ini) {
         fprintf(stderr, "cannot start the child (Win32 error %lu)\n", GetLastError());
         return 1;
     }
-    CloseHandle(process.hThread);
+    const kv::platform::KernelHandle child(process.hProcess), thread(process.hThread);
     printf("Child process %lu started; it crashes with an access violation\n", process.dwProcessId);
     DWORD code = STILL_ACTIVE;
     if (WaitForSingleObject(process.hProcess, kChildTimeoutMs) == WAIT_TIMEOUT) {
@@ -89,7 +90,6 @@ DWORD RunChild(const char* ini) {
     } else {
         GetExitCodeProcess(process.hProcess, &code);
     }
-    CloseHandle(process.hProcess);
     return code;
 }
 

@@ -6,7 +6,7 @@
 
 #include "command.h"
 #include "commands/forward_option_list.h"
-#include "forward/forwarder.h"
+#include "commands/forward_command.h"
 
 namespace {
 

@@ -14,10 +14,12 @@
 #include "command.h"
 #include "commands/ini_status.h"
 #include "commands/scratch_install.h"
+#include "platform/owned_handle.h"
 
 namespace {
 
-void PrintLine(const char* line, ...) { printf("    %s", line); }
+// The writer dbgMemDumpMemory hands each formatted line of the block to (with its line end).
+void PrintIndentedDumpLine(const char* line, ...) { printf("    %s", line); }
 
 long FileSize(const std::string& path) {
     FILE* f = fopen(path.c_str(), "rb");
@@ -62,11 +64,10 @@ bool RunLeakChild(const std::string& ini) {
     PROCESS_INFORMATION process{};
     if (!CreateProcessA(nullptr, &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process))
         return false;
-    WaitForSingleObject(process.hProcess, 60000);
+    const kv::platform::KernelHandle child(process.hProcess), thread(process.hThread);
+    WaitForSingleObject(child.get(), 60000);
     DWORD code = 1;
-    GetExitCodeProcess(process.hProcess, &code);
-    CloseHandle(process.hProcess);
-    CloseHandle(process.hThread);
+    GetExitCodeProcess(child.get(), &code);
     return code == 0;
 }
 
@@ -95,7 +96,7 @@ KVDIAG_COMMAND(heapcheck, "",
     DbgMemElement* element = dbgMemFirstHdr();
     while (element && dbgMemNextHdr(element)) element = dbgMemNextHdr(element);
     printf("The element as the heap check sees it (the trail buffer should be all FD):\n");
-    dbgMemDumpMemory(element, PrintLine);
+    dbgMemDumpMemory(element, PrintIndentedDumpLine);
     DbgMemStatistics stats{};
     dbgMemStats(&stats);
     printf("Live guarded elements: %u, %u bytes (%u with headers and guards)\n", stats.elementCount,

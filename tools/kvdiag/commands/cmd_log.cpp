@@ -12,7 +12,9 @@
 #include "KvLogging.h"
 #include "command.h"
 #include "commands/ini_status.h"
+#include "commands/log_arguments.h"
 #include "logs/log_files.h"
+#include "platform/owned_handle.h"
 
 namespace {
 
@@ -26,17 +28,16 @@ struct FileMark {
 
 FileMark MarkOf(const std::string& path) {
     FileMark mark;
-    const HANDLE file = CreateFileA(path.c_str(), FILE_READ_ATTRIBUTES,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, 0,
-                                    nullptr);
-    if (file == INVALID_HANDLE_VALUE) return mark;
+    const kv::platform::FileHandle file(CreateFileA(path.c_str(), FILE_READ_ATTRIBUTES,
+                                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                                    OPEN_EXISTING, 0, nullptr));
+    if (!file) return mark;
     BY_HANDLE_FILE_INFORMATION info;
-    if (GetFileInformationByHandle(file, &info)) {
+    if (GetFileInformationByHandle(file.get(), &info)) {
         mark.index = (static_cast<unsigned long long>(info.nFileIndexHigh) << 32) | info.nFileIndexLow;
         mark.size = (static_cast<uint64_t>(info.nFileSizeHigh) << 32) | info.nFileSizeLow;
         mark.written = info.ftLastWriteTime;
     }
-    CloseHandle(file);
     return mark;
 }
 

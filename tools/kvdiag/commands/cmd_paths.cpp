@@ -8,6 +8,7 @@
 #include "KvConfig.h"
 #include "command.h"
 #include "commands/ini_status.h"
+#include "common/console_text.h"
 #include "logs/product_paths.h"
 
 namespace {
@@ -26,7 +27,7 @@ void PrintFolder(const kvdiag::ProductFolderRow& row) {
     const char* state = attributes == INVALID_FILE_ATTRIBUTES        ? " (missing)"
                         : (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0 ? " (a file, not a folder)"
                                                                       : "";
-    printf("  %-20s %s%s\n", label, path.c_str(), state);
+    printf("  %-20s %s%s\n", label, kvdiag::ShownLine(path).c_str(), state);
 }
 
 }  // namespace
@@ -39,10 +40,10 @@ KVDIAG_COMMAND(paths, "", "the product INI file, its validation and every produc
     printf("Root registry key       HKEY_LOCAL_MACHINE\\%s (32-bit view)\n", rootKey);
     uint32_t size = sizeof text;
     const int32_t found = RegistryReadValueAsString(HKEY_LOCAL_MACHINE, rootKey, "DefaultINIPath", text, &size);
-    printf("DefaultINIPath          %s\n", found == RegAccessSuccess ? text : "(not set)");
+    printf("DefaultINIPath          %s\n", found == RegAccessSuccess ? kvdiag::ShownLine(text).c_str() : "(not set)");
 
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
-    printf("INI file                %s%s\n", ini.path.empty() ? "(none)" : ini.path.c_str(),
+    printf("INI file                %s%s\n", ini.path.empty() ? "(none)" : kvdiag::ShownLine(ini.path).c_str(),
            iniOption ? " (from --ini)" : "");
     printf("Validated               %s%s%s\n", ini.valid ? "yes" : "no", ini.reason.empty() ? "" : " - ",
            ini.reason.c_str());
@@ -52,6 +53,6 @@ KVDIAG_COMMAND(paths, "", "the product INI file, its validation and every produc
     for (const kvdiag::ProductFolderRow& row : kvdiag::kProductFolders) PrintFolder(row);
     const std::string profile = kvdiag::ProfilePath();
     printf("  %-20s %s\n", "Profile",
-           profile.empty() ? "(none: [RuntimeManager] Profile or RUN missing)" : profile.c_str());
+           profile.empty() ? "(none: [RuntimeManager] Profile or RUN missing)" : kvdiag::ShownLine(profile).c_str());
     return 0;
 }

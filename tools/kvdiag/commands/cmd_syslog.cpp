@@ -9,6 +9,7 @@
 #include "command.h"
 #include "common/console_text.h"
 #include "commands/ini_status.h"
+#include "commands/log_arguments.h"
 #include "logs/log_files.h"
 #include "logs/product_paths.h"
 

@@ -14,10 +14,12 @@
 #include "command.h"
 #include "common/console_text.h"
 #include "commands/ini_status.h"
+#include "commands/log_arguments.h"
 #include "logs/log_files.h"
 #include "logs/log_follower.h"
 #include "logs/log_merge.h"
 #include "logs/product_paths.h"
+#include "platform/folder_listing.h"
 
 namespace {
 
@@ -68,14 +70,11 @@ std::vector<std::string> LogFolderComponents() {
     std::vector<std::string> components;
     std::string folder;
     if (!kvdiag::LogFolder(folder)) return components;
-    WIN32_FIND_DATAA found;
-    const HANDLE search = FindFirstFileA((folder + "\\debug*.log").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) return components;
-    do {
+    kv::platform::VisitFolder(folder, "debug*.log", [&](const WIN32_FIND_DATAA& found) {
         std::string component;
         if (kvdiag::DebugLogComponent(found.cFileName, component)) components.push_back(component);
-    } while (FindNextFileA(search, &found));
-    FindClose(search);
+        return true;
+    });
     return components;
 }
 

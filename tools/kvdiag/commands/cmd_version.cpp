@@ -2,8 +2,8 @@
 // versions their resources carry.
 #include <stdio.h>
 
-#include "cabinet/collect_reports.h"
 #include "command.h"
+#include "commands/version_report.h"
 
 KVDIAG_COMMAND(version, "", "versions of KvDebugHelp.dll and kvdiag.exe, and the machine") {
     (void)argv;

@@ -12,6 +12,8 @@
 #include "KvConfig.h"
 #include "KvUtil.h"
 #include "logs/product_paths.h"
+#include "platform/folder_listing.h"
+#include "platform/owned_handle.h"
 
 namespace kvdiag {
 
@@ -43,11 +45,9 @@ bool ScratchNameRest(const char* rest, DWORD& pid) {
 // A process of that id runs: perhaps the kvdiag that made the folder (a new
 // process given the id of one that ended only keeps a folder longer).
 bool ProcessRuns(DWORD pid) {
-    const HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, pid);
+    const kv::platform::KernelHandle process(OpenProcess(SYNCHRONIZE, FALSE, pid));
     if (!process) return GetLastError() == ERROR_ACCESS_DENIED;
-    const bool runs = WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
-    CloseHandle(process);
-    return runs;
+    return WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT;
 }
 
 }  // namespace
@@ -56,18 +56,15 @@ size_t RemoveOldScratchInstalls(const char* label, size_t keep) {
     const std::string temp = TempFolder(), prefix = std::string("kvdiag-") + label + "-";
     if (temp.empty()) return 0;
     std::vector<std::pair<std::string, DWORD>> found;  // name, maker's process id
-    WIN32_FIND_DATAA entry;
-    const HANDLE search = FindFirstFileA((temp + prefix + "*").c_str(), &entry);
-    if (search == INVALID_HANDLE_VALUE) return 0;
-    do {
+    kv::platform::VisitFolder(temp, (prefix + "*").c_str(), [&](const WIN32_FIND_DATAA& entry) {
         DWORD pid = 0;
         const bool folder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) &&
                             !(entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
         if (folder && _strnicmp(entry.cFileName, prefix.c_str(), prefix.size()) == 0 &&
             ScratchNameRest(entry.cFileName + prefix.size(), pid))
             found.push_back({entry.cFileName, pid});
-    } while (FindNextFileA(search, &entry));
-    FindClose(search);
+        return true;
+    });
     // The time in the name orders them; newest first.
     std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
     size_t removed = 0;

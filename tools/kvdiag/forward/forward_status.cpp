@@ -2,23 +2,17 @@
 
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 
-#include "forward/cursor_store.h"
+#include "platform/file_replace.h"
+#include "platform/owned_handle.h"
+#include "platform/small_file.h"
 
 namespace kvdiag {
 
 namespace {
 
 constexpr char kStatusFile[] = "\\forward.status";
-
-bool ProcessRuns(DWORD pid) {
-    HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, pid);
-    if (!process) return false;
-    const bool runs = WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
-    CloseHandle(process);
-    return runs;
-}
+constexpr size_t kMaxStatusBytes = 64 * 1024;  // a few lines per followed log
 
 }  // namespace
 
@@ -33,37 +27,20 @@ bool WriteForwardStatus(const std::string& folder, const ForwardStatus& status) 
     text += "sent: " + std::to_string(status.messages) + " lines in " + std::to_string(status.batches) + " batches\n";
     text += "gaps: " + std::to_string(status.gaps) + "\n";
     for (const std::string& log : status.logs) text += "follows: " + log + "\n";
-    const std::string path = folder + kStatusFile, aside = path + ".new";
-    HANDLE file = CreateFileA(aside.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return false;
-    DWORD written = 0;
-    const bool ok = WriteFile(file, text.data(), DWORD(text.size()), &written, nullptr) && written == text.size();
-    CloseHandle(file);
-    return ok && MoveFileExA(aside.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING);
+    return kv::platform::ReplaceFileDurably(folder + kStatusFile, text) == 0;
 }
 
-int PrintForwardStatus(const std::string& folder) {
-    FILE* file = fopen((folder + kStatusFile).c_str(), "rb");
-    if (!file) {
-        printf("no forwarder has run with the state folder %s\n", folder.c_str());
-        return 1;
-    }
-    char line[1024];
-    DWORD pid = 0;
-    while (fgets(line, sizeof line, file)) {
-        if (!strncmp(line, "pid: ", 5)) pid = strtoul(line + 5, nullptr, 10);
-        fputs(line, stdout);
-    }
-    fclose(file);
-    printf("running: %s\n", pid && ProcessRuns(pid) ? "yes" : "no");
-    for (const auto& [log, position] : CursorStore(folder).LoadAll()) {
-        printf("cursor: %s", log.c_str());
-        for (const LogFollower::Seen& seen : position)
-            printf(" [file %llx at %llu]", static_cast<unsigned long long>(seen.identity.index),
-                   static_cast<unsigned long long>(seen.consumed));
-        printf("\n");
-    }
-    return 0;
+bool ReadForwardStatus(const std::string& folder, std::string& text, DWORD& pid) {
+    pid = 0;
+    if (kv::platform::ReadSmallFile(folder + kStatusFile, kMaxStatusBytes, text)) return false;
+    const size_t at = text.find("pid: ");
+    if (at == 0 || (at != std::string::npos && text[at - 1] == '\n')) pid = strtoul(text.c_str() + at + 5, nullptr, 10);
+    return true;
+}
+
+bool ForwarderRuns(DWORD pid) {
+    const kv::platform::KernelHandle process(pid ? OpenProcess(SYNCHRONIZE, FALSE, pid) : nullptr);
+    return process && WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT;
 }
 
 }  // namespace kvdiag

@@ -18,8 +18,12 @@ struct ForwardStatus {
     std::vector<std::string> logs;
 };
 
+// Replaces the status file of the state folder, durably (a reader sees the old one or the new).
 bool WriteForwardStatus(const std::string& folder, const ForwardStatus& status);
-// Prints the status file, whether its forwarder still runs and the saved cursors; 1 when there is none.
-int PrintForwardStatus(const std::string& folder);
+// The status file's text and the process id of the forwarder that wrote it;
+// false when no forwarder has written one there.
+bool ReadForwardStatus(const std::string& folder, std::string& text, DWORD& pid);
+// Whether the process of that id still runs.
+bool ForwarderRuns(DWORD pid);
 
 }  // namespace kvdiag

@@ -5,11 +5,12 @@
 #include <algorithm>
 #include <memory>
 
-#include "commands/ini_status.h"
 #include "forward/collector_link.h"
 #include "forward/cursor_store.h"
 #include "forward/forward_status.h"
 #include "logs/log_follower.h"
+#include "platform/error_text.h"
+#include "platform/folder_tree.h"
 
 namespace kvdiag {
 
@@ -20,14 +21,6 @@ constexpr DWORD kRescanMs = 1000;
 constexpr DWORD kStatusMs = 1000;
 constexpr DWORD kFirstRetryMs = 500;
 constexpr DWORD kLastRetryMs = 8000;
-
-bool CreateFolderTree(const std::string& folder) {
-    for (size_t at = folder.find('\\', 3); at != std::string::npos; at = folder.find('\\', at + 1))
-        CreateDirectoryA(folder.substr(0, at).c_str(), nullptr);
-    CreateDirectoryA(folder.c_str(), nullptr);
-    const DWORD attributes = GetFileAttributesA(folder.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
-}
 
 class Forwarder {
 public:
@@ -133,8 +126,9 @@ void Forwarder::SaveStatus(bool now) {
 }
 
 int Forwarder::Run() {
-    if (!CreateFolderTree(options_.stateFolder)) {
-        fprintf(stderr, "kvdiag: cannot create the state folder %s\n", options_.stateFolder.c_str());
+    if (const DWORD error = kv::platform::CreateFolderTree(options_.stateFolder)) {
+        fprintf(stderr, "kvdiag: cannot create the state folder %s (%s)\n", options_.stateFolder.c_str(),
+                kv::platform::ErrorText(error).c_str());
         return 1;
     }
     WinsockUse winsock;
@@ -201,22 +195,5 @@ int Forwarder::Run() {
 }  // namespace
 
 int RunForwarder(const ForwardOptions& options, HANDLE stopEvent) { return Forwarder(options, stopEvent).Run(); }
-
-int RunForwardCommand(const std::vector<std::string>& args, HANDLE stopEvent) {
-    ForwardOptions options;
-    std::string error;
-    if (!ParseForwardOptions(args, options, error)) {
-        fprintf(stderr, "kvdiag: %s\nusage: kvdiag %s\n       kvdiag forward --status [--state FOLDER]\n", error.c_str(),
-                kForwardUsage);
-        return 2;
-    }
-    if (options.status) return PrintForwardStatus(options.stateFolder);
-    const IniStatus ini = ValidateProductIni(options.ini.empty() ? nullptr : options.ini.c_str());
-    if (!ini.valid) {
-        fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", ini.reason.c_str());
-        return 1;
-    }
-    return RunForwarder(options, stopEvent);
-}
 
 }  // namespace kvdiag

@@ -23,8 +23,4 @@ namespace kvdiag {
 // Runs until stopEvent is set (or --for passes); returns the exit code.
 int RunForwarder(const ForwardOptions& options, HANDLE stopEvent);
 
-// The whole command (arguments after "forward"): options, product INI file,
-// --status or forwarding.
-int RunForwardCommand(const std::vector<std::string>& args, HANDLE stopEvent);
-
 }  // namespace kvdiag

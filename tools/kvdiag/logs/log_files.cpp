@@ -12,37 +12,16 @@
 #include "KvConfig.h"
 #include "KvLogging.h"
 #include "logs/product_paths.h"
+#include "platform/owned_handle.h"
 
 namespace kvdiag {
 
-bool CheckComponentName(const std::string& name) {
-    if (FileNameGenerator::IsComponentName(name)) return true;
-    fprintf(stderr,
-            "kvdiag: \"%s\" is not a component name: it names files in the log folder, so it may not hold "
-            "\\ / : * ? \" < > |, \"..\", control characters or a trailing dot or blank\n",
-            name.c_str());
-    return false;
-}
-
-bool TakeLineCount(std::vector<std::string>& args, int& count) {
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] != "-n") continue;
-        char* end = nullptr;
-        if (i + 1 >= args.size() || (count = int(strtol(args[i + 1].c_str(), &end, 10)), *end) || count < 0) {
-            fprintf(stderr, "kvdiag: -n needs a line count\n");
-            return false;
-        }
-        args.erase(args.begin() + long(i), args.begin() + long(i) + 2);
-        return true;
-    }
-    return true;
-}
-
 bool LastLines(const std::string& path, int count, std::vector<std::string>& lines, unsigned long& error) {
     lines.clear();
-    const HANDLE file = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                    nullptr, OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
+    const kv::platform::FileHandle file(CreateFileA(path.c_str(), GENERIC_READ,
+                                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                                    OPEN_EXISTING, 0, nullptr));
+    if (!file) {
         error = GetLastError();
         return false;
     }
@@ -50,7 +29,7 @@ bool LastLines(const std::string& path, int count, std::vector<std::string>& lin
     // last line (or the file's start): a long log costs only its tail, and
     // at most kMaxTailBytes (the first line shown may then be cut).
     LARGE_INTEGER size{};
-    GetFileSizeEx(file, &size);
+    GetFileSizeEx(file.get(), &size);
     constexpr int64_t kBlock = 64 * 1024;
     std::vector<std::string> blocks;  // newest first
     int64_t start = size.QuadPart;
@@ -63,8 +42,8 @@ bool LastLines(const std::string& path, int count, std::vector<std::string>& lin
         LARGE_INTEGER at{};
         at.QuadPart = start;
         DWORD got = 0;
-        if (!SetFilePointerEx(file, at, nullptr, FILE_BEGIN) ||
-            !ReadFile(file, &block[0], DWORD(length), &got, nullptr)) {
+        if (!SetFilePointerEx(file.get(), at, nullptr, FILE_BEGIN) ||
+            !ReadFile(file.get(), &block[0], DWORD(length), &got, nullptr)) {
             error = GetLastError();
             ok = false;
             break;
@@ -76,7 +55,6 @@ bool LastLines(const std::string& path, int count, std::vector<std::string>& lin
     }
     std::string tail;
     for (auto it = blocks.rbegin(); it != blocks.rend(); ++it) tail += *it;
-    CloseHandle(file);
     if (!ok) return false;
     std::deque<std::string> found;
     size_t from = 0;

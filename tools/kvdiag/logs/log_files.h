@@ -1,5 +1,4 @@
-// Helpers of the logging commands: the product INI file, option parsing and
-// the tail of a text file.
+// The debug logs of the log folder and the tail of a text file.
 #pragma once
 
 #include <string>
@@ -7,10 +6,6 @@
 
 namespace kvdiag {
 
-// Whether the library takes `name` as a component name; prints why not.
-bool CheckComponentName(const std::string& name);
-// Reads "-n N" from the arguments (removing it); false on a bad count.
-bool TakeLineCount(std::vector<std::string>& args, int& count);
 // The most of a file's end that is read for its last lines or its last
 // report: a debug log rolls at 10 MB, and a file named by mistake (a dump, a
 // disk image) or one without line ends must not fill the memory.

@@ -8,6 +8,8 @@
 
 #include <string>
 
+#include "platform/owned_handle.h"
+
 namespace kvdiag {
 
 // What identifies a file across renames within one folder: its index on the
@@ -21,15 +23,12 @@ struct FileIdentity {
 class SharedFile {
 public:
     explicit SharedFile(const std::string& path);
-    ~SharedFile();
-    SharedFile(SharedFile&& other) noexcept;
-    SharedFile(const SharedFile&) = delete;
-    SharedFile& operator=(const SharedFile&) = delete;
+    SharedFile(SharedFile&& other) noexcept = default;
     SharedFile& operator=(SharedFile&&) = delete;
 
-    bool opened() const { return handle_ != INVALID_HANDLE_VALUE; }
+    bool opened() const { return handle_.valid(); }
     DWORD error() const { return error_; }  // why it did not open
-    HANDLE handle() const { return handle_; }
+    HANDLE handle() const { return handle_.get(); }
     const FileIdentity& identity() const { return identity_; }
     uint64_t size() const { return size_; }            // when it was opened
     const FILETIME& lastWrite() const { return lastWrite_; }
@@ -40,7 +39,7 @@ public:
     std::string Head(size_t count) const;
 
 private:
-    HANDLE handle_ = INVALID_HANDLE_VALUE;
+    kv::platform::FileHandle handle_;
     DWORD error_ = 0;
     FileIdentity identity_;
     uint64_t size_ = 0;

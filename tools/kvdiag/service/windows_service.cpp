@@ -4,7 +4,7 @@
 #include <stdio.h>
 
 #include "forward/forward_options.h"
-#include "forward/forwarder.h"
+#include "commands/forward_command.h"
 
 namespace kvdiag {
 

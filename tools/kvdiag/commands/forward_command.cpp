@@ -1,0 +1,59 @@
+#include "commands/forward_command.h"
+
+#include <stdio.h>
+
+#include "command.h"
+#include "commands/ini_status.h"
+#include "common/console_text.h"
+#include "forward/cursor_store.h"
+#include "forward/forward_status.h"
+#include "forward/forwarder.h"
+
+namespace kvdiag {
+namespace {
+
+// The status file, whether its forwarder still runs and the saved cursors.
+// The file is shown as text read from the machine: a crafted one cannot
+// steer the console.
+int PrintForwardStatus(const std::string& folder) {
+    std::string text;
+    DWORD pid = 0;
+    if (!ReadForwardStatus(folder, text, pid)) {
+        printf("no forwarder has run with the state folder %s\n", ShownLine(folder).c_str());
+        return kExitFailed;
+    }
+    for (size_t at = 0, end; at < text.size(); at = end + 1) {
+        end = text.find('\n', at);
+        if (end == std::string::npos) end = text.size();
+        PrintLine(text.substr(at, end - at));
+    }
+    printf("running: %s\n", ForwarderRuns(pid) ? "yes" : "no");
+    for (const auto& [log, position] : CursorStore(folder).LoadAll()) {
+        std::string line = "cursor: " + log;
+        for (const LogFollower::Seen& seen : position) {
+            char place[64];
+            snprintf(place, sizeof place, " [file %llx at %llu]", static_cast<unsigned long long>(seen.identity.index),
+                     static_cast<unsigned long long>(seen.consumed));
+            line += place;
+        }
+        PrintLine(line);
+    }
+    return kExitOk;
+}
+
+}  // namespace
+
+int RunForwardCommand(const std::vector<std::string>& args, HANDLE stopEvent) {
+    ForwardOptions options;
+    std::string error;
+    if (!ParseForwardOptions(args, options, error)) return UsageError(error);
+    if (options.status) return PrintForwardStatus(options.stateFolder);
+    const IniStatus ini = ValidateProductIni(options.ini.empty() ? nullptr : options.ini.c_str());
+    if (!ini.valid) {
+        fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", ini.reason.c_str());
+        return kExitFailed;
+    }
+    return RunForwarder(options, stopEvent);
+}
+
+}  // namespace kvdiag
