@@ -4,6 +4,8 @@
 MiniDump::MiniDump(HANDLE file_, EXCEPTION_POINTERS* exceptionPointers_)
     : file(file_), exceptionPointers(exceptionPointers_) {}
 
+// The exported class holds the caller's raw handle (its layout is part of the
+// interface) and closes it, whichever invalid value it is.
 MiniDump::~MiniDump() {
     if (file && file != INVALID_HANDLE_VALUE) CloseHandle(file);
 }

@@ -16,6 +16,7 @@
 #include "config/product_folders.h"
 #include "logging/app_log.h"
 #include "logging/log_folder.h"
+#include "platform/owned_handle.h"
 
 namespace kv {
 namespace {
@@ -121,12 +122,12 @@ void CrashSyslogWrite(const DumpSettings& settings, const char* format, ...) {
         memcpy(line + n - 2, "\r\n", 2);
     }
     // One append of the whole line, shared as the system log's other writers share it.
-    HANDLE file = CreateFileA(settings.syslogPath, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                              nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return;
+    const kv::platform::FileHandle file(CreateFileA(settings.syslogPath, FILE_APPEND_DATA,
+                                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                                    OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return;
     DWORD written = 0;
-    WriteFile(file, line, DWORD(n), &written, nullptr);
-    CloseHandle(file);
+    WriteFile(file.get(), line, DWORD(n), &written, nullptr);
 }
 
 }  // namespace kv

@@ -14,8 +14,8 @@
 #include "frame/process_state.h"
 #include "memory/winmem_report.h"
 #include "memory/winmem_state.h"
+#include "platform/owned_handle.h"
 #include "selfcheck/check_record.h"
-#include "selfcheck/scoped_handle.h"
 #include "selfcheck/startup_checks.h"
 
 namespace kv {
@@ -51,9 +51,9 @@ CheckResult FolderWritable(int code) {
 // Opened for appending as the writers do, without writing anything.
 CheckResult LogFileWritable(int length, const char* path) {
     if (length <= 0) return Fail("the log path is not available");
-    ScopedHandle file(CreateFileA(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file.ok()) return Fail(std::string("cannot open ") + path + " for appending", GetLastError());
+    const platform::FileHandle file(CreateFileA(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE |
+                                                FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return Fail(std::string("cannot open ") + path + " for appending", GetLastError());
     return Pass(path);
 }
 
@@ -117,9 +117,10 @@ CheckResult LightDumpReadsBack() {
         result = Fail(reason, GetLastError());
     } else {
         result = Fail("the dump has no exception stream for this thread");
-        ScopedHandle file(CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-        ScopedHandle mapping(file.ok() ? CreateFileMappingA(file.get(), nullptr, PAGE_READONLY, 0, 0, nullptr) : nullptr);
-        void* base = mapping.ok() ? MapViewOfFile(mapping.get(), FILE_MAP_READ, 0, 0, 0) : nullptr;
+        const platform::FileHandle file(CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+        const platform::KernelHandle mapping(file ? CreateFileMappingA(file.get(), nullptr, PAGE_READONLY, 0, 0, nullptr)
+                                                  : nullptr);
+        void* base = mapping ? MapViewOfFile(mapping.get(), FILE_MAP_READ, 0, 0, 0) : nullptr;
         PMINIDUMP_DIRECTORY dir = nullptr;
         void* stream = nullptr;
         ULONG size = 0;

@@ -12,7 +12,7 @@
 #include "crash/symbol_search_path.h"
 #include "frame/process_state.h"
 #include "selfcheck/check_record.h"
-#include "selfcheck/scoped_handle.h"
+#include "platform/owned_handle.h"
 #include "selfcheck/startup_checks.h"
 
 namespace kv {
@@ -58,8 +58,8 @@ CheckResult StackCapture() {
 CheckResult SymbolsResolve() {
     SymbolApi api;
     if (!api.Bind()) return Fail("dbghelp.dll or one of its symbol functions is missing", GetLastError());
-    ScopedHandle session;
-    if (!DuplicateHandle(GetCurrentProcess(), GetCurrentProcess(), GetCurrentProcess(), session.out(), 0, FALSE,
+    platform::KernelHandle session;
+    if (!DuplicateHandle(GetCurrentProcess(), GetCurrentProcess(), GetCurrentProcess(), session.put(), 0, FALSE,
                          DUPLICATE_SAME_ACCESS))
         return Fail("no process handle for a symbol session", GetLastError());
     api.setOptions(SYMOPT_UNDNAME | SYMOPT_DEFERRED_LOADS | SYMOPT_LOAD_LINES);

@@ -26,10 +26,8 @@ bool IsOpen(HANDLE handle) {
 }  // namespace
 
 TEST(Platform, HandleOwnersKnowWhichValueIsFailure) {
-    EXPECT_FALSE(kp::FileHandle(INVALID_HANDLE_VALUE).valid());
-    EXPECT_FALSE(kp::KernelHandle(nullptr).valid());
-    EXPECT_FALSE(kp::FileHandle().valid());
-    EXPECT_FALSE(kp::KernelHandle().valid());
+    EXPECT_FALSE(kp::FileHandle(INVALID_HANDLE_VALUE).valid() || kp::FileHandle().valid());
+    EXPECT_FALSE(kp::KernelHandle(nullptr).valid() || kp::KernelHandle().valid());
     // -1 is the current process to a process handle owner, not a failure.
     EXPECT_TRUE(kp::KernelHandle(GetCurrentProcess()).valid());
 
@@ -68,9 +66,8 @@ TEST(Platform, FolderListingLeavesOutDotsAndTellsMissingFromEmpty) {
     EXPECT_EQ(2, visited);
 }
 
-TEST(Platform, ModuleFolderIsTheProgramsFolder) {
-    EXPECT_EQ(kvtest::ProgramFolder(), kp::ModuleFolder(nullptr));
-    EXPECT_EQ(kp::ModulePath(nullptr), kp::ModulePath(kp::ThisModule()));
+TEST(Platform, ModulePathAndFolderOfTheProgram) {
+    EXPECT_EQ(kvtest::ProgramFolder(), kp::ModuleFolder(kp::ThisModule()));
     EXPECT_EQ(kvtest::ProgramFolder() + "\\test_platform.exe", kp::ModulePath(nullptr));
 }
 
@@ -124,8 +121,7 @@ TEST(Platform, FolderTreeIsMadeLevelByLevel) {
 
 TEST(Platform, ErrorTextKeepsTheNumberAndDropsTheLineEnd) {
     const std::string known = kp::ErrorText(ERROR_ACCESS_DENIED);
-    EXPECT_EQ(0u, known.find("error 5: ")) << known;
-    EXPECT_GT(known.size(), 9u);
+    EXPECT_TRUE(known.find("error 5: ") == 0 && known.size() > 9) << known;
     EXPECT_EQ(std::string::npos, known.find_first_of(".\r\n")) << known;
     EXPECT_EQ("error 3735928559", kp::ErrorText(0xDEADBEEF));
 }
