@@ -27,7 +27,7 @@ TEST(KvdiagFieldSafety, RefusalsLeaveThePlantAlone) {
         std::string reason;
     } cases[] = {
         {"collect \"" + live + "\"" + ini, 1, "exists already (--force replaces it)"},
-        {"collect \"" + logs + "\\missing\\x.cab\"" + ini, 1, "cannot be written (error 3)"},
+        {"collect \"" + logs + "\\missing\\x.cab\"" + ini, 1, "cannot be written (error 3: "},
         {"log Pump/7 text" + ini, 2, "is not a component name"},
         {"log ..\\..\\Pump text" + ini, 2, "is not a component name"},
         {"log \"Pump*\" text" + ini, 2, "is not a component name"},

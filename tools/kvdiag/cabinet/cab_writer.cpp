@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include "platform/error_text.h"
 #include "platform/owned_handle.h"
 
 namespace kvdiag {
@@ -196,7 +197,7 @@ void CabWriter::Status(ULONG bytesRead) {
 
 std::string CabWriter::Reason(const char* action) const {
     std::string text = std::string(action) + ": " + FciErrorText(erf_.erfOper);
-    if (lastWin32Error_) text += " (error " + std::to_string(lastWin32Error_) + ")";
+    if (lastWin32Error_) text += " (" + kv::platform::ErrorText(lastWin32Error_) + ")";
     return text;
 }
 
@@ -211,7 +212,7 @@ bool CabWriter::Add(const std::string& source, const std::string& nameInCab, std
     if (!h) {
         const DWORD error = GetLastError();
         reason = error == ERROR_SHARING_VIOLATION ? "held by another program that shares it with nobody (error 32)"
-                                                  : "cannot be opened (error " + std::to_string(error) + ")";
+                                                  : "cannot be opened (" + kv::platform::ErrorText(error) + ")";
         return false;
     }
     LARGE_INTEGER size{};

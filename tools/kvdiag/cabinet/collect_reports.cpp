@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "platform/error_text.h"
 #include "platform/module_path.h"
 #include "platform/owned_handle.h"
 
@@ -18,7 +19,7 @@ bool RunSelf(const std::string& arguments, const std::string& outputPath, std::s
     const kv::platform::FileHandle output(CreateFileA(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
                                                       CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!output) {
-        reason = "cannot create " + outputPath + " (error " + std::to_string(GetLastError()) + ")";
+        reason = "cannot create " + outputPath + " (" + kv::platform::ErrorText(GetLastError()) + ")";
         return false;
     }
     STARTUPINFOA startup{};
@@ -30,7 +31,7 @@ bool RunSelf(const std::string& arguments, const std::string& outputPath, std::s
     std::string commandLine = "\"" + kv::platform::ModulePath(nullptr) + "\" " + arguments;
     if (!CreateProcessA(nullptr, &commandLine[0], nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr, nullptr,
                         &startup, &process)) {
-        reason = "kvdiag " + arguments + " could not be started (error " + std::to_string(GetLastError()) + ")";
+        reason = "kvdiag " + arguments + " could not be started (" + kv::platform::ErrorText(GetLastError()) + ")";
         return false;
     }
     const kv::platform::KernelHandle processHandle(process.hProcess), threadHandle(process.hThread);

@@ -22,6 +22,7 @@
 #include "common/path_parts.h"
 #include "common/progress.h"
 #include "logs/product_paths.h"
+#include "platform/error_text.h"
 #include "platform/folder_listing.h"
 #include "platform/module_path.h"
 #include "platform/owned_handle.h"
@@ -100,7 +101,7 @@ bool CanWriteArchive(const std::string& archive, bool force, std::string& reason
     }
     if (!kv::platform::FileHandle(CreateFileA(archive.c_str(), GENERIC_WRITE, 0, nullptr,
                                               existed ? OPEN_EXISTING : CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr))) {
-        reason = "cannot be written (error " + std::to_string(GetLastError()) + ")";
+        reason = "cannot be written (" + kv::platform::ErrorText(GetLastError()) + ")";
         return false;
     }
     if (!existed) DeleteFileA(archive.c_str());
@@ -114,12 +115,12 @@ struct FoundFile {
     unsigned long long written;  // FILETIME ticks
 };
 
-// Every file in folder (and below it with recurse); false when it cannot be listed.
-bool ListFiles(const std::string& folder, bool recurse, std::vector<FoundFile>& files,
+// Every file in folder (and below it with recurse); the error when it cannot be listed.
+DWORD ListFiles(const std::string& folder, bool recurse, std::vector<FoundFile>& files,
                const std::string& relative = "") {
     const std::string base = relative.empty() ? folder : folder + "\\" + relative;
     std::vector<kv::platform::FolderEntry> entries;
-    if (kv::platform::ListFolder(base, "*", entries)) return false;
+    if (const DWORD error = kv::platform::ListFolder(base, "*", entries)) return error;
     for (const kv::platform::FolderEntry& entry : entries) {
         const std::string inner = relative.empty() ? entry.name : relative + "\\" + entry.name;
         if (!entry.IsFolder())
@@ -129,7 +130,7 @@ bool ListFiles(const std::string& folder, bool recurse, std::vector<FoundFile>& 
         else if (recurse)
             ListFiles(folder, true, files, inner);
     }
-    return true;
+    return 0;
 }
 
 // The archive being filled and the account of it: printed as it goes, and
@@ -229,8 +230,8 @@ void CollectLogFolder(Collection& c, const CollectOptions& options, const std::s
     c.Say("Logs in %s\n", folder.c_str());
     c.progress().Stage("adding the logs");
     std::vector<FoundFile> files;
-    if (!ListFiles(folder, true, files)) {
-        c.Skip(folder, "cannot be listed (error " + std::to_string(GetLastError()) + ")");
+    if (const DWORD error = ListFiles(folder, true, files)) {
+        c.Skip(folder, "cannot be listed (" + kv::platform::ErrorText(error) + ")");
         return;
     }
     FILETIME nowTime;

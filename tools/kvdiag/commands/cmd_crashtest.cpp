@@ -13,6 +13,7 @@
 #include "dump/dump_reader.h"
 #include "commands/ini_status.h"
 #include "commands/scratch_install.h"
+#include "platform/error_text.h"
 #include "platform/owned_handle.h"
 
 namespace {
@@ -76,7 +77,7 @@ DWORD RunChild(const char* ini) {
     startup.cb = sizeof startup;
     PROCESS_INFORMATION process{};
     if (!CreateProcessA(nullptr, &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) {
-        fprintf(stderr, "cannot start the child (Win32 error %lu)\n", GetLastError());
+        fprintf(stderr, "kvdiag: cannot start the child (%s)\n", kv::platform::ErrorText(GetLastError()).c_str());
         return 1;
     }
     const kv::platform::KernelHandle child(process.hProcess), thread(process.hThread);

@@ -53,7 +53,8 @@ int RunForwardCommand(const std::vector<std::string>& args, HANDLE stopEvent) {
         fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", ini.reason.c_str());
         return kExitFailed;
     }
-    return RunForwarder(options, stopEvent);
+    // The forwarder's notes name logs and collectors from the plant's own settings.
+    return RunForwarder(options, stopEvent, [](const std::string& text) { PrintLine(text, "kvdiag: ", stderr); });
 }
 
 }  // namespace kvdiag

@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "KvConfig.h"
+#include "platform/error_text.h"
 
 namespace kvdiag {
 
@@ -33,7 +34,7 @@ IniStatus ValidateProductIni(const char* iniOption) {
     } else if (error == ERROR_FILE_NOT_FOUND) {
         status.reason = "missing (error 2)";
     } else {
-        status.reason = "cannot be opened (error " + std::to_string(error) + ")";
+        status.reason = "cannot be opened (" + kv::platform::ErrorText(error) + ")";
     }
     return status;
 }

@@ -12,6 +12,7 @@
 #include "KvConfig.h"
 #include "KvUtil.h"
 #include "logs/product_paths.h"
+#include "platform/error_text.h"
 #include "platform/folder_listing.h"
 #include "platform/owned_handle.h"
 
@@ -91,11 +92,11 @@ ScratchInstall::ScratchInstall(const std::string& liveIni, const char* label) {
     }
     root_ = temp + name;
     if (!CreateDirectoryA(root_.c_str(), nullptr) || !CreateDirectoryA(logDir().c_str(), nullptr)) {
-        error_ = "cannot create " + root_ + " (error " + std::to_string(GetLastError()) + ")";
+        error_ = "cannot create " + root_ + " (" + kv::platform::ErrorText(GetLastError()) + ")";
         return;
     }
     if (!CopyFileA(liveIni.c_str(), iniPath().c_str(), TRUE)) {
-        error_ = "cannot copy " + liveIni + " (error " + std::to_string(GetLastError()) + ")";
+        error_ = "cannot copy " + liveIni + " (" + kv::platform::ErrorText(GetLastError()) + ")";
         return;
     }
     SetFileAttributesA(iniPath().c_str(), FILE_ATTRIBUTE_NORMAL);  // a read-only original stays so, the copy not

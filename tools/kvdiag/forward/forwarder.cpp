@@ -1,7 +1,5 @@
 #include "forward/forwarder.h"
 
-#include <stdio.h>
-
 #include <algorithm>
 #include <memory>
 
@@ -24,8 +22,9 @@ constexpr DWORD kLastRetryMs = 8000;
 
 class Forwarder {
 public:
-    Forwarder(const ForwardOptions& options, HANDLE stopEvent)
-        : options_(options), stop_(stopEvent), cursors_(options.stateFolder), link_(options.url, options.caFile) {
+    Forwarder(const ForwardOptions& options, HANDLE stopEvent, const ForwarderNote& note)
+        : options_(options), stop_(stopEvent), note_(note), cursors_(options.stateFolder),
+          link_(options.url, options.caFile) {
         status_.collector = options.url.text;
     }
 
@@ -49,6 +48,7 @@ private:
 
     ForwardOptions options_;
     HANDLE stop_;
+    const ForwarderNote& note_;
     CursorStore cursors_;
     CollectorLink link_;
     std::string hostName_ = MachineName();
@@ -72,7 +72,7 @@ void Forwarder::AddNewLogs(bool atStart) {
         source.committed = source.follower->position();
         cursors_.Save(log.identity.fileName, source.committed);
         status_.logs.push_back(log.chain.front());
-        fprintf(stderr, "kvdiag: forwarding %s\n", log.chain.front().c_str());
+        note_("forwarding " + log.chain.front());
         sources_.push_back(std::move(source));
     }
 }
@@ -85,8 +85,7 @@ std::vector<std::string> Forwarder::Gather() {
         const std::vector<std::string> lines = source.follower->Poll(gap);
         if (gap) {
             ++status_.gaps;
-            fprintf(stderr, "kvdiag: %s rolled past its history files while unread; lines are missing\n",
-                    source.log.chain.front().c_str());
+            note_(source.log.chain.front() + " rolled past its history files while unread; lines are missing");
         }
         const bool timed = source.log.identity.msgId != "applog";
         for (const LogEntry& entry : timed ? GroupEntries(lines, source.lastStamp) : LineEntries(lines))
@@ -100,8 +99,7 @@ void Forwarder::Commit() {
         source.committed = source.follower->position();
         source.committedStamp = source.lastStamp;
         if (!cursors_.Save(source.log.identity.fileName, source.committed))
-            fprintf(stderr, "kvdiag: cannot save the cursor of %s in %s\n", source.log.identity.fileName.c_str(),
-                    cursors_.folder().c_str());
+            note_("cannot save the cursor of " + source.log.identity.fileName + " in " + cursors_.folder());
     }
 }
 
@@ -115,7 +113,7 @@ void Forwarder::Rewind() {
 void Forwarder::SetState(const std::string& state) {
     if (state == status_.state) return;
     status_.state = state;
-    fprintf(stderr, "kvdiag: collector %s: %s\n", options_.url.text.c_str(), state.c_str());
+    note_("collector " + options_.url.text + ": " + state);
     SaveStatus(true);
 }
 
@@ -127,19 +125,18 @@ void Forwarder::SaveStatus(bool now) {
 
 int Forwarder::Run() {
     if (const DWORD error = kv::platform::CreateFolderTree(options_.stateFolder)) {
-        fprintf(stderr, "kvdiag: cannot create the state folder %s (%s)\n", options_.stateFolder.c_str(),
-                kv::platform::ErrorText(error).c_str());
+        note_("cannot create the state folder " + options_.stateFolder + " (" + kv::platform::ErrorText(error) + ")");
         return 1;
     }
     WinsockUse winsock;
     if (!winsock.ok()) {
-        fprintf(stderr, "kvdiag: Windows sockets are not available\n");
+        note_("Windows sockets are not available");
         return 1;
     }
     AddNewLogs(true);
     const bool rescan = options_.selection.allComponents || options_.selection.system || options_.selection.apps;
     if (sources_.empty() && !rescan) {
-        fprintf(stderr, "kvdiag: the log folder cannot be found or created\n");
+        note_("the log folder cannot be found or created");
         return 1;
     }
     const ULONGLONG started = GetTickCount64();
@@ -194,6 +191,8 @@ int Forwarder::Run() {
 
 }  // namespace
 
-int RunForwarder(const ForwardOptions& options, HANDLE stopEvent) { return Forwarder(options, stopEvent).Run(); }
+int RunForwarder(const ForwardOptions& options, HANDLE stopEvent, const ForwarderNote& note) {
+    return Forwarder(options, stopEvent, note).Run();
+}
 
 }  // namespace kvdiag

@@ -13,6 +13,7 @@
 
 #include <windows.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,7 +21,11 @@
 
 namespace kvdiag {
 
+// What the forwarder has to say as it runs (a log taken up, the collector's
+// state, a failure); the front end shows it.
+using ForwarderNote = std::function<void(const std::string& text)>;
+
 // Runs until stopEvent is set (or --for passes); returns the exit code.
-int RunForwarder(const ForwardOptions& options, HANDLE stopEvent);
+int RunForwarder(const ForwardOptions& options, HANDLE stopEvent, const ForwarderNote& note);
 
 }  // namespace kvdiag
