@@ -13,6 +13,7 @@
 #include "crash/callstack_state.h"
 #include "crash/callstack_symbols.h"
 #include "frame/process_state.h"
+#include "platform/lock_scope.h"
 
 namespace kv {
 namespace {
@@ -27,12 +28,8 @@ constexpr int kPoolEntries = 1000;
 constexpr size_t kNameRoom = 32;
 constexpr size_t kWatchRoom = 31;
 
-class CallStackLockScope {
-public:
-    CallStackLockScope() { EnterCriticalSection(&CallStackLock); }
-    ~CallStackLockScope() { LeaveCriticalSection(&CallStackLock); }
-    CallStackLockScope(const CallStackLockScope&) = delete;
-    CallStackLockScope& operator=(const CallStackLockScope&) = delete;
+struct CallStackLockScope : platform::LockScope {
+    CallStackLockScope() : LockScope(CallStackLock) {}
 };
 
 // Split in place: a later call with an empty list sees only the first fragment.

@@ -5,17 +5,14 @@
 #include "KvLogging.h"
 #include "memory/winmem_report.h"
 #include "memory/winmem_state.h"
+#include "platform/lock_scope.h"
 
 namespace kv {
 namespace {
 
 // Holds MemoryLock for a scope (the lock is recursive).
-class MemoryLockScope {
-public:
-    MemoryLockScope() { EnterCriticalSection(&MemoryLock); }
-    ~MemoryLockScope() { LeaveCriticalSection(&MemoryLock); }
-    MemoryLockScope(const MemoryLockScope&) = delete;
-    MemoryLockScope& operator=(const MemoryLockScope&) = delete;
+struct MemoryLockScope : platform::LockScope {
+    MemoryLockScope() : LockScope(MemoryLock) {}
 };
 
 DbgMemElement* LiveOrNull(DbgMemElement* e) { return e && e->magic == kElementMagic ? e : nullptr; }

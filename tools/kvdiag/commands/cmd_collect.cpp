@@ -21,6 +21,7 @@
 #include "commands/version_report.h"
 #include "common/path_parts.h"
 #include "common/progress.h"
+#include "common/text_format.h"
 #include "logs/product_paths.h"
 #include "platform/error_text.h"
 #include "platform/folder_listing.h"
@@ -140,12 +141,11 @@ public:
     Collection(kvdiag::CabWriter& cab, kvdiag::Progress& progress) : cab_(cab), progress_(progress) {}
 
     void Say(const char* format, ...) {
-        char line[1024];
         va_list args;
         va_start(args, format);
-        vsnprintf(line, sizeof line, format, args);
+        const std::string line = kvdiag::FormattedV(format, args);
         va_end(args);
-        fputs(line, stdout);
+        fputs(line.c_str(), stdout);
         fflush(stdout);
         account_ += line;
     }

@@ -19,7 +19,6 @@
 #include "logs/log_follower.h"
 #include "logs/log_merge.h"
 #include "logs/product_paths.h"
-#include "platform/folder_listing.h"
 
 namespace {
 
@@ -62,20 +61,6 @@ bool ParseOptions(std::vector<std::string> args, TailOptions& options) {
     if (options.all && !options.components.empty()) return false;
     if (options.components.empty() && !options.all) options.components.push_back("");
     return true;
-}
-
-// The components of every debug log in the log folder: "debug.log" is the
-// one without a component, "debug.<component>.log" the others.
-std::vector<std::string> LogFolderComponents() {
-    std::vector<std::string> components;
-    std::string folder;
-    if (!kvdiag::LogFolder(folder)) return components;
-    kv::platform::VisitFolder(folder, "debug*.log", [&](const WIN32_FIND_DATAA& found) {
-        std::string component;
-        if (kvdiag::DebugLogComponent(found.cFileName, component)) components.push_back(component);
-        return true;
-    });
-    return components;
 }
 
 bool HasHistory(const std::vector<std::string>& chain) {
@@ -141,7 +126,7 @@ public:
             if (options_.seconds > 0 && double(GetTickCount64() - started) >= options_.seconds * 1000) break;
             const size_t known = followers_.size();
             if (options_.all && GetTickCount64() - lastFolderScan >= 1000) {
-                for (const auto& component : LogFolderComponents()) Add(component);
+                for (const auto& component : kvdiag::DebugLogComponents()) Add(component);
                 lastFolderScan = GetTickCount64();
             }
             kvdiag::LineMerge merge(followers_.size());
@@ -204,7 +189,7 @@ KVDIAG_COMMAND(tail, "[COMPONENT...|--all]", "last lines of debug logs and their
         return 1;
     }
     Tail tail(options);
-    if (options.all) options.components = LogFolderComponents();
+    if (options.all) options.components = kvdiag::DebugLogComponents();
     for (const auto& component : options.components) {
         if (!kvdiag::CheckComponentName(component)) return 2;
         if (tail.Add(component)) continue;

@@ -91,10 +91,8 @@ std::vector<FollowedLog> SelectLogs(const LogSelection& selection) {
     if (!kvdiag::LogFolder(folder)) return logs;
     std::vector<std::string> components = selection.components;
     if (selection.allComponents) {
-        for (const std::string& name : FolderFiles(folder, "debug*.log")) {
-            std::string component;
-            if (DebugLogComponent(name, component)) components.push_back(component);
-        }
+        const std::vector<std::string> all = DebugLogComponents();
+        components.insert(components.end(), all.begin(), all.end());
     }
     for (const std::string& component : components) {
         FollowedLog log = DebugLog(component);

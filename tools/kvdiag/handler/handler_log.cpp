@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "KvDebugHelp.h"
+#include "common/text_format.h"
 
 namespace kvdiag {
 namespace {
@@ -20,15 +21,14 @@ std::vector<std::string> early;
 }  // namespace
 
 void HandlerSay(const char* format, ...) {
-    char text[1024];
     va_list args;
     va_start(args, format);
-    vsnprintf(text, sizeof text, format, args);
+    const std::string text = FormattedV(format, args);
     va_end(args);
     std::lock_guard<std::mutex> hold(logLock);
-    printf("%s\n", text);
+    printf("%s\n", text.c_str());
     fflush(stdout);
-    if (iniKnown) DbgLogWrite("Crash handler: %s", text);
+    if (iniKnown) DbgLogWrite("Crash handler: %s", text.c_str());
     else early.push_back(text);
 }
 

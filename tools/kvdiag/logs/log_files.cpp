@@ -12,6 +12,7 @@
 #include "KvConfig.h"
 #include "KvLogging.h"
 #include "logs/product_paths.h"
+#include "platform/folder_listing.h"
 #include "platform/owned_handle.h"
 
 namespace kvdiag {
@@ -96,6 +97,20 @@ bool DebugLogComponent(const std::string& fileName, std::string& component) {
         return false;
     component = fileName.substr(6, n - 10);
     return true;
+}
+
+// The components of every debug log in the log folder: "debug.log" is the
+// one without a component, "debug.<component>.log" the others.
+std::vector<std::string> DebugLogComponents() {
+    std::vector<std::string> components;
+    std::string folder;
+    if (!LogFolder(folder)) return components;
+    kv::platform::VisitFolder(folder, "debug*.log", [&](const WIN32_FIND_DATAA& found) {
+        std::string component;
+        if (DebugLogComponent(found.cFileName, component)) components.push_back(component);
+        return true;
+    });
+    return components;
 }
 
 }  // namespace kvdiag

@@ -19,5 +19,8 @@ std::vector<std::string> DebugLogChain(const std::string& component);
 // The component of a debug log's file name: "debug.log" has none,
 // "debug.<component>.log" names one; false for any other name.
 bool DebugLogComponent(const std::string& fileName, std::string& component);
+// The components of every debug log in the log folder ("" for debug.log);
+// none when the folder is not named or cannot be read.
+std::vector<std::string> DebugLogComponents();
 
 }  // namespace kvdiag
