@@ -14,6 +14,7 @@
 #include "commands/ini_status.h"
 #include "commands/scratch_install.h"
 #include "platform/error_text.h"
+#include "platform/module_path.h"
 #include "platform/owned_handle.h"
 
 namespace {
@@ -69,9 +70,7 @@ void PrintNewLines(const char* title, const std::string& path, uint64_t offset) 
 // Runs this program as the crashing child; returns its exit code (or
 // STILL_ACTIVE when it had to be ended after the timeout).
 DWORD RunChild(const char* ini) {
-    char self[MAX_PATH] = "";
-    GetModuleFileNameA(nullptr, self, sizeof self);
-    std::string commandLine = std::string("\"") + self + "\" crashtest " + kChildFlag;
+    std::string commandLine = "\"" + kv::platform::ModulePath(nullptr) + "\" crashtest " + kChildFlag;
     if (ini) commandLine += std::string(" --ini \"") + ini + "\"";
     STARTUPINFOA startup{};
     startup.cb = sizeof startup;

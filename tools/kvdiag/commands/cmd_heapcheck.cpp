@@ -14,6 +14,7 @@
 #include "command.h"
 #include "commands/ini_status.h"
 #include "commands/scratch_install.h"
+#include "platform/module_path.h"
 #include "platform/owned_handle.h"
 
 namespace {
@@ -56,9 +57,9 @@ int LeakAndExit(const char* ini) {
 }
 
 bool RunLeakChild(const std::string& ini) {
-    char self[MAX_PATH];
-    if (!GetModuleFileNameA(nullptr, self, sizeof self)) return false;
-    std::string commandLine = "\"" + std::string(self) + "\" heapcheck --leak --ini \"" + ini + "\"";
+    const std::string self = kv::platform::ModulePath(nullptr);
+    if (self.empty()) return false;
+    std::string commandLine = "\"" + self + "\" heapcheck --leak --ini \"" + ini + "\"";
     STARTUPINFOA startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION process{};
