@@ -2,6 +2,8 @@
 // the list of start-up steps.
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "KvDebugHelp.h"
 #include "guarded_buffer.h"
 #include "product_install.h"
@@ -40,26 +42,28 @@ TEST_F(ProductIniValues, BoolAcceptsTrueYesAndOneOnly) {
     EXPECT_EQ(0, KorvanIniReadValueAsBool("Debug", "Huge", 1));
 }
 
-TEST_F(ProductIniValues, ReadsAndWritesTheValidatedFile) {
-    char text[64];
-    EXPECT_EQ(int32_t(install_.logDir().size()), KorvanIniReadValueAsString("KVEDIT", "LOGS", text, sizeof text, ""));
-    EXPECT_EQ(install_.logDir(), text);
-    EXPECT_EQ(10, KorvanIniReadValueAsIntRange("Debug", "Level", 5, 0, 10));
-    EXPECT_EQ(99, KorvanIniReadValueAsInt("Debug", "Level", 5));
-    EXPECT_EQ(1, KorvanIniWriteValueAsInt("Debug", "MiniDumpType", -2));
-    EXPECT_EQ(-2, IniReadValueAsInt(install_.iniPath().c_str(), "Debug", "MiniDumpType", 0));
-}
-
-TEST_F(ProductIniValues, UnusableFileGivesTheCallersDefaults) {
-    InvalidateKorvanIniFile();
-    EXPECT_EQ(20, KorvanIniReadValueAsIntRange("Debug", "Level", 20, 0, 10));  // not clamped
-    EXPECT_EQ(5, KorvanIniReadValueAsInt("Debug", "Level", 5));
-    EXPECT_EQ(0, KorvanIniReadValueAsBool("Debug", "Yes", 0));
-    char text[64] = "stale";
-    EXPECT_EQ(0, KorvanIniReadSectionAsString("Debug", text, sizeof text));
-    EXPECT_EQ(0, KorvanIniWriteValueAsString("Debug", "Note", "lost"));
-    EXPECT_EQ(0, KorvanIniWriteSectionAsString("Debug", "A=1\0", 5));
-    EXPECT_EQ(0, IniReadValueAsString(install_.iniPath().c_str(), "Debug", "Note", text, sizeof text, ""));
+// Each call once on the validated file, once after it became unusable: then
+// the caller's default comes back exactly as given and nothing is written
+// (each pass writes values of its own).
+TEST_F(ProductIniValues, ValidatedFileAnswersAndAnUnusableOneGivesTheDefaults) {
+    bool usable = true;
+    const struct { const char* call; std::function<int32_t()> run; int32_t valid, unusable; } cases[] = {
+        {"int range", [] { return KorvanIniReadValueAsIntRange("Debug", "Level", 20, 0, 10); }, 10, 20},
+        {"int", [] { return KorvanIniReadValueAsInt("Debug", "Level", 5); }, 99, 5},
+        {"bool", [] { return KorvanIniReadValueAsBool("Debug", "Yes", 0); }, 1, 0},
+        {"string", [] { char t[300]; return KorvanIniReadValueAsString("KVEDIT", "LOGS", t, sizeof t, ""); },
+         int32_t(install_.logDir().size()), 0},
+        {"section", [] { char t[64]; return KorvanIniReadSectionAsString("Debug", t, sizeof t); }, 17, 0},
+        {"write int", [&] { return KorvanIniWriteValueAsInt("Debug", "Dump", usable ? -2 : -3); }, 1, 0},
+        {"write string", [&] { return KorvanIniWriteValueAsString("Notes", "S", usable ? "a" : "b"); }, 1, 0},
+        {"write section", [&] { return KorvanIniWriteSectionAsString("Other", usable ? "A=1" : "A=2", 4); }, 1, 0}};
+    std::string written;
+    for (bool pass : {true, false}) {
+        if (!(usable = pass)) written = kvtest::ReadFileText(install_.iniPath()), InvalidateKorvanIniFile();
+        for (const auto& c : cases) EXPECT_EQ(pass ? c.valid : c.unusable, c.run()) << c.call << " " << pass;
+    }
+    EXPECT_EQ(-2, IniReadValueAsInt(install_.iniPath().c_str(), "Debug", "Dump", 0));
+    EXPECT_EQ(written, kvtest::ReadFileText(install_.iniPath()));
     // The default is copied out under the usual rule: n + 1 bytes or nothing.
     kvtest::GuardedBuffer fits(6), tooShort(5);
     EXPECT_EQ(5, KorvanIniReadValueAsString("Debug", "Yes", fits.data(), 6, "fall!"));
