@@ -85,11 +85,10 @@ TEST(MemoryReports, InstrumentedReportNamesEachAllocationSite) {
     EXPECT_LACKS(o.log, "maximum buffer report count");
     const kvtest::HostResult summary = kvtest::RunKvdiag("memreport --ini \"" + o.install.iniPath() + "\"");
     ASSERT_EQ(0u, summary.exitCode) << summary.output;
-    EXPECT_HAS(summary.output, "Memory Report: mem_report_instrumented PID ");
-    EXPECT_HAS(summary.output, "Overwritten blocks: 0");
-    EXPECT_HAS(summary.output, "Allocations by source site: 2");
+    // The report's layout is read in kvdiag_memreport_test.cpp; here the rows
+    // kvdiag read from the table the library wrote, and its totals.
     EXPECT_HAS(summary.output, "Total memory buffers reported 2, net byte total 333");
-    for (int i = 0; i < 2; ++i)  // the rows kvdiag read from the log's table
+    for (int i = 0; i < 2; ++i)
         EXPECT_HAS(kvtest::LineFrom(kvtest::Squeezed(summary.output), i ? " 1 222 " : " 1 111 "),
                    "detection_scenarios.cpp:" + std::to_string(sites[i]));
 
