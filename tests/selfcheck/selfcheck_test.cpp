@@ -81,13 +81,3 @@ TEST(SelfCheck, ProductChecksNeedTheIniFileAndLeaveNothingBehind) {
     EXPECT_TRUE(kvtest::FileExists(install.logDir() + "\\night.txt"));
     SetKorvanIniFilePath("");
 }
-
-// With CrashOnError a detected overrun would trap: the check is skipped, and
-// the process survives the whole suite.
-TEST(SelfCheck, OverrunCheckSkippedWithCrashOnError) {
-    kvtest::InstalledHost h("crash_selfcheck_trap");
-    h.host.SetSetting("CrashOnError", 1);
-    const auto& result = h.Run("selfcheck_after_startup");
-    EXPECT_EQ(0u, result.exitCode) << "the exit code counts failed checks\n" << result.output;
-    EXPECT_HAS(result.output, "SKIP  guarded overrun detected - CrashOnError is on");
-}
