@@ -9,7 +9,6 @@
 #include "platform/file_replace.h"
 #include "platform/folder_listing.h"
 #include "platform/folder_tree.h"
-#include "platform/module_path.h"
 #include "platform/owned_handle.h"
 #include "platform/small_file.h"
 #include "temp_dir.h"
@@ -64,11 +63,6 @@ TEST(Platform, FolderListingLeavesOutDotsAndTellsMissingFromEmpty) {
     int visited = 0;
     EXPECT_EQ(0u, kp::VisitFolder(dir.path(), "*", [&](const WIN32_FIND_DATAA&) { return ++visited < 2; }));
     EXPECT_EQ(2, visited);
-}
-
-TEST(Platform, ModulePathAndFolderOfTheProgram) {
-    EXPECT_EQ(kvtest::ProgramFolder(), kp::ModuleFolder(kp::ThisModule()));
-    EXPECT_EQ(kvtest::ProgramFolder() + "\\test_platform.exe", kp::ModulePath(nullptr));
 }
 
 TEST(Platform, SmallFileIsReadWholeWithinItsLimit) {
