@@ -92,8 +92,11 @@ bool CrossProcessLock::TakeFree() {
 bool CrossProcessLock::TakeFromEndedOwner() {
     const LONG64 owner = shared_->owner;
     const bool mine = owner == OwnToken();
-    return owner && (mine ? ProcessEnding() : OwnerEnded(owner)) &&
-           InterlockedCompareExchange64(&shared_->owner, OwnToken(), owner) == owner;
+    if (!owner || !(mine ? ProcessEnding() : OwnerEnded(owner)) ||
+        InterlockedCompareExchange64(&shared_->owner, OwnToken(), owner) != owner)
+        return false;
+    shared_->file.known = 0;
+    return true;
 }
 
 bool CrossProcessLock::Acquire(DWORD timeoutMs) {

@@ -14,11 +14,28 @@
 // Wine has one namespace for all its processes. The history chain, which needs
 // exclusion across sessions, is guarded by a byte-range lock on the file
 // itself (see roll_claim.h).
+//
+// The page also carries what the writers of the session know of the file,
+// changed only by the lock's holder: its length, so a line needs no size
+// query, and whether it was rolled away, so every writer sees a roll at once.
 #pragma once
 
 #include <windows.h>
 
 namespace kv {
+
+// What the writers of one session know of the file whose lock they share.
+struct SharedFileState {
+    enum : LONG { kNotRolled, kRolling, kRolled };
+    volatile LONG64 size;  // the file's length after the last write, while known
+    volatile LONG known;   // size holds the length (0 in a new page, or after a holder died)
+    // kRolling while a roller moves the file (set before the move), kRolled
+    // once it left the live name: its writers then open the live path anew.
+    volatile LONG roll;
+    // Something outside the session's writers changed the length (another
+    // session, an older library, a truncation): each write asks the file.
+    volatile LONG foreign;
+};
 
 class CrossProcessLock {
 public:
@@ -32,11 +49,15 @@ public:
     bool Attach(HANDLE file);
     void Detach();
     bool Attached() const { return shared_ != nullptr; }
+    // The file's shared state (null while not attached); changed only while
+    // the lock is held.
+    SharedFileState* State() const { return shared_ ? &shared_->file : nullptr; }
 
     // Waits up to timeoutMs; a holder whose process has ended loses the lock
     // within a quarter of a second. After a timeout the next calls only try
     // once (a stuck holder must not stall every line for the full wait) until
-    // one succeeds again. False when not acquired.
+    // one succeeds again. False when not acquired. A lock taken from a dead
+    // holder leaves the length unknown: the holder may have written part.
     bool Acquire(DWORD timeoutMs);
     void Release();
 
@@ -46,6 +67,7 @@ private:
     struct Shared {
         volatile LONG64 owner;  // 0 when free, else the holder's id and start time
         volatile LONG waiters;  // processes asleep on the event
+        SharedFileState file;
     };
     bool TakeFree();
     bool TakeFromEndedOwner();

@@ -18,14 +18,19 @@ constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELE
 // Longest wait for a writer of another process; a holder that is still alive
 // after it is stuck (suspended in a debugger, ...), not busy.
 constexpr DWORD kLockTimeoutMs = 10000;
-// How often the path is checked to still name the open file: cheap checks on
-// the handle catch a deleted file at once, a renamed folder only by its path.
-constexpr DWORD kPathCheckMs = 1000;
+constexpr DWORD kMarkTimeoutMs = 1000;
+// How often, while lines are written, the file is asked whether it was
+// deleted or truncated and its path whether it still names the file. In
+// between, the length comes from the state the session's writers share; a
+// file deleted, renamed or truncated by anything else is seen at the next
+// check, and the lines written to it meanwhile went with it.
+constexpr DWORD kCheckMs = 100;
 
 HANDLE logFile = INVALID_HANDLE_VALUE;
 char openPath[MAX_PATH];
-DWORD lastPathCheck;
-unsigned linesSincePathCheck;  // written since the file was last opened by its path
+DWORD lastCheck;
+bool justOpened;               // the shared state is still to be checked against the file
+unsigned linesSinceOpen;       // written since the file was last opened by its path
 // Set when the file is closed only to be opened again by path: its index, and
 // the lines written to it since it was opened.
 unsigned long long recheckIndex;
@@ -86,12 +91,16 @@ bool OpenLog(const char* path) {
     logFile = OpenCreatingFolders(path);
     if (logFile == INVALID_HANDLE_VALUE) return false;
     strncpy(openPath, path, sizeof openPath - 1);
-    lastPathCheck = GetTickCount();
+    lastCheck = GetTickCount();
+    justOpened = true;
     // Reopened to check: another file now means the old one was deleted, with
-    // the lines written to it since it was opened.
-    if (recheckIndex && FileIndex(logFile) != recheckIndex) droppedLines += recheckLines;
+    // the lines written to it since it was opened - unless it was rolled
+    // meanwhile (the lock is still the old file's).
+    const SharedFileState* old = writeLock.State();
+    if (recheckIndex && FileIndex(logFile) != recheckIndex && !(old && old->roll != SharedFileState::kNotRolled))
+        droppedLines += recheckLines;
     recheckIndex = 0;
-    linesSincePathCheck = 0;
+    linesSinceOpen = 0;
     writeLock.Attach(logFile);
     return true;
 }
@@ -105,28 +114,54 @@ bool NamesOpenFile(const char* path) {
     return same;
 }
 
-// The open file's size, or -1 when it is to be opened again by its path:
-// deleted (pending deletion on Windows, unlinked on a Unix host), and once a
-// second in any case. A path that names another file or none means a roll by
-// another process or a renamed folder, and the lines are where they went.
-// A path that still names the open file is reopened too: Wine shows a file
-// deleted while open as present until its last handle closes, and the new
-// file then opened tells (see OpenLog).
-long long LiveSize() {
+// The file's length asked of the file itself, or -1 when it was deleted
+// (pending deletion on Windows, unlinked on a Unix host): the lines written
+// to it since it was opened went with it.
+long long QueriedSize() {
     FILE_STANDARD_INFO info;
-    if (!GetFileInformationByHandleEx(logFile, FileStandardInfo, &info, sizeof info) || info.DeletePending ||
-        info.NumberOfLinks == 0)
-        return -1;
-    const DWORD now = GetTickCount();
-    if (now - lastPathCheck >= kPathCheckMs) {
-        lastPathCheck = now;
-        if (NamesOpenFile(openPath)) {
-            recheckIndex = FileIndex(logFile);
-            recheckLines = linesSincePathCheck;
-        }
+    if (!GetFileInformationByHandleEx(logFile, FileStandardInfo, &info, sizeof info)) return -1;
+    if (info.DeletePending || info.NumberOfLinks == 0) {
+        droppedLines += linesSinceOpen;
+        linesSinceOpen = 0;
         return -1;
     }
     return info.EndOfFile.QuadPart;
+}
+
+// The open file's length before a write (state: the session's shared state,
+// null when the lock is not held); -1 when the file is to be opened again by its
+// path: rolled away, deleted, and at each check in any case. A path that
+// names another file or none means a roll by another session or a renamed
+// folder, and the lines are where they went. A path that still names the open
+// file is reopened too: Wine shows a file deleted while open as present until
+// its last handle closes, and the new file then opened tells (see OpenLog).
+long long SizeBeforeWrite(SharedFileState* state) {
+    if (state && state->roll == SharedFileState::kRolled) {
+        // A page may outlive its file, and a new file may be given the old
+        // one's index: only the path tells whether this one was rolled.
+        if (!justOpened || !NamesOpenFile(openPath)) return -1;
+        state->roll = state->known = state->foreign = 0;
+    }
+    const DWORD now = GetTickCount();
+    const bool checkDue = now - lastCheck >= kCheckMs;
+    if (state && state->known && !state->foreign && !checkDue && !justOpened) return state->size;
+    const long long size = QueriedSize();
+    if (size < 0) return -1;
+    if (state) {
+        // Under the lock the session's writers keep the length exact, so a
+        // difference found by a check means a writer outside them.
+        if (state->known && state->size != size && !justOpened) state->foreign = 1;
+        state->size = size;
+        state->known = 1;
+    }
+    justOpened = false;
+    if (!checkDue) return size;
+    lastCheck = now;
+    if (NamesOpenFile(openPath)) {
+        recheckIndex = FileIndex(logFile);
+        recheckLines = linesSinceOpen;
+    }
+    return -1;
 }
 
 bool WriteAll(const char* bytes, size_t length) {
@@ -163,10 +198,29 @@ void WriteToLogDirectly(const char* path, const char* bytes, size_t length) {
     if (file == INVALID_HANDLE_VALUE) return;
     CrossProcessLock lock;
     const bool held = lock.Attach(file) && lock.Acquire(kLockTimeoutMs);
-    DWORD written;
-    WriteFile(file, bytes, DWORD(length), &written, nullptr);
-    if (held) lock.Release();
+    DWORD written = 0;
+    const bool whole = WriteFile(file, bytes, DWORD(length), &written, nullptr) && written == length;
+    if (held) {
+        SharedFileState& state = *lock.State();
+        if (whole) state.size += LONG64(length);
+        else state.known = 0;
+        lock.Release();
+    }
     CloseHandle(file);
+}
+
+RollNotice::RollNotice(HANDLE file) {
+    if (lock_.Attach(file)) InterlockedExchange(&lock_.State()->roll, SharedFileState::kRolling);
+}
+
+void RollNotice::Done(bool moved) {
+    if (!lock_.Attached()) return;
+    // Set under the lock, so a writer that finds it clear on a file it has
+    // just opened by path knows the roll came after its open. A lock held
+    // longer is stuck: the mark matters more than that race.
+    const bool held = lock_.Acquire(kMarkTimeoutMs);
+    lock_.State()->roll = moved ? SharedFileState::kRolled : SharedFileState::kNotRolled;
+    if (held) lock_.Release();
 }
 
 BatchResult WriteBatchToLog(const char* livePath, const char* bytes, size_t length, unsigned lines, bool split) {
@@ -187,7 +241,8 @@ BatchResult WriteBatchToLog(const char* livePath, const char* bytes, size_t leng
             droppedLines += lines;
             return result;
         }
-        const long long before = LiveSize();
+        SharedFileState* const state = held ? writeLock.State() : nullptr;
+        const long long before = SizeBeforeWrite(state);
         // Deleted, renamed away or rolled by another process: reopen by path once.
         if ((before < 0 || before >= limit) && attempt == 0) {
             if (held) writeLock.Release();
@@ -216,10 +271,14 @@ BatchResult WriteBatchToLog(const char* livePath, const char* bytes, size_t leng
             result.taken = length;
         } else {
             droppedLines = 0;
-            linesSincePathCheck +=
-                result.taken == length ? lines : unsigned(std::count(bytes, bytes + result.taken, '\n'));
-            after = before + static_cast<long long>(noteLength + result.taken);
-            sizeSeen = after;
+            linesSinceOpen += result.taken == length ? lines : unsigned(std::count(bytes, bytes + result.taken, '\n'));
+            // Unknown when the file was found gone or rolled on a second try.
+            if (before >= 0) after = before + static_cast<long long>(noteLength + result.taken);
+            sizeSeen = after < 0 ? 0 : after;
+        }
+        if (state) {
+            state->size = after;
+            state->known = after >= 0;
         }
         if (held) writeLock.Release();
         // A failed write closes the file (the next batch reopens it); a full

@@ -4,7 +4,10 @@
 // the line queue).
 #pragma once
 
+#include <windows.h>
 #include <stddef.h>
+
+#include "logging/cross_process_lock.h"
 
 namespace kv {
 
@@ -25,6 +28,18 @@ BatchResult WriteBatchToLog(const char* livePath, const char* bytes, size_t leng
 // own, under the processes' lock but no lock of this process: for the lines of
 // a process that is ending, whose other threads may have died mid-write.
 void WriteToLogDirectly(const char* path, const char* bytes, size_t length);
+
+// What the writers of the session are told of a roll of the file open as
+// file: that it is being moved (from construction), then that it left the
+// live log's name (their next line opens the live path anew) or stayed.
+class RollNotice {
+public:
+    explicit RollNotice(HANDLE file);
+    void Done(bool moved);
+
+private:
+    CrossProcessLock lock_;
+};
 
 // The open file's size after the last batch written to it, 0 while none is
 // open; read without waiting for the writer.

@@ -7,6 +7,7 @@
 #include "KvLogging.h"
 #include "frame/process_state.h"
 #include "logging/debug_log.h"
+#include "logging/debug_log_file.h"
 #include "logging/roll_claim.h"
 
 namespace kv {
@@ -39,8 +40,9 @@ void WriteHoleNote(const char* path) {
     WriteFile(file.get(), kHoleText, DWORD(sizeof kHoleText - 1), &written, nullptr);
 }
 
-// history[i]: the path of history file i (index 0 is the live file).
-void MoveChain(char (*history)[MAX_PATH], int count) {
+// history[i]: the path of history file i (index 0 is the live file). True
+// when the live file left its name.
+bool MoveChain(char (*history)[MAX_PATH], int count) {
     bool slotFree = DeleteFileA(history[count]) != 0;
     int target = count;
     for (int source = count - 1; source >= 1; --source) {
@@ -51,7 +53,7 @@ void MoveChain(char (*history)[MAX_PATH], int count) {
         }
         target = source;
     }
-    if (count == 0 || !MoveFileA(history[0], history[1])) DeleteFileA(history[0]);
+    return (count != 0 && MoveFileA(history[0], history[1])) || DeleteFileA(history[0]);
 }
 
 }  // namespace
@@ -79,7 +81,10 @@ void RollDebugLog() {
         // handle names, and a line that lands in a file just rolled stays whole
         // in the history.
         RollClaim claim(history[0]);
-        if (claim.held() && claim.size() >= Settings.debugLogSize) MoveChain(history, count);
+        if (claim.held() && claim.size() >= Settings.debugLogSize) {
+            RollNotice notice(claim.file());
+            notice.Done(MoveChain(history, count));
+        }
     }
     InterlockedExchange(&rollingHere, 0);
 }

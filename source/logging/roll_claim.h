@@ -24,6 +24,8 @@ public:
     bool held() const { return held_; }
     // The claimed file's size (valid while held).
     unsigned long long size() const { return size_; }
+    // The claimed file, open for reading (valid while held).
+    HANDLE file() const { return file_; }
 
 private:
     HANDLE file_ = INVALID_HANDLE_VALUE;

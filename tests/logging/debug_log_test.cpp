@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <sstream>
 
 #include "log_test_util.h"
 
@@ -66,6 +67,27 @@ TEST(DebugLogRolling, AComponentNamedLaterLogsUnderItsNameFromTheNextRollOn) {
     EXPECT_LT(ReadFileText(h.File("debug.log")).size(), 1024u + 128u);
     const auto live = h.Messages("debug.B.log");
     EXPECT_EQ("last", live.empty() ? "" : live.back());
+}
+
+TEST(DebugLogRolling, ARollByAnotherProcessIsSeenByTheNextLineOfThisOne) {
+    // The writer's own limit is far off, and it writes a line each millisecond
+    // until the roller has rolled: only the roll itself can move its last line.
+    LogHost writer("log_rollseen");
+    kvtest::ChildHost roller("log_roller");
+    roller.SetSetting("DebugLogSize", 1);
+    roller.SetSetting("DebugLogHistoryFiles", 3);
+    const std::string go = "kvtest.rollseen." + std::to_string(GetCurrentProcessId());
+    const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, go.c_str());
+    ASSERT_TRUE(writer.host.Start({"log_script", writer.install.iniPath(), "paced=tick:100000:" + go, "line=second"}));
+    for (int i = 0; i < 6000 && !FileExists(writer.File("debug.log")); ++i) Sleep(10);
+    const auto r = roller.Run({"log_script", writer.install.iniPath(), "lines=20", "set=" + go});
+    ASSERT_TRUE(!r.timedOut && r.exitCode == 0) << r.output;
+    const auto w = writer.host.Wait(60000);
+    CloseHandle(event);
+    ASSERT_TRUE(!w.timedOut && w.exitCode == 0) << w.output;
+    EXPECT_TRUE(FileExists(writer.File("debug.001")));
+    const auto live = writer.Messages("debug.log");
+    EXPECT_EQ("second", live.empty() ? "" : live.back());
 }
 
 TEST(DebugLogFaults, WritesResumeOnceTheFaultClearsAndNothingHangs) {
@@ -168,6 +190,38 @@ TEST(DebugLogFaults, ALiveLogDeletedWhileOpenIsMadeAgainAndItsLostLinesCounted) 
     EXPECT_EQ("after", messages.back());
     for (const std::string& m : messages)
         EXPECT_TRUE(m == "between" || m == "after" || m.find(" debug log lines could not be written") != m.npos) << m;
+}
+
+TEST(DebugLogFaults, ALiveLogDeletedByAnotherProgramIsLeftWithinATenthOfASecondOfWriting) {
+    LogHost h("log_deletedpaced");
+    ASSERT_TRUE(h.host.Start({"log_script", h.install.iniPath(), "paced=n:1500"}));
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    for (int i = 0; i < 6000 && !(GetFileAttributesExA(h.File("debug.log").c_str(), GetFileExInfoStandard, &data) &&
+                                  data.nFileSizeLow > 100 * 39);
+         ++i)
+        Sleep(10);
+    ASSERT_TRUE(DeleteFileA(h.File("debug.log").c_str()));
+    const DWORD deleted = GetTickCount();
+    const auto r = h.host.Wait(120000);
+    ASSERT_TRUE(!r.timedOut && r.exitCode == 0) << r.output;
+    std::vector<DWORD> ticks;  // when each line's call began
+    std::istringstream list(LineFrom(r.output, "ticks=").substr(6));
+    for (DWORD tick; list >> tick;) ticks.push_back(tick);
+    ASSERT_EQ(1500u, ticks.size()) << r.output;
+    // The new file: how many lines went with the deleted one (where the writer
+    // can tell: a new file may be given the old one's index), then every line
+    // from the first that found the deletion on.
+    Lines messages = h.Messages("debug.log");
+    if (!messages.empty() && messages[0].find(" debug log lines could not be written") != std::string::npos)
+        messages.erase(messages.begin());
+    ASSERT_LT(messages.size(), 1500u) << "no line went to the deleted file";
+    const size_t first = 1500 - messages.size();
+    Lines expected;
+    for (size_t i = first; i < 1500; ++i) expected.push_back("n " + std::to_string(10000 + i).substr(1));
+    EXPECT_EQ(expected, messages);
+    // The lines before it went to the deleted file, the last of them begun
+    // within 100 ms of writing after the deletion.
+    EXPECT_LT(long(ticks[first - 1] - deleted), 100L);
 }
 
 TEST(DebugLogFaults, ALogFolderRenamedWhileOpenIsCreatedAgain) {

@@ -50,6 +50,21 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
             longest = std::max(longest, GetTickCount() - before);
         }
         printf("longest=%lu\n", static_cast<unsigned long>(longest));
+    } else if (name == "paced") {  // paced=TAG:COUNT[:EVENT] lines 1 ms apart, or until EVENT is set; prints their ticks
+        const size_t colon = value.find(':'), stop = value.find(':', colon + 1);
+        const HANDLE event = stop == std::string::npos ? nullptr
+                                                       : OpenEventA(SYNCHRONIZE, FALSE, value.c_str() + stop + 1);
+        // A millisecond between lines; false once the event is set.
+        const auto pause = [event] { return event ? WaitForSingleObject(event, 1) == WAIT_TIMEOUT : (Sleep(1), true); };
+        std::string ticks;
+        for (int i = 0; i < atoi(value.c_str() + colon + 1) && pause(); ++i) {
+            ticks += " " + std::to_string(GetTickCount());
+            DbgLogWrite("%s %04d", value.substr(0, colon).c_str(), i);
+        }
+        printf("ticks=%s\n", ticks.c_str());
+    } else if (name == "set") {
+        const HANDLE event = OpenEventA(EVENT_MODIFY_STATE, FALSE, value.c_str());
+        printf("set=%d\n", event && SetEvent(event));
     } else if (name == "lines") {
         for (int i = 0; i < atoi(value.c_str()); ++i) DbgLogWrite("filler %04d %s", i, std::string(40, '.').c_str());
     } else if (name == "hold") {  // opens a file the way another program would, sharing nothing

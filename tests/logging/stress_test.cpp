@@ -2,14 +2,16 @@
 // times: every line must arrive exactly once, whole, in a chain without holes.
 // The last process names the log folder by another path (as a process of
 // another session or account may), so only locks tied to the file itself keep
-// the writers apart.
+// the writers apart. Processes whose limits differ see each other's rolls.
 #include <gtest/gtest.h>
 
 #include <map>
 
 #include "log_test_util.h"
 
-TEST(DebugLogStress, ThreeProcessesOfFourThreadsLoseAndTearNoLine) {
+namespace {
+
+void ShareOneRollingLog(const int (&limitKb)[3]) {
     constexpr int kProcesses = 3, kThreads = 4, kLines = 2000;
     kvtest::ProductInstall install;
     std::vector<std::unique_ptr<kvtest::ChildHost>> hosts;
@@ -17,7 +19,7 @@ TEST(DebugLogStress, ThreeProcessesOfFourThreadsLoseAndTearNoLine) {
     for (int p = 0; p < kProcesses; ++p) {
         hosts.push_back(std::make_unique<kvtest::ChildHost>("log_stress" + std::to_string(p)));
         // About 1.2 MB in all: some eight rolls of 160 KB, ten history files.
-        hosts.back()->SetSetting("DebugLogSize", 160);
+        if (limitKb[p]) hosts.back()->SetSetting("DebugLogSize", DWORD(limitKb[p]));
         hosts.back()->SetSetting("DebugLogHistoryFiles", 10);
     }
     const std::string aliasIni = install.Path("Config\\alias.ini");
@@ -60,6 +62,17 @@ TEST(DebugLogStress, ThreeProcessesOfFourThreadsLoseAndTearNoLine) {
     EXPECT_TRUE(seen.empty()) << seen.size() << " torn or foreign lines, such as " << seen.begin()->first;
     printf("[ stress   ] %d lines from %d processes x %d threads in %lu ms; %zu files, %zu bytes\n",
            kProcesses * kThreads * kLines, kProcesses, kThreads, static_cast<unsigned long>(elapsed), files.size(), bytes);
+}
+
+}  // namespace
+
+TEST(DebugLogStress, ThreeProcessesOfFourThreadsLoseAndTearNoLine) {
+    // Each process's limit in KB; 0: its own limit is never reached (4 MB).
+    const int limits[][3] = {{160, 160, 160}, {160, 0, 320}};
+    for (const auto& limit : limits) {
+        SCOPED_TRACE(std::to_string(limit[1]) + " KB for the second");
+        ShareOneRollingLog(limit);
+    }
 }
 
 // Sixteen threads' batches fill a 1 KB log many times: the file takes lines
