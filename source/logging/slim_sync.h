@@ -33,18 +33,23 @@ inline AddressWaits AddressWaits::Found() {
 // nothing waits on them once the process is ending. Each sleeper waits on a
 // word of its own, listed in its signal with the lock held, so a wake names
 // exactly the sleepers it takes off the list: none is missed, none woken for
-// another. The wakes themselves (a system call each) are made once the waker
-// has left the lock, since a woken thread's first step is to take it. Without
-// address waits (Windows 7) a condition variable stands in, and a parked
-// thread takes the lock back only to leave it.
+// another. The wakes themselves are made once the waker has left the lock,
+// since a woken thread's first step is to take it, and cost a system call only
+// for a sleeper that really sleeps. Without address waits (Windows 7) a
+// condition variable stands in, and a parked thread takes the lock back only
+// to leave it.
 struct SlimSync {
-    explicit SlimSync(const AddressWaits& waits) : addressWaits(waits) {}
+    explicit SlimSync(const AddressWaits& waits) : addressWaits(waits), processors(ProcessorCount()) {}
     SlimSync(const SlimSync&) = delete;
     SlimSync& operator=(const SlimSync&) = delete;
 
     static constexpr int kYieldsBeforeSleep = 4;
+    // About the time of one batch's write: a waiter with a processor of its
+    // own watches its word that long before it gives the processor up.
+    static constexpr unsigned long long kSpinCycles = 100000;
+    enum : LONG { kWaiting, kAsleep, kWoken };
     struct Sleeper {
-        volatile LONG woken = 0;
+        volatile LONG state = kWaiting;
         Sleeper* next = nullptr;
     };
     struct Signal {
@@ -53,8 +58,15 @@ struct SlimSync {
         CONDITION_VARIABLE cv = CONDITION_VARIABLE_INIT;
     };
     const AddressWaits addressWaits;
+    const LONG processors;
     SRWLOCK lock = SRWLOCK_INIT;
     Sleeper* due = nullptr;  // taken off their signals, to be woken when the lock is left
+    volatile LONG parked = 0;  // threads in Park: with the writer, more than processors do not spin
+
+    static LONG ProcessorCount() {
+        const DWORD count = GetActiveProcessorCount(ALL_PROCESSOR_GROUPS);
+        return count ? LONG(count) : 1;
+    }
 
     void Lock() { AcquireSRWLockExclusive(&lock); }
     void Unlock() {
@@ -64,8 +76,8 @@ struct SlimSync {
         while (wake) {
             // Read before the sleeper may leave: its record lives on its stack.
             Sleeper* const next = wake->next;
-            InterlockedExchange(&wake->woken, 1);
-            addressWaits.wakeAll(const_cast<LONG*>(&wake->woken));
+            if (InterlockedExchange(&wake->state, kWoken) == kAsleep)
+                addressWaits.wakeAll(const_cast<LONG*>(&wake->state));
             wake = next;
         }
     }
@@ -77,14 +89,22 @@ struct SlimSync {
         Sleeper me;
         (s.last ? s.last->next : s.first) = &me;
         s.last = &me;
+        const bool spin = InterlockedIncrement(&parked) < processors;
         Unlock();
-        // A batch is written in microseconds: first the processor goes to
-        // threads ready to run (with more threads than processors, those that
-        // add their lines to the next batch), and only a line still unwritten
-        // after that costs a sleep and a wake.
-        for (int yield = 0; yield < kYieldsBeforeSleep && !me.woken; ++yield) SwitchToThread();
-        const LONG asleep = 0;
-        while (!me.woken) addressWaits.wait(&me.woken, &asleep, sizeof asleep, nullptr);
+        // A batch is written in microseconds. A waiter with a processor to
+        // itself watches for it; otherwise the processor first goes to threads
+        // ready to run (with more threads than processors, those that add their
+        // lines to the next batch), and only a line still unwritten after that
+        // costs a sleep and a wake.
+        if (spin)
+            for (const unsigned long long start = ReadTimeStampCounter();
+                 me.state == kWaiting && ReadTimeStampCounter() - start < kSpinCycles;)
+                YieldProcessor();
+        for (int yield = 0; yield < kYieldsBeforeSleep && me.state == kWaiting; ++yield) SwitchToThread();
+        const LONG asleep = kAsleep;
+        if (InterlockedCompareExchange(&me.state, kAsleep, kWaiting) == kWaiting)
+            while (me.state == kAsleep) addressWaits.wait(&me.state, &asleep, sizeof asleep, nullptr);
+        InterlockedDecrement(&parked);
     }
     void Sleep(Signal& s) {
         Park(s);
