@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace kvbench {
 
@@ -30,6 +31,21 @@ double CompareWithPeer(const std::string& figure, const std::function<void(int64
                        const std::function<void(int64_t)>& baseline, const std::string& peerName,
                        const std::function<void(int64_t)>& peer, int64_t iterations, double target = 0,
                        int rounds = 7);
+
+// A side timed beside a comparison's subject and baseline.
+struct Side {
+    std::string name;
+    std::function<void(int64_t)> body;
+};
+
+// For figures that move with the machine's load (threads, file calls): runs
+// subject, baseline and the other sides one after the other, `runs` times,
+// each run starting with the next side, and prints the median of the runs'
+// ratios subject / baseline with their spread (lowest-highest), and each other
+// side's median ratio to the baseline. Returns the median ratio.
+double CompareMedian(const std::string& figure, const std::function<void(int64_t)>& subject,
+                     const std::function<void(int64_t)>& baseline, int64_t iterations, double target = 0,
+                     int runs = 7, const std::vector<Side>& others = {});
 
 // Prints a row with a free-form value (lines per second, a longest call, ...).
 void Report(const std::string& figure, const std::string& value);

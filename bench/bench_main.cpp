@@ -95,6 +95,42 @@ double CompareWithPeer(const std::string& figure, const std::function<void(int64
     return ratio;
 }
 
+namespace {
+
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const size_t middle = values.size() / 2;
+    return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+}  // namespace
+
+double CompareMedian(const std::string& figure, const std::function<void(int64_t)>& subject,
+                     const std::function<void(int64_t)>& baseline, int64_t iterations, double target, int runs,
+                     const std::vector<Side>& others) {
+    std::vector<const std::function<void(int64_t)>*> sides{&subject, &baseline};
+    for (const Side& other : others) sides.push_back(&other.body);
+    for (const auto* side : sides) (*side)(iterations / 10 + 1);  // warm-up: files, threads, lazy set-up
+    std::vector<std::vector<double>> nanos(sides.size());
+    for (int run = 0; run < runs; ++run)
+        for (size_t i = 0; i < sides.size(); ++i) {
+            const size_t side = (size_t(run) + i) % sides.size();
+            nanos[side].push_back(NanosPerOp(*sides[side], iterations, 1));
+        }
+    std::vector<std::vector<double>> ratios(sides.size());
+    for (size_t side = 0; side < sides.size(); ++side)
+        for (int run = 0; run < runs; ++run) ratios[side].push_back(nanos[side][run] / nanos[1][run]);
+    const double ratio = Median(ratios[0]);
+    const auto spread = std::minmax_element(ratios[0].begin(), ratios[0].end());
+    printf("| %-58s | %9.1f ns | %9.1f ns | %6.2f | %s | median of %d runs, %.2f-%.2f", figure.c_str(),
+           Median(nanos[0]), Median(nanos[1]), ratio, Verdict(ratio, target).c_str(), runs, *spread.first,
+           *spread.second);
+    for (size_t i = 0; i < others.size(); ++i)
+        printf(" | %s %.1f ns, %.2f", others[i].name.c_str(), Median(nanos[i + 2]), Median(ratios[i + 2]));
+    printf("\n");
+    return ratio;
+}
+
 void Report(const std::string& figure, const std::string& value) {
     printf("| %-58s | %s\n", figure.c_str(), value.c_str());
 }
