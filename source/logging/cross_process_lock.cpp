@@ -43,12 +43,10 @@ LONG64 OwnToken() {
 // now names a later process.
 bool OwnerEnded(LONG64 token) {
     const DWORD pid = DWORD(static_cast<unsigned long long>(token) & 0xFFFFFFFFu);
-    HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, pid);
+    const platform::KernelHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, pid));
     if (!process) return GetLastError() == ERROR_INVALID_PARAMETER;  // no such process
-    const LONG64 now = TokenOf(pid, process);  // 0: not readable, taken as the same process
-    const bool ended = WaitForSingleObject(process, 0) == WAIT_OBJECT_0 || (now && now != token);
-    CloseHandle(process);
-    return ended;
+    const LONG64 now = TokenOf(pid, process.get());  // 0: not readable, taken as the same process
+    return WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0 || (now && now != token);
 }
 
 }  // namespace
@@ -60,11 +58,11 @@ bool CrossProcessLock::Attach(HANDLE file) {
     Detach();
     char name[64];
     snprintf(name, sizeof name, "Local\\KvDebugHelp.LogLock.%016llx", key);
-    mapping_ = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, name);
+    mapping_.reset(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, name));
     snprintf(name, sizeof name, "Local\\KvDebugHelp.LogWake.%016llx", key);
-    wake_ = CreateEventA(nullptr, FALSE, FALSE, name);
+    wake_.reset(CreateEventA(nullptr, FALSE, FALSE, name));
     if (mapping_ && wake_)
-        shared_ = static_cast<Shared*>(MapViewOfFile(mapping_, FILE_MAP_WRITE, 0, 0, sizeof(Shared)));
+        shared_ = static_cast<Shared*>(MapViewOfFile(mapping_.get(), FILE_MAP_WRITE, 0, 0, sizeof(Shared)));
     if (!shared_) {
         Detach();
         return false;
@@ -75,10 +73,9 @@ bool CrossProcessLock::Attach(HANDLE file) {
 
 void CrossProcessLock::Detach() {
     if (shared_) UnmapViewOfFile(shared_);
-    if (mapping_) CloseHandle(mapping_);
-    if (wake_) CloseHandle(wake_);
+    mapping_.reset();
+    wake_.reset();
     shared_ = nullptr;
-    mapping_ = wake_ = nullptr;
     key_ = 0;
 }
 
@@ -117,7 +114,7 @@ bool CrossProcessLock::Acquire(DWORD timeoutMs) {
         const DWORD waited = GetTickCount() - start;
         if (!taken && waited < timeoutMs) {
             const DWORD slice = timeoutMs - waited < kOwnerCheckMs ? timeoutMs - waited : kOwnerCheckMs;
-            taken = WaitForSingleObject(wake_, slice) == WAIT_OBJECT_0 && TakeFree();
+            taken = WaitForSingleObject(wake_.get(), slice) == WAIT_OBJECT_0 && TakeFree();
         }
         InterlockedDecrement(&shared_->waiters);
         if (taken || TakeFree() || TakeFromEndedOwner()) return stuck_ = false, true;
@@ -131,7 +128,7 @@ bool CrossProcessLock::Acquire(DWORD timeoutMs) {
 void CrossProcessLock::Release() {
     if (!shared_) return;
     InterlockedExchange64(&shared_->owner, 0);
-    if (shared_->waiters > 0) SetEvent(wake_);
+    if (shared_->waiters > 0) SetEvent(wake_.get());
 }
 
 }  // namespace kv

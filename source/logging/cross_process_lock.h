@@ -22,6 +22,8 @@
 
 #include <windows.h>
 
+#include "platform/owned_handle.h"
+
 namespace kv {
 
 // What the writers of one session know of the file whose lock they share.
@@ -73,8 +75,8 @@ private:
     bool TakeFromEndedOwner();
 
     unsigned long long key_ = 0;
-    HANDLE mapping_ = nullptr;
-    HANDLE wake_ = nullptr;
+    platform::KernelHandle mapping_;
+    platform::KernelHandle wake_;
     Shared* shared_ = nullptr;
     bool stuck_ = false;
 };

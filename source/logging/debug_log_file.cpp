@@ -5,10 +5,13 @@
 #include <string.h>
 
 #include <algorithm>
+#include <string>
 
 #include "KvLogging.h"
 #include "frame/process_state.h"
 #include "logging/cross_process_lock.h"
+#include "platform/folder_tree.h"
+#include "platform/owned_handle.h"
 
 namespace kv {
 
@@ -26,6 +29,8 @@ constexpr DWORD kMarkTimeoutMs = 1000;
 // check, and the lines written to it meanwhile went with it.
 constexpr DWORD kCheckMs = 100;
 
+// Not an owner object: the file stays open through the library's detach,
+// where the memory report and other modules' last lines may still be written.
 HANDLE logFile = INVALID_HANDLE_VALUE;
 char openPath[MAX_PATH];
 DWORD lastCheck;
@@ -45,23 +50,6 @@ void CloseLog() {
     sizeSeen = 0;
 }
 
-// Creates the folders of path that are missing (the log folder was deleted or
-// renamed while the log was open).
-void CreateParentFolders(const char* path) {
-    char folder[MAX_PATH];
-    strncpy(folder, path, sizeof folder - 1);
-    folder[sizeof folder - 1] = '\0';
-    char* last = strrchr(folder, '\\');
-    if (!last) return;
-    *last = '\0';
-    for (char* p = strchr(folder, '\\'); p; p = strchr(p + 1, '\\')) {
-        *p = '\0';
-        CreateDirectoryA(folder, nullptr);
-        *p = '\\';
-    }
-    CreateDirectoryA(folder, nullptr);
-}
-
 HANDLE OpenAppendOnly(const char* path) {
     // FILE_APPEND_DATA without FILE_WRITE_DATA: Windows places every write at
     // the current end of file, atomically against all other appenders. Null
@@ -73,8 +61,10 @@ HANDLE OpenAppendOnly(const char* path) {
 
 HANDLE OpenCreatingFolders(const char* path) {
     HANDLE file = OpenAppendOnly(path);
-    if (file == INVALID_HANDLE_VALUE && GetLastError() == ERROR_PATH_NOT_FOUND) {
-        CreateParentFolders(path);
+    // The log folder was deleted or renamed while the log was open.
+    const char* name = strrchr(path, '\\');
+    if (file == INVALID_HANDLE_VALUE && GetLastError() == ERROR_PATH_NOT_FOUND && name) {
+        platform::CreateFolderTree(std::string(path, name));
         file = OpenAppendOnly(path);
     }
     return file;
@@ -107,11 +97,9 @@ bool OpenLog(const char* path) {
 
 // Whether path names the open file (not another one, or none).
 bool NamesOpenFile(const char* path) {
-    const HANDLE byPath = CreateFileA(path, FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (byPath == INVALID_HANDLE_VALUE) return false;
-    const bool same = FileIndex(byPath) == FileIndex(logFile);
-    CloseHandle(byPath);
-    return same;
+    const platform::FileHandle byPath(
+        CreateFileA(path, FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
+    return byPath && FileIndex(byPath.get()) == FileIndex(logFile);
 }
 
 // The file's length asked of the file itself, or -1 when it was deleted
@@ -172,12 +160,11 @@ bool WriteAll(const char* bytes, size_t length) {
 // A full disk may take part of a write: the fragment is cut off again so the
 // next line starts on a line of its own.
 void CutBackTo(long long size) {
-    const HANDLE writable = ReOpenFile(logFile, GENERIC_WRITE, kShareAll, 0);
-    if (writable == INVALID_HANDLE_VALUE) return;
+    const platform::FileHandle writable(ReOpenFile(logFile, GENERIC_WRITE, kShareAll, 0));
+    if (!writable) return;
     LARGE_INTEGER end;
     end.QuadPart = size;
-    if (SetFilePointerEx(writable, end, nullptr, FILE_BEGIN)) SetEndOfFile(writable);
-    CloseHandle(writable);
+    if (SetFilePointerEx(writable.get(), end, nullptr, FILE_BEGIN)) SetEndOfFile(writable.get());
 }
 
 // The line that reports lines lost before it; stays within a stack buffer.
@@ -194,19 +181,18 @@ size_t DroppedNote(char (&note)[128]) {
 long long DebugLogSizeSeen() { return sizeSeen; }
 
 void WriteToLogDirectly(const char* path, const char* bytes, size_t length) {
-    const HANDLE file = OpenCreatingFolders(path);
-    if (file == INVALID_HANDLE_VALUE) return;
+    const platform::FileHandle file(OpenCreatingFolders(path));
+    if (!file) return;
     CrossProcessLock lock;
-    const bool held = lock.Attach(file) && lock.Acquire(kLockTimeoutMs);
+    const bool held = lock.Attach(file.get()) && lock.Acquire(kLockTimeoutMs);
     DWORD written = 0;
-    const bool whole = WriteFile(file, bytes, DWORD(length), &written, nullptr) && written == length;
+    const bool whole = WriteFile(file.get(), bytes, DWORD(length), &written, nullptr) && written == length;
     if (held) {
         SharedFileState& state = *lock.State();
         if (whole) state.size += LONG64(length);
         else state.known = 0;
         lock.Release();
     }
-    CloseHandle(file);
 }
 
 RollNotice::RollNotice(HANDLE file) {

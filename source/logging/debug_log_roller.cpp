@@ -9,6 +9,7 @@
 #include "logging/debug_log.h"
 #include "logging/debug_log_file.h"
 #include "logging/roll_claim.h"
+#include "platform/owned_handle.h"
 
 namespace kv {
 
@@ -17,25 +18,11 @@ namespace {
 constexpr int kMaxHistory = 10;
 constexpr char kHoleText[] = "This file was either deleted or moved";
 
-class HandleHolder {
-public:
-    explicit HandleHolder(HANDLE h) : h_(h) {}
-    ~HandleHolder() {
-        if (h_) CloseHandle(h_);
-    }
-    HandleHolder(const HandleHolder&) = delete;
-    HandleHolder& operator=(const HandleHolder&) = delete;
-    HANDLE get() const { return h_; }
-
-private:
-    HANDLE h_;
-};
-
 // Keeps the chain without holes: a missing history file is replaced by a note.
 void WriteHoleNote(const char* path) {
-    HandleHolder file(CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, CREATE_ALWAYS,
+    const platform::FileHandle file(CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, CREATE_ALWAYS,
                                   FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (file.get() == INVALID_HANDLE_VALUE) return;
+    if (!file) return;
     DWORD written;
     WriteFile(file.get(), kHoleText, DWORD(sizeof kHoleText - 1), &written, nullptr);
 }

@@ -24,21 +24,19 @@ bool SameFile(HANDLE a, HANDLE b, unsigned long long& size) {
 RollClaim::RollClaim(const char* livePath) {
     range_.Offset = 0xFFFFFFF0;
     range_.OffsetHigh = 0x7FFFFFFF;
-    file_ = OpenForClaim(livePath);
-    if (file_ == INVALID_HANDLE_VALUE) return;
-    if (!LockFileEx(file_, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &range_)) return;
+    file_.reset(OpenForClaim(livePath));
+    if (!file_) return;
+    if (!LockFileEx(file_.get(), LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &range_)) return;
     // Another roller may have moved the file between the open and the lock:
     // the claim only counts while the path still names the locked file (which
     // nobody else can move now).
-    const HANDLE again = OpenForClaim(livePath);
-    held_ = again != INVALID_HANDLE_VALUE && SameFile(file_, again, size_);
-    if (again != INVALID_HANDLE_VALUE) CloseHandle(again);
-    if (!held_) UnlockFileEx(file_, 0, 1, 0, &range_);
+    const platform::FileHandle again(OpenForClaim(livePath));
+    held_ = again && SameFile(file_.get(), again.get(), size_);
+    if (!held_) UnlockFileEx(file_.get(), 0, 1, 0, &range_);
 }
 
 RollClaim::~RollClaim() {
-    if (held_) UnlockFileEx(file_, 0, 1, 0, &range_);
-    if (file_ != INVALID_HANDLE_VALUE) CloseHandle(file_);
+    if (held_) UnlockFileEx(file_.get(), 0, 1, 0, &range_);
 }
 
 }  // namespace kv

@@ -11,6 +11,8 @@
 
 #include <windows.h>
 
+#include "platform/owned_handle.h"
+
 namespace kv {
 
 class RollClaim {
@@ -25,10 +27,10 @@ public:
     // The claimed file's size (valid while held).
     unsigned long long size() const { return size_; }
     // The claimed file, open for reading (valid while held).
-    HANDLE file() const { return file_; }
+    HANDLE file() const { return file_.get(); }
 
 private:
-    HANDLE file_ = INVALID_HANDLE_VALUE;
+    platform::FileHandle file_;
     OVERLAPPED range_{};
     bool held_ = false;
     unsigned long long size_ = 0;

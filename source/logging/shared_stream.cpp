@@ -7,6 +7,8 @@
 #include <fcntl.h>
 #include <io.h>
 
+#include "platform/owned_handle.h"
+
 namespace kv {
 
 FILE* OpenSharedStream(const char* path, bool denyWrite) {
@@ -15,14 +17,12 @@ FILE* OpenSharedStream(const char* path, bool denyWrite) {
     // FILE_APPEND_DATA without FILE_WRITE_DATA: the system places every write
     // at the current end of file, atomically against other appenders. The
     // null security attributes keep the handle out of child processes.
-    HANDLE file = CreateFileA(path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE, share,
-                              nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return nullptr;
-    const int fd = _open_osfhandle(reinterpret_cast<intptr_t>(file), _O_APPEND | _O_TEXT);
-    if (fd == -1) {
-        CloseHandle(file);
-        return nullptr;
-    }
+    platform::FileHandle file(CreateFileA(path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE, share, nullptr,
+                                          OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return nullptr;
+    const int fd = _open_osfhandle(reinterpret_cast<intptr_t>(file.get()), _O_APPEND | _O_TEXT);
+    if (fd == -1) return nullptr;
+    file.release();  // the descriptor owns it now
     FILE* stream = _fdopen(fd, "a");
     if (!stream) {
         _close(fd);  // closes the handle too
