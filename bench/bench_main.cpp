@@ -79,7 +79,7 @@ double Compare(const std::string& figure, const std::function<void(int64_t)>& su
     TimeAlternating({&s, &b}, iterations, rounds);
     const double ratio = s.best / b.best;
     if (subjectNanos) *subjectNanos = s.best;
-    printf("| %-58s | %9.1f ns | %9.1f ns | %6.2f | %s\n", figure.c_str(), s.best, b.best, ratio,
+    printf("| %-66s | %9.1f ns | %9.1f ns | %6.2f | %s\n", figure.c_str(), s.best, b.best, ratio,
            Verdict(ratio, target).c_str());
     return ratio;
 }
@@ -90,7 +90,7 @@ double CompareWithPeer(const std::string& figure, const std::function<void(int64
     Timed s{&subject}, b{&baseline}, p{&peer};
     TimeAlternating({&s, &b, &p}, iterations, rounds);
     const double ratio = s.best / b.best;
-    printf("| %-58s | %9.1f ns | %9.1f ns | %6.2f | %s | peer %s %.1f ns, %.2f\n", figure.c_str(), s.best, b.best,
+    printf("| %-66s | %9.1f ns | %9.1f ns | %6.2f | %s | peer %s %.1f ns, %.2f\n", figure.c_str(), s.best, b.best,
            ratio, Verdict(ratio, target).c_str(), peerName.c_str(), p.best, p.best / b.best);
     return ratio;
 }
@@ -122,7 +122,7 @@ double CompareMedian(const std::string& figure, const std::function<void(int64_t
         for (int run = 0; run < runs; ++run) ratios[side].push_back(nanos[side][run] / nanos[1][run]);
     const double ratio = Median(ratios[0]);
     const auto spread = std::minmax_element(ratios[0].begin(), ratios[0].end());
-    printf("| %-58s | %9.1f ns | %9.1f ns | %6.2f | %s | median of %d runs, %.2f-%.2f", figure.c_str(),
+    printf("| %-66s | %9.1f ns | %9.1f ns | %6.2f | %s | median of %d runs, %.2f-%.2f", figure.c_str(),
            Median(nanos[0]), Median(nanos[1]), ratio, Verdict(ratio, target).c_str(), runs, *spread.first,
            *spread.second);
     for (size_t i = 0; i < others.size(); ++i)
@@ -132,7 +132,7 @@ double CompareMedian(const std::string& figure, const std::function<void(int64_t
 }
 
 void Report(const std::string& figure, const std::string& value) {
-    printf("| %-58s | %s\n", figure.c_str(), value.c_str());
+    printf("| %-66s | %s\n", figure.c_str(), value.c_str());
 }
 
 std::string ScratchFolder() {
@@ -146,7 +146,7 @@ int main(int argc, char** argv) {
     auto& entries = kvbench::Entries();
     std::sort(entries.begin(), entries.end(),
               [](const kvbench::Entry& a, const kvbench::Entry& b) { return strcmp(a.name, b.name) < 0; });
-    printf("| %-58s | %12s | %12s | %6s |\n", "figure", "subject", "baseline", "ratio");
+    printf("| %-66s | %12s | %12s | %6s |\n", "figure", "subject", "baseline", "ratio");
     for (const auto& e : entries) {
         bool wanted = argc < 2;
         for (int i = 1; i < argc; ++i) wanted = wanted || !strcmp(argv[i], e.name);

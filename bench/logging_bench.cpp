@@ -75,7 +75,11 @@ struct BareFile {
     BareFile() {
         snprintf(path, sizeof path, "%s\\Logs\\bare.%lu.log", kvbench::ScratchFolder().c_str(),
                  GetCurrentThreadId());
-        handle = CreateFileA(path, FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr);
+        CreateDirectoryA((kvbench::ScratchFolder() + "\\Logs").c_str(), nullptr);
+        // Opened as the log opens its file.
+        handle = CreateFileA(path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, CREATE_ALWAYS,
+                             FILE_ATTRIBUTE_NORMAL, nullptr);
     }
     ~BareFile() {
         CloseHandle(handle);
@@ -304,7 +308,8 @@ KV_BENCH(logging_calls) {
 }
 
 // One writer's lines per second with KV_THREADS threads (1 unless set), spdlog
-// instead with KV_PEER set: alone, for a profiler or a system-call count, e.g.
+// instead with KV_PEER set, the bare WriteFile floor with KV_BARE set: alone,
+// for a profiler or a system-call count, e.g.
 //   KV_THREADS=8 strace -f -c build/wine-run.sh build/bin/kvbench.exe logging_profile
 KV_BENCH(logging_profile) {
     PrepareInstallation();
@@ -313,10 +318,12 @@ KV_BENCH(logging_profile) {
     GetEnvironmentVariableA("KV_THREADS", value, sizeof value);
     const int threads = atoi(value);
     const bool peer = GetEnvironmentVariableA("KV_PEER", value, sizeof value) > 0;
+    const bool bare = GetEnvironmentVariableA("KV_BARE", value, sizeof value) > 0;
     const std::string peerPath = kvbench::ScratchFolder() + "\\Logs\\spdlog.log";
     if (peer) kvbench::OpenSpdlogPeer(peerPath.c_str());
-    LogLine();
-    if (peer) PeerLine();
-    kvbench::Report(std::string(peer ? "spdlog" : "DbgLogWrite") + ", " + std::to_string(threads) + " thread(s), 300 000 lines",
-                    Figures(Throughput(threads, 300000 / threads, peer ? PeerLine : LogLine)));
+    void (*const line)() = bare ? BareLine : peer ? PeerLine : LogLine;
+    line();
+    kvbench::Report(std::string(bare ? "bare WriteFile" : peer ? "spdlog" : "DbgLogWrite") + ", " + std::to_string(threads) +
+                        " thread(s), 300 000 lines",
+                    Figures(Throughput(threads, 300000 / threads, line)));
 }
