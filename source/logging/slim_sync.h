@@ -39,14 +39,11 @@ inline AddressWaits AddressWaits::Found() {
 // condition variable stands in, and a parked thread takes the lock back only
 // to leave it.
 struct SlimSync {
-    explicit SlimSync(const AddressWaits& waits) : addressWaits(waits), processors(ProcessorCount()) {}
+    explicit SlimSync(const AddressWaits& waits) : addressWaits(waits) {}
     SlimSync(const SlimSync&) = delete;
     SlimSync& operator=(const SlimSync&) = delete;
 
     static constexpr int kYieldsBeforeSleep = 4;
-    // About the time of one batch's write: a waiter with a processor of its
-    // own watches its word that long before it gives the processor up.
-    static constexpr unsigned long long kSpinCycles = 100000;
     enum : LONG { kWaiting, kAsleep, kWoken };
     struct Sleeper {
         volatile LONG state = kWaiting;
@@ -58,15 +55,8 @@ struct SlimSync {
         CONDITION_VARIABLE cv = CONDITION_VARIABLE_INIT;
     };
     const AddressWaits addressWaits;
-    const LONG processors;
     SRWLOCK lock = SRWLOCK_INIT;
     Sleeper* due = nullptr;  // taken off their signals, to be woken when the lock is left
-    volatile LONG parked = 0;  // threads in Park: with the writer, more than processors do not spin
-
-    static LONG ProcessorCount() {
-        const DWORD count = GetActiveProcessorCount(ALL_PROCESSOR_GROUPS);
-        return count ? LONG(count) : 1;
-    }
 
     void Lock() { AcquireSRWLockExclusive(&lock); }
     void Unlock() {
@@ -89,22 +79,17 @@ struct SlimSync {
         Sleeper me;
         (s.last ? s.last->next : s.first) = &me;
         s.last = &me;
-        const bool spin = InterlockedIncrement(&parked) < processors;
         Unlock();
-        // A batch is written in microseconds. A waiter with a processor to
-        // itself watches for it; otherwise the processor first goes to threads
-        // ready to run (with more threads than processors, those that add their
-        // lines to the next batch), and only a line still unwritten after that
-        // costs a sleep and a wake.
-        if (spin)
-            for (const unsigned long long start = ReadTimeStampCounter();
-                 me.state == kWaiting && ReadTimeStampCounter() - start < kSpinCycles;)
-                YieldProcessor();
+        // A batch is written in microseconds: first the processor goes to
+        // threads ready to run (with more threads than processors, those that
+        // add their lines to the next batch), and only a line still unwritten
+        // after that costs a sleep and a wake. (Spinning instead, while the
+        // queue holds no more threads than processors, cost a fifth of the
+        // lines with 2 and 8 threads on a machine busy with other work.)
         for (int yield = 0; yield < kYieldsBeforeSleep && me.state == kWaiting; ++yield) SwitchToThread();
         const LONG asleep = kAsleep;
         if (InterlockedCompareExchange(&me.state, kAsleep, kWaiting) == kWaiting)
             while (me.state == kAsleep) addressWaits.wait(&me.state, &asleep, sizeof asleep, nullptr);
-        InterlockedDecrement(&parked);
     }
     void Sleep(Signal& s) {
         Park(s);
