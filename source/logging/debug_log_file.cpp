@@ -21,6 +21,7 @@ constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELE
 // Longest wait for a writer of another process; a holder that is still alive
 // after it is stuck (suspended in a debugger, ...), not busy.
 constexpr DWORD kLockTimeoutMs = 10000;
+// Longest wait of a roller telling the session of its roll (see RollNotice).
 constexpr DWORD kMarkTimeoutMs = 1000;
 // How often, while lines are written, the file is asked whether it was
 // deleted or truncated and its path whether it still names the file. In
