@@ -51,7 +51,8 @@ uint64_t FileSize(const std::string& path) {
 void PrintNewLines(const char* title, const std::string& path, uint64_t offset) {
     FILE* file = fopen(path.c_str(), "rb");
     if (!file) {
-        printf("%s (%s), new lines:\n    (none: the file was not written)\n", title, path.c_str());
+        printf("%s (%s): no new lines%s\n", title, path.c_str(),
+               strcmp(title, "System log") ? "" : " (a dump written as configured adds none)");
         return;
     }
     _fseeki64(file, static_cast<long long>(offset), SEEK_SET);
@@ -63,7 +64,7 @@ void PrintNewLines(const char* title, const std::string& path, uint64_t offset) 
         kvdiag::PrintLine(line, "    ");
         any = true;
     }
-    if (!any) printf("    (none)\n");
+    if (!any) printf("    (none%s)\n", strcmp(title, "System log") ? "" : ": a dump written as configured adds none");
     fclose(file);
 }
 
