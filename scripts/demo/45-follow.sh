@@ -2,12 +2,12 @@
 # another process writes to it; the log rolls at 1 KB several times meanwhile
 # and the follower carries on in the new file. Each line is numbered, so the
 # count below shows that none was lost or repeated.
-echo "== kvdiag tail -f Driver.Modbus (for 4 s) while the driver logs 6 x 10 numbered lines, rolling at 1 KB"
+echo "== kvdiag tail -f Driver.Modbus (until 60 lines came) while the driver logs 6 x 10 numbered lines, rolling at 1 KB"
 "$KV_RUN" reg delete 'HKCU\Software\Korvan\KvDebugHelp\kvdiag' /f >/dev/null 2>&1 || true
 kvdiag settings kvdiag DebugLogSize 1 >/dev/null
 kvdiag settings kvdiag DebugLogHistoryFiles 3 >/dev/null
 follow_out="$DEMO_ROOT/follow.txt"
-"$KV_RUN" "$KV_DIAG" tail -f Driver.Modbus -n 0 --for 4 > "$follow_out" 2>&1 &
+"$KV_RUN" "$KV_DIAG" tail -f Driver.Modbus -n 0 --count 60 --for 60 > "$follow_out" 2>&1 &
 follower=$!
 sleep 1
 for cycle in 1 2 3 4 5 6; do
