@@ -115,15 +115,16 @@ const char* InternName(const char* name) {
 // blame kernel32's thread start for every allocation of the host. (Windows'
 // own public PDBs carry no lines, so there this changes nothing.)
 bool InSystemModule(const void* frame) {
-    HMODULE module = nullptr;
-    if (!GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                            static_cast<LPCSTR>(frame), &module))
+    // The symbol handler's module list, not the loader's: no loader lock is
+    // taken while CallStackLock is held.
+    static char windows[MAX_PATH];
+    static UINT folder = GetSystemWindowsDirectoryA(windows, sizeof windows);
+    IMAGEHLP_MODULE64 module{};
+    module.SizeOfStruct = sizeof module;
+    if (!folder || folder >= sizeof windows ||
+        !Symbols.moduleInfo(SymbolProcess, reinterpret_cast<DWORD64>(frame), &module))
         return false;
-    char path[MAX_PATH], windows[MAX_PATH];
-    const UINT folder = GetSystemWindowsDirectoryA(windows, sizeof windows);
-    const DWORD length = GetModuleFileNameA(module, path, sizeof path);
-    return folder && folder < sizeof windows && length > folder && length < sizeof path &&
-           _strnicmp(path, windows, folder) == 0 && path[folder] == '\\';
+    return _strnicmp(module.ImageName, windows, folder) == 0 && module.ImageName[folder] == '\\';
 }
 
 FrameSite SiteOf(const void* frame) {

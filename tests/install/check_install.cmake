@@ -65,13 +65,26 @@ endfunction()
 # Leaks: the memory report's site and the guarded block's stack, named by kvdiag symbolize.
 run(0 ${host}/installed_host.exe leak ${host_win}\\product.ini)
 file(READ ${host}/Logs/debug.InstalledHost.log log)
-expect("${log}" "Buffer, [^\n]*, 00064, [^\n]*installed_host\\.cpp:[0-9]+" "memory report site")
+# The site as the lookup found it through the PDB (the name pool's "*" form), not the caller's __FILE__.
+expect("${log}" "Buffer, [^\n]*, 00064, [^\n]*, \\*[^,\n]*installed_host\\.cpp:[0-9]+" "memory report site")
 if(log MATCHES "thread\\.c")
   message(FATAL_ERROR "an allocation site names Wine's thread.c:\n${log}")
 endif()
 run(0 ${prefix}/bin/kvdiag.exe symbolize ${host_win}\\Logs\\debug.InstalledHost.log --symbols ${host_win})
 expect("${out}" "=> 0x[0-9a-f]+  installed_host!main\\+0x[0-9a-f]+ \\([^)]*installed_host\\.cpp:[0-9]+\\)"
        "symbolized allocation stack")
+
+# Without line information in the host the lookup names no site: never Wine's kernel32\thread.c.
+file(WRITE ${host}/product.ini "[KVEDIT]\r\nLOGS=${host_win}\\NoLines\r\n")
+run(0 ${host}/host_without_lines.exe leak ${host_win}\\product.ini)
+file(READ ${host}/NoLines/debug.InstalledHost.log log)
+# The lookup finds nothing: the report keeps the caller's own __FILE__ and __LINE__.
+expect("${log}" "Buffer, [^\n]*, 00064, [^\n]*, [^*,\n][^,\n]*installed_host\\.cpp:[0-9]+"
+       "memory report of a host without lines")
+if(log MATCHES "thread\\.c")
+  message(FATAL_ERROR "an allocation site names Wine's thread.c:\n${log}")
+endif()
+file(WRITE ${host}/product.ini "[KVEDIT]\r\nLOGS=${host_win}\\Logs\r\n[Debug]\r\nMiniDumpType=3\r\n")
 
 # A crash: its dump read back names the crashing function with file and line.
 run(3 ${host}/installed_host.exe crash ${host_win}\\product.ini)

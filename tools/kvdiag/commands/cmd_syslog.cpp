@@ -15,22 +15,19 @@
 #include "commands/log_arguments.h"
 #include "logs/log_files.h"
 #include "logs/product_paths.h"
+#include "platform/folder_listing.h"
 
 namespace {
 
 // The system logs of the log folder by file name: "syslog.dat" and "syslog.<component>.dat".
 std::vector<std::string> SystemLogs(const std::string& folder) {
     std::vector<std::string> names;
-    WIN32_FIND_DATAA found;
-    const HANDLE search = FindFirstFileA((folder + "\\syslog*.dat").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) return names;
-    do {
-        const std::string name = found.cFileName;
-        if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) &&
-            (_stricmp(name.c_str(), "syslog.dat") == 0 || _strnicmp(name.c_str(), "syslog.", 7) == 0))
-            names.push_back(name);
-    } while (FindNextFileA(search, &found));
-    FindClose(search);
+    std::vector<kv::platform::FolderEntry> entries;
+    kv::platform::ListFolder(folder, "syslog*.dat", entries);
+    for (const auto& entry : entries)
+        if (!entry.IsFolder() &&
+            (_stricmp(entry.name.c_str(), "syslog.dat") == 0 || _strnicmp(entry.name.c_str(), "syslog.", 7) == 0))
+            names.push_back(entry.name);
     std::sort(names.begin(), names.end());
     return names;
 }
