@@ -20,6 +20,7 @@
 #include "logs/address_names.h"
 #include "logs/log_files.h"
 #include "logs/stack_lines.h"
+#include "platform/module_path.h"
 
 namespace {
 
@@ -104,9 +105,8 @@ KVDIAG_COMMAND(symbolize, "[FILE]",
         }
     }
     // The library and the field tool lie beside each other on a plant machine.
-    char self[MAX_PATH];
-    const DWORD length = GetModuleFileNameA(nullptr, self, sizeof self);
-    if (length > 0 && length < sizeof self) folders.push_back(kvdiag::FolderOf(self));
+    const std::string self = kv::platform::ModulePath(nullptr);
+    if (!self.empty()) folders.push_back(kvdiag::FolderOf(self));
     Symbolizer symbolizer(folders);
     for (const auto& line : lines) symbolizer.Line(line);
     symbolizer.Flush();
