@@ -46,3 +46,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+# Installed with the package (<prefix>/lib/cmake/KvDebugHelp), this file adds
+# its install tree to the find roots: packages are searched below the roots
+# only, and find_package(KvDebugHelp) then needs no path at all.
+if(EXISTS ${CMAKE_CURRENT_LIST_DIR}/KvDebugHelpConfig.cmake)
+  get_filename_component(kv_package_prefix ${CMAKE_CURRENT_LIST_DIR}/../../.. ABSOLUTE)
+  list(APPEND CMAKE_FIND_ROOT_PATH ${kv_package_prefix})
+endif()

@@ -3,5 +3,6 @@
 echo "== kvdiag settings AlarmServer"
 "$KV_RUN" reg delete 'HKCU\Software\Korvan\KvDebugHelp\AlarmServer' /f >/dev/null 2>&1 || true
 kvdiag settings AlarmServer DebugLogSize 64
-kvdiag settings AlarmServer HeapCheckInterval 2 | grep HeapCheckInterval
+echo "== kvdiag settings AlarmServer HeapCheckInterval 2 (outside its range: refused, nothing stored)"
+"$KV_RUN" "$KV_DIAG" settings AlarmServer HeapCheckInterval 2 2>&1 | tr -d '\r' || true
 echo

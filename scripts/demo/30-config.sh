@@ -1,8 +1,5 @@
-# Product configuration: where the product INI file is, whether it validated,
-# the folders it names, and values read from it.
-echo "== kvdiag paths"
-kvdiag paths
-echo
+# Product configuration: values read from the product INI file (where it is
+# and the folders it names follow once programs have logged, 47-paths.sh).
 echo "== kvdiag ini KVEDIT LOGS, then the whole [RuntimeManager] section"
 kvdiag ini KVEDIT LOGS
 kvdiag ini RuntimeManager

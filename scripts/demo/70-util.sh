@@ -21,9 +21,11 @@ tr -d '\r' < "$started" | sed 's/^/    /'
 echo
 # The crash mail goes to the user's MAPI mail client. Here a stand-in client
 # (the MAPI32.DLL the tests use, beside kvdiag.exe) prints what it receives.
-echo "== kvdiag mail ops@plant.example <Logs>\\debug.log"
+echo "== kvdiag mail ops@plant.example <Logs>\\debug.AlarmServer.log"
 mapi_key='HKCU\Software\Wine\AppDefaults\kvdiag.exe\DllOverrides'
 "$KV_RUN" reg add "$mapi_key" /v mapi32 /t REG_SZ /d native /f >/dev/null
-kvdiag mail ops@plant.example "$DEMO_ROOT_WIN\\Logs\\debug.log" "AlarmServer stopped at 03:12; log attached."
+kvdiag mail ops@plant.example "$DEMO_ROOT_WIN\\Logs\\debug.AlarmServer.log" "AlarmServer stopped at 03:12; log attached."
+echo "== kvdiag mail ops@plant.example <Logs>\\debug.log (a file that does not exist: refused)"
+"$KV_RUN" "$KV_DIAG" mail ops@plant.example "$DEMO_ROOT_WIN\\Logs\\debug.log" 2>&1 | tr -d '\r' || true
 "$KV_RUN" reg delete "${mapi_key%\\DllOverrides}" /f >/dev/null
 echo

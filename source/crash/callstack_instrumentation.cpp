@@ -108,13 +108,32 @@ const char* InternName(const char* name) {
     return result;
 }
 
+// A frame in a module of the Windows folder: the thread start in kernel32,
+// the loader, a system DLL calling back into the host. Such a frame never
+// names an allocation site, even where the module has line information (Wine
+// builds its own DLLs with it): below a host frame without lines it would
+// blame kernel32's thread start for every allocation of the host. (Windows'
+// own public PDBs carry no lines, so there this changes nothing.)
+bool InSystemModule(const void* frame) {
+    // The symbol handler's module list, not the loader's: no loader lock is
+    // taken while CallStackLock is held.
+    static char windows[MAX_PATH];
+    static UINT folder = GetSystemWindowsDirectoryA(windows, sizeof windows);
+    IMAGEHLP_MODULE64 module{};
+    module.SizeOfStruct = sizeof module;
+    if (!folder || folder >= sizeof windows ||
+        !Symbols.moduleInfo(SymbolProcess, reinterpret_cast<DWORD64>(frame), &module))
+        return false;
+    return _strnicmp(module.ImageName, windows, folder) == 0 && module.ImageName[folder] == '\\';
+}
+
 FrameSite SiteOf(const void* frame) {
     const auto cached = SiteCache.find(frame);
     if (cached != SiteCache.end()) return cached->second;
     FrameSite site{false, {nullptr, 0}};
     const char* file;
     uint32_t line;
-    if (SourceLineOf(const_cast<void*>(frame), file, line) && !InSkipList(file)) {
+    if (!InSystemModule(frame) && SourceLineOf(const_cast<void*>(frame), file, line) && !InSkipList(file)) {
         // The pool form: the last 31 characters, and a leading "*" that marks
         // a name that may have been cut.
         char name[kNameRoom] = {};
@@ -163,7 +182,7 @@ void EnableCallStackAndAllocationInstrumentation(int callStacks, int allocationM
     if (active) {
         SplitSkipList(skipList && *skipList ? skipList : DefaultSkipList);
         SiteCache.clear();  // what a frame decides depends on the skip list
-        InitializeSymbols();
+        InitializeSymbols(true);
     }
     const bool ready = Instrumentation.symbolsReady;
     Instrumentation.callStackLogging = active && ready && callStacks;

@@ -20,6 +20,7 @@ constexpr size_t kTextLimit = 9794;
 constexpr DWORD kSymbolOptions = SYMOPT_UNDNAME | SYMOPT_DEFERRED_LOADS | SYMOPT_LOAD_LINES;  // 0x16
 
 char StackText[kTextRoom];
+bool Announced = false;  // "Callstack instrumentation has been enabled" written since the handler started
 
 // SYMBOL_INFO with room for a 1024-character name.
 union SymbolBuffer {
@@ -39,8 +40,15 @@ const char* BaseName(const char* path) {
 
 }  // namespace
 
-bool InitializeSymbols() {
-    if (Instrumentation.symbolsReady) return true;
+bool InitializeSymbols(bool announce) {
+    if (Instrumentation.symbolsReady) {
+        if (announce && !Announced) {
+            Announced = true;
+            DbgLogWrite("Callstack instrumentation has been enabled (PID %d) in %s process\n",
+                        int(GetCurrentProcessId()), "x64");
+        }
+        return true;
+    }
     if (!Symbols.Bind()) {
         DbgLogWrite("ERROR InitCallStackInstrumentation SymInitialize() has failed\n");
         return false;
@@ -58,15 +66,14 @@ bool InitializeSymbols() {
     }
     if (!CaptureStack) return false;
     Instrumentation.symbolsReady = true;
-    DbgLogWrite("Callstack instrumentation has been enabled (PID %d) in %s process\n", int(GetCurrentProcessId()),
-                "x64");
-    return true;
+    return InitializeSymbols(announce);
 }
 
 void CleanupSymbols() {
     if (SymbolProcess && Symbols.cleanup) Symbols.cleanup(SymbolProcess);
     SymbolProcess = nullptr;
     Instrumentation.symbolsReady = false;
+    Announced = false;
 }
 
 static bool LineOf(DWORD64 address, IMAGEHLP_LINE64& info, DWORD& displacement) {
@@ -84,35 +91,38 @@ bool SourceLineOf(void* address, const char*& file, uint32_t& line) {
     return true;
 }
 
+void FormatFrame(const void* frame, char* line, size_t room) {
+    const DWORD64 address = reinterpret_cast<DWORD64>(frame);
+    Symbol.info.SizeOfStruct = sizeof(SYMBOL_INFO);
+    Symbol.info.MaxNameLen = 1024;
+    DWORD64 symbolDisplacement = 0;
+    IMAGEHLP_MODULE64 module{};
+    module.SizeOfStruct = sizeof module;
+    IMAGEHLP_LINE64 source;
+    DWORD lineDisplacement = 0;
+    if (Symbols.fromAddr(SymbolProcess, address, &symbolDisplacement, &Symbol.info) &&
+        Symbols.moduleInfo(SymbolProcess, address, &module)) {
+        const char* moduleName = BaseName(module.ImageName);
+        if (LineOf(CallSiteOf(frame), source, lineDisplacement))
+            snprintf(line, room, "(%s) %s(0x%llx) - %s Line %lu + Offset 0x%0x\n", moduleName, Symbol.info.Name,
+                     static_cast<unsigned long long>(Symbol.info.Address), source.FileName,
+                     static_cast<unsigned long>(source.LineNumber), unsigned(lineDisplacement));
+        else
+            snprintf(line, room, "(%s) %s(0x%llx)\n", moduleName, Symbol.info.Name,
+                     static_cast<unsigned long long>(Symbol.info.Address));
+    } else {
+        snprintf(line, room, "(0x%llx) Unable to determine address info\n", static_cast<unsigned long long>(address));
+    }
+}
+
 const char* FormatStackText(void* const* frames, uint32_t count) {
     if (!Instrumentation.callStackLogging) return StackText;
     EnterCriticalSection(&CallStackLock);
     StackText[0] = 0;
     size_t used = 0;
     for (uint32_t i = 0; i < count; ++i) {
-        const DWORD64 address = reinterpret_cast<DWORD64>(frames[i]);
         char line[200];
-        Symbol.info.SizeOfStruct = sizeof(SYMBOL_INFO);
-        Symbol.info.MaxNameLen = 1024;
-        DWORD64 symbolDisplacement = 0;
-        IMAGEHLP_MODULE64 module{};
-        module.SizeOfStruct = sizeof module;
-        IMAGEHLP_LINE64 source;
-        DWORD lineDisplacement = 0;
-        if (Symbols.fromAddr(SymbolProcess, address, &symbolDisplacement, &Symbol.info) &&
-            Symbols.moduleInfo(SymbolProcess, address, &module)) {
-            const char* moduleName = BaseName(module.ImageName);
-            if (LineOf(CallSiteOf(frames[i]), source, lineDisplacement))
-                snprintf(line, sizeof line, "(%s) %s(0x%llx) - %s Line %lu + Offset 0x%0x\n", moduleName,
-                         Symbol.info.Name, static_cast<unsigned long long>(Symbol.info.Address), source.FileName,
-                         static_cast<unsigned long>(source.LineNumber), unsigned(lineDisplacement));
-            else
-                snprintf(line, sizeof line, "(%s) %s(0x%llx)\n", moduleName, Symbol.info.Name,
-                         static_cast<unsigned long long>(Symbol.info.Address));
-        } else {
-            snprintf(line, sizeof line, "(0x%llx) Unable to determine address info\n",
-                     static_cast<unsigned long long>(address));
-        }
+        FormatFrame(frames[i], line, sizeof line);
         if (used > kTextLimit) {
             memcpy(StackText + used, "...\n", 5);
             break;

@@ -13,7 +13,9 @@ extern SymbolApi Symbols;
 extern HANDLE SymbolProcess;
 
 // SymInitialize for this process once (under CallStackLock); true when ready.
-bool InitializeSymbols();
+// announce: write "Callstack instrumentation has been enabled" (once), as
+// switching instrumentation on does; a stack formatted on request stays quiet.
+bool InitializeSymbols(bool announce);
 // SymCleanup when InitializeSymbols succeeded.
 void CleanupSymbols();
 
@@ -24,5 +26,9 @@ bool SourceLineOf(void* address, const char*& file, uint32_t& line);
 // frame with module, symbol, file and line. Untouched when call-stack logging
 // is off, empty for count < 1.
 const char* FormatStackText(void* const* frames, uint32_t count);
+
+// One frame's line of the stack text, cut to room (under CallStackLock, with
+// the symbol handler ready).
+void FormatFrame(const void* frame, char* line, size_t room);
 
 }  // namespace kv

@@ -44,10 +44,11 @@ public:
     }
 
     // All clamps compare the stored value as a signed 32-bit number.
-    uint32_t Clamped(SettingId id, SettingOrigin* origins, int32_t whenAbsent, int32_t low,
-                     int32_t high) const {
+    uint32_t Clamped(SettingId id, SettingOrigin* origins, int32_t whenAbsent) const {
         uint32_t v;
         int32_t value = Query(id, origins, v) ? int32_t(v) : whenAbsent;
+        int32_t low = 0, high = 0;
+        SettingRange(id, low, high);
         if (value < low) value = low;
         if (value > high) value = high;
         return uint32_t(value);
@@ -57,9 +58,30 @@ private:
     HKEY key_ = nullptr;
 };
 
+struct Range {
+    SettingId id;
+    int32_t low, high;
+};
+const Range kRanges[] = {
+    {SettingId::Padding, 0, 1024},          {SettingId::HeapCheckRate, 1, 60},
+    {SettingId::StackTraceSize, 1, 40},     {SettingId::MemoryBufferSize, 0, 512},
+    {SettingId::HeapCheckInterval, 5, 300}, {SettingId::DebugLogSize, 1, 10240},
+    {SettingId::DebugLogHistoryFiles, 0, 10}, {SettingId::Mode16StackDepth, 1, 32},
+};
+
 }  // namespace
 
 const char* SettingName(SettingId id) { return kSettingNames[int(id)]; }
+
+bool SettingRange(SettingId id, int32_t& low, int32_t& high) {
+    for (const Range& r : kRanges)
+        if (r.id == id) {
+            low = r.low;
+            high = r.high;
+            return true;
+        }
+    return false;
+}
 
 void ReadSettingsFor(const char* exeBaseName, uint32_t debugMode, DebugHelpSettings& s,
                      SettingOrigin* origins) {
@@ -73,14 +95,14 @@ void ReadSettingsFor(const char* exeBaseName, uint32_t debugMode, DebugHelpSetti
     s.allocFromPage = key.Flag(SettingId::AllocFromPage, origins, false);
     s.logMemSafeCopy = key.Flag(SettingId::LogMemSafeCopy, origins, true);
     s.truncateMemSafeCopy = key.Flag(SettingId::TruncateMemSafeCopy, origins, false);
-    s.padding = key.Clamped(SettingId::Padding, origins, 0, 0, 1024);
-    s.heapCheckRate = key.Clamped(SettingId::HeapCheckRate, origins, 5, 1, 60);
-    s.stackTraceSize = key.Clamped(SettingId::StackTraceSize, origins, 8, 1, 40);
-    s.memoryBufferSize = key.Clamped(SettingId::MemoryBufferSize, origins, 16, 0, 512);
-    s.heapCheckInterval = key.Clamped(SettingId::HeapCheckInterval, origins, 50, 5, 300);
+    s.padding = key.Clamped(SettingId::Padding, origins, 0);
+    s.heapCheckRate = key.Clamped(SettingId::HeapCheckRate, origins, 5);
+    s.stackTraceSize = key.Clamped(SettingId::StackTraceSize, origins, 8);
+    s.memoryBufferSize = key.Clamped(SettingId::MemoryBufferSize, origins, 16);
+    s.heapCheckInterval = key.Clamped(SettingId::HeapCheckInterval, origins, 50);
     s.logErrors = key.Flag(SettingId::LogErrors, origins, true);
-    s.debugLogSize = key.Clamped(SettingId::DebugLogSize, origins, 4096, 1, 10240) * 1024;
-    s.debugLogHistoryFiles = int16_t(key.Clamped(SettingId::DebugLogHistoryFiles, origins, 1, 0, 10));
+    s.debugLogSize = key.Clamped(SettingId::DebugLogSize, origins, 4096) * 1024;
+    s.debugLogHistoryFiles = int16_t(key.Clamped(SettingId::DebugLogHistoryFiles, origins, 1));
 
     SYSTEM_INFO info;
     GetSystemInfo(&info);
@@ -92,7 +114,7 @@ void ReadSettingsFor(const char* exeBaseName, uint32_t debugMode, DebugHelpSetti
         uint32_t v;
         s.mode16LowLimit = key.Query(SettingId::Mode16LowLimit, origins, v) ? v : 0;
         s.mode16HighLimit = key.Query(SettingId::Mode16HighLimit, origins, v) ? v : 0xFFFFFFFFu;
-        s.mode16StackDepth = key.Clamped(SettingId::Mode16StackDepth, origins, 16, 1, 32);
+        s.mode16StackDepth = key.Clamped(SettingId::Mode16StackDepth, origins, 16);
     } else {
         s.memoryBufferSize = (s.memoryBufferSize + 3) & ~3u;
     }

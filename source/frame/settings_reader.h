@@ -28,6 +28,10 @@ void ReadSettingsFor(const char* exeBaseName, uint32_t debugMode, DebugHelpSetti
 
 const char* SettingName(SettingId id);
 
+// The range a setting is clamped to (DebugLogSize in KB); false for switches
+// and the unclamped Mode16 limits.
+bool SettingRange(SettingId id, int32_t& low, int32_t& high);
+
 // The effective value of one setting as a signed number, for reports.
 int64_t SettingValue(const DebugHelpSettings& settings, SettingId id);
 

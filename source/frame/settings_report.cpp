@@ -25,3 +25,16 @@ extern "C" int DbgHlpDescribeSettings(const char* exeName, DbgHlpSettingInfo* ro
     }
     return count;
 }
+
+extern "C" int DbgHlpGetSettingRange(const char* name, int32_t* low, int32_t* high) {
+    if (!name) return -1;
+    for (int i = 0; i < int(SettingId::Count); ++i) {
+        if (strcmp(SettingName(SettingId(i)), name) != 0) continue;
+        int32_t l = 0, h = 0;
+        if (!SettingRange(SettingId(i), l, h)) return 0;
+        if (low) *low = l;
+        if (high) *high = h;
+        return 1;
+    }
+    return -1;
+}

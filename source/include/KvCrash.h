@@ -35,8 +35,12 @@ KVDH_C_API void GenerateMiniDump(EXCEPTION_POINTERS* exceptionPointers);
 // Constructing one records the raising process, thread, file and line, the
 // error code and text, a private deep copy of the exception that caused it and
 // the call stack, then writes all of it to the debug log (the first exception
-// of a chain with a "Dump to follow" banner and a raw stack dump) and a notice
-// to the system log. Copies and assignments log nothing.
+// of a chain with a "Dump to follow" banner and a raw stack dump; the symbolic
+// stack only while call-stack logging is on, see
+// EnableCallStackAndAllocationInstrumentation) and a notice to the system log.
+// Nothing reaches the debug log before the product INI file is validated.
+// Copies and assignments log nothing. KvExceptionGetStackText (below) gives
+// the stack as named text at any time.
 class KVDH_API KvException {
 public:
     static const int kCallStackSize = 40;
@@ -74,6 +78,13 @@ private:
     uint32_t callStackCount;
     uint64_t callStack[kCallStackSize];
 };
+
+// The call stack captured when the exception was constructed, as named text
+// (DbgHlpFormatCallStack: one line a frame, whether or not call-stack logging
+// is on). A copy names its first 20 frames. Returns the length, -1 (text null,
+// size 0, or too small: the whole lines that fit are written) or -2 (null
+// exception, no symbol handler).
+extern "C" KVDH_API int KvExceptionGetStackText(const KvException* exception, char* text, uint32_t size);
 
 // One minidump write. The derived classes decide how much memory goes in (dump
 // type flags) and filter what the minidump service offers (Callback).

@@ -61,3 +61,7 @@ typedef struct DbgHlpSettingInfo {
 // Fills at most capacity rows and returns the number of settings, or -1 for a
 // null row pointer with a non-zero capacity.
 KVDH_C_API int DbgHlpDescribeSettings(const char* exeName, DbgHlpSettingInfo* rows, int capacity);
+// The range a setting's registry value is clamped to at attach (DebugLogSize
+// in KB): 1 with *low and *high set (either may be null), 0 for a switch or an
+// unclamped value, -1 for a null or unknown name.
+KVDH_C_API int DbgHlpGetSettingRange(const char* name, int32_t* low, int32_t* high);

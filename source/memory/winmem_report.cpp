@@ -5,6 +5,7 @@
 
 #include "KvLogging.h"
 #include "crash/callstack_caller.h"
+#include "crash/stack_modules.h"
 #include "memory/winmem_report.h"
 #include "memory/winmem_state.h"
 
@@ -21,6 +22,9 @@ void DumpCallerStack() {
         snprintf(line + used, sizeof line - used, "\n");
         DbgLogWrite("%s", line);
     }
+    uint64_t addresses[40];
+    for (uint16_t i = 0; i < n; ++i) addresses[i] = reinterpret_cast<uint64_t>(frames[i]);
+    LogStackModules(addresses, n);
 }
 
 uint32_t FormatHexLine(const unsigned char* bytes, uint32_t count, char* line) {
@@ -59,19 +63,32 @@ void DumpMemoryAtPointer(const void* pointer) {
     }
 }
 
+// The 64-bit return addresses that the stack slots hold as 32-bit word pairs.
+void LogElementStackModules(DbgMemElement* e) {
+    const uint32_t* slots = StackSlots(e);
+    uint64_t addresses[20];
+    uint32_t count = 0;
+    for (uint32_t i = 0; i + 1 < Layout.stackWords && count < 20; i += 2)
+        addresses[count++] = slots[i] | (uint64_t(slots[i + 1]) << 32);
+    LogStackModules(addresses, count);
+}
+
+// "Memory Element - " and what follows it make one line: each DbgLogWrite is a
+// line of its own, and a line holding only the prefix reads as an empty report.
 void ReportElement(DbgMemElement* e) {
-    DbgLogWrite("Memory Element - ");
     switch (e ? e->magic : 0) {
         case kElementMagic:
-            DbgLogWrite("Size: %lu\tFree: %d\n", static_cast<unsigned long>(e->size), int(e->flags & kFlagFreed));
+            DbgLogWrite("Memory Element - Size: %lu\tFree: %d\n", static_cast<unsigned long>(e->size),
+                        int(e->flags & kFlagFreed));
             DbgLogWrite("Allocation stack trace:\n");
             dbgMemDumpStackTrace(e, 1, DbgLogWrite);
+            LogElementStackModules(e);
             dbgMemDumpMemory(e, DbgLogWrite);
             break;
-        case kHeadMagic: DbgLogWrite("Head of Debug Heap\n"); break;
+        case kHeadMagic: DbgLogWrite("Memory Element - Head of Debug Heap\n"); break;
         case kTailMagic:
-        case kInstrumentedTrailer: DbgLogWrite("Tail of Debug Heap\n"); break;
-        default: DbgLogWrite("Invalid or Unknown Memory\n"); break;
+        case kInstrumentedTrailer: DbgLogWrite("Memory Element - Tail of Debug Heap\n"); break;
+        default: DbgLogWrite("Memory Element - Invalid or Unknown Memory\n"); break;
     }
 }
 

@@ -1,6 +1,7 @@
 // KvException's object model: chain copies, ownership, copy, assignment. (A host
 // throwing one and catching it by reference runs in symbols_scenarios.cpp.)
 #include <gtest/gtest.h>
+#include <string.h>
 
 #include "KvDebugHelp.h"
 
@@ -78,4 +79,28 @@ TEST(KvException, AssignmentFromItsOwnChain) {
         }
         EXPECT_EQ(before, KvExceptionGetLiveCount()) << twoAtOnce;
     }
+}
+
+__declspec(noinline) static KvException RaiseInRecipeLoader() {
+    return KvException(5, "named stack", nullptr, "r.cpp", 5);
+}
+
+// The stack as named text with call-stack logging off (the test program never
+// switches it on); a buffer too small for all keeps whole lines.
+TEST(KvException, StackTextNamesTheRaisingFunctionWithoutCallStackLogging) {
+    ASSERT_FALSE(IsInstrumentationEnabled());
+    const KvException raised = RaiseInRecipeLoader();
+    char text[8000];
+    const int length = KvExceptionGetStackText(&raised, text, sizeof text);
+    ASSERT_GT(length, 0) << text;
+    EXPECT_EQ(size_t(length), strlen(text));
+    const std::string first(text, strchr(text, '\n'));
+    EXPECT_NE(std::string::npos, first.find("RaiseInRecipeLoader")) << text;
+    EXPECT_NE(std::string::npos, first.find("kv_exception_test.cpp Line ")) << text;
+
+    char small[120];
+    EXPECT_EQ(-1, KvExceptionGetStackText(&raised, small, sizeof small));
+    EXPECT_EQ(0, strncmp(text, small, strlen(small)));
+    EXPECT_TRUE(!*small || small[strlen(small) - 1] == '\n') << small;
+    EXPECT_EQ(-2, KvExceptionGetStackText(nullptr, text, sizeof text));
 }

@@ -20,7 +20,10 @@
 namespace {
 
 const char kChildFlag[] = "--crash-child";
+// A full-memory dump written in-process under Wine takes a minute or more
+// (DbgHelp first loads every module's symbols); a light one seconds.
 const DWORD kChildTimeoutMs = 60000;
+const DWORD kHeavyChildTimeoutMs = 300000;
 
 LONG WINAPI DumpingFilter(EXCEPTION_POINTERS* pointers) {
     GenerateMiniDump(pointers);
@@ -51,7 +54,8 @@ uint64_t FileSize(const std::string& path) {
 void PrintNewLines(const char* title, const std::string& path, uint64_t offset) {
     FILE* file = fopen(path.c_str(), "rb");
     if (!file) {
-        printf("%s (%s), new lines:\n    (none: the file was not written)\n", title, path.c_str());
+        printf("%s (%s): no new lines%s\n", title, path.c_str(),
+               strcmp(title, "System log") ? "" : " (a dump written as configured adds none)");
         return;
     }
     _fseeki64(file, static_cast<long long>(offset), SEEK_SET);
@@ -63,13 +67,13 @@ void PrintNewLines(const char* title, const std::string& path, uint64_t offset) 
         kvdiag::PrintLine(line, "    ");
         any = true;
     }
-    if (!any) printf("    (none)\n");
+    if (!any) printf("    (none%s)\n", strcmp(title, "System log") ? "" : ": a dump written as configured adds none");
     fclose(file);
 }
 
 // Runs this program as the crashing child; returns its exit code (or
 // STILL_ACTIVE when it had to be ended after the timeout).
-DWORD RunChild(const char* ini) {
+DWORD RunChild(const char* ini, DWORD timeoutMs) {
     std::string commandLine = "\"" + kv::platform::ModulePath(nullptr) + "\" crashtest " + kChildFlag;
     if (ini) commandLine += std::string(" --ini \"") + ini + "\"";
     STARTUPINFOA startup{};
@@ -82,9 +86,9 @@ DWORD RunChild(const char* ini) {
     const kv::platform::KernelHandle child(process.hProcess), thread(process.hThread);
     printf("Child process %lu started; it crashes with an access violation\n", process.dwProcessId);
     DWORD code = STILL_ACTIVE;
-    if (WaitForSingleObject(process.hProcess, kChildTimeoutMs) == WAIT_TIMEOUT) {
+    if (WaitForSingleObject(process.hProcess, timeoutMs) == WAIT_TIMEOUT) {
         printf("Child still running after %lu s (HangProcessIfDumpFailed keeps it for a debugger): ended now\n",
-               kChildTimeoutMs / 1000);
+               timeoutMs / 1000);
         TerminateProcess(process.hProcess, 1);
         WaitForSingleObject(process.hProcess, 5000);
     } else {
@@ -155,7 +159,8 @@ KVDIAG_COMMAND(crashtest, "[light|heavy|exception]",
     const uint64_t syslogBefore = FileSize(syslogPath);
     printf("Crash test with [Debug]MiniDumpType=%d\n",
            GetPrivateProfileIntA("Debug", "MiniDumpType", 3, scratchIni.c_str()));
-    const DWORD exitCode = RunChild(scratchIni.c_str());
+    const bool heavy = GetPrivateProfileIntA("Debug", "MiniDumpType", 3, scratchIni.c_str()) == 3;
+    const DWORD exitCode = RunChild(scratchIni.c_str(), heavy ? kHeavyChildTimeoutMs : kChildTimeoutMs);
     printf("Child ended with 0x%08lx\n", exitCode);
 
     kvdiag::MappedDump dump(dumpPath);

@@ -45,6 +45,7 @@ void PrintLogFrom(const std::string& path, long offset) {
 // for leaks (debug mode 2) and writes the memory report.
 int LeakAndExit(const char* ini) {
     if (!kvdiag::ValidateProductIni(ini).valid) return 1;
+    DbgHlpSetCmdLine(GetCommandLineA());  // the memory report names the process by it
     EnableCallStackAndAllocationInstrumentation(0, 1, const_cast<char*>(""), 1);
     for (int i = 0; i < 3; ++i) osMemAllocDbg(64, OSMEM_ZERO, "pump_table.cpp", 120);
     osMemAllocDbg(200, OSMEM_ZERO, "recipe_cache.cpp", 77);
@@ -91,7 +92,7 @@ KVDIAG_COMMAND(heapcheck, "",
 
     DbgHlpSetDebugMode(DBGHLP_MODE_CHECK_ALL_ALWAYS);
     char* block = static_cast<char*>(osMemAlloc(24, OSMEM_ZERO));
-    if (!block) return 2;
+    if (!block) return 1;
     printf("Guarded block of 24 bytes at %p; writing 25 bytes into it.\n", static_cast<void*>(block));
     memcpy(block, "Pump 7 flow rate: 42 l/s!", 25);
     DbgMemElement* element = dbgMemFirstHdr();

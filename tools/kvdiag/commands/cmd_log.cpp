@@ -62,7 +62,19 @@ struct Arrival {
 
 // Counts the lines of a file from offset on whose message is text, or its
 // start when the library cut a long line. Files come newest first.
-void CountLines(const std::string& path, uint64_t offset, const std::string& text, Arrival& arrival) {
+// A numbered line's message without its " (n/COUNT)".
+std::string Unnumbered(const std::string& message, int count) {
+    const std::string end = "/" + std::to_string(count) + ")";
+    const size_t open = message.rfind(" (");
+    if (!count || open == std::string::npos || message.size() < end.size() ||
+        message.compare(message.size() - end.size(), end.size(), end) != 0)
+        return message;
+    for (size_t i = open + 2; i < message.size() - end.size(); ++i)
+        if (message[i] < '0' || message[i] > '9') return message;
+    return message.substr(0, open);
+}
+
+void CountLines(const std::string& path, uint64_t offset, const std::string& text, int numbered, Arrival& arrival) {
     std::ifstream file(path, std::ios::binary);
     if (!file || !file.seekg(static_cast<std::streamoff>(offset))) return;
     bool any = false, ours = false;
@@ -71,7 +83,7 @@ void CountLines(const std::string& path, uint64_t offset, const std::string& tex
         // "YYYY-MM-DD HH:MM:SS.mmm<tab>+HH:MM " before the message
         const size_t tab = line.find('\t');
         if (tab == std::string::npos || line.size() < tab + 8) continue;
-        const std::string message = line.substr(tab + 8);
+        const std::string message = Unnumbered(line.substr(tab + 8), numbered);
         ours = message == text || (!message.empty() && message.size() < text.size() && line.size() >= 1000 &&
                                    text.compare(0, message.size(), message) == 0);
         arrival.found += ours;
@@ -88,24 +100,39 @@ void CountLines(const std::string& path, uint64_t offset, const std::string& tex
 // counted in the files: in the live log past where it stood, and, when it
 // rolled meanwhile, in the history files written since (the file that was
 // live past the same point).
-Arrival LinesArrived(const std::vector<std::string>& chain, const FileMark& before, const std::string& text) {
+Arrival LinesArrived(const std::vector<std::string>& chain, const FileMark& before, const std::string& text,
+                     int numbered) {
     Arrival arrival;
     for (size_t i = 0; i < chain.size(); ++i) {  // the live log, then its history files newest first
         const FileMark now = MarkOf(chain[i]);
         if (!now.index) continue;
-        if (now.index == before.index) CountLines(chain[i], before.size, text, arrival);
-        else if (CompareFileTime(&now.written, &before.written) >= 0) CountLines(chain[i], 0, text, arrival);
+        if (now.index == before.index) CountLines(chain[i], before.size, text, numbered, arrival);
+        else if (CompareFileTime(&now.written, &before.written) >= 0) CountLines(chain[i], 0, text, numbered, arrival);
     }
     return arrival;
+}
+
+// The message as the log holds it: the library reads a written line as a
+// format once more, so "%%" arrives as "%".
+std::string AsWritten(const std::string& text) {
+    std::string out;
+    for (size_t i = 0; i < text.size(); ++i) {
+        out += text[i];
+        if (text[i] == '%' && i + 1 < text.size() && text[i + 1] == '%') ++i;
+    }
+    return out;
 }
 
 }  // namespace
 
 KVDIAG_COMMAND(log, "COMPONENT TEXT", "write TEXT (COUNT times) to COMPONENT's debug log",
-               {"-r", "COUNT", "write the line COUNT times"}, kvdiag::kIniOption) {
+               {"-r", "COUNT", "write the line COUNT times"},
+               {"--numbered", nullptr, "with -r: end each line with \" (n/COUNT)\""}, kvdiag::kIniOption) {
     const char* ini = kvdiag::TakeIniOption(argc, argv);
-    if (argc != 2 && !(argc == 4 && !strcmp(argv[2], "-r"))) return kvdiag::UsageError();
-    const int count = argc == 4 ? atoi(argv[3]) : 1;
+    const bool numbered = argc == 5 && !strcmp(argv[4], "--numbered");
+    if (argc != 2 && !(argc == 4 && !strcmp(argv[2], "-r")) && !(numbered && !strcmp(argv[2], "-r")))
+        return kvdiag::UsageError();
+    const int count = argc >= 4 ? atoi(argv[3]) : 1;
     if (count < 1) return kvdiag::UsageError("-r needs a positive count");
     if (!kvdiag::CheckComponentName(argv[0])) return 2;
     const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
@@ -122,8 +149,12 @@ KVDIAG_COMMAND(log, "COMPONENT TEXT", "write TEXT (COUNT times) to COMPONENT's d
     const std::vector<std::string> chain = kvdiag::DebugLogChain(argv[0]);
     FileMark before = MarkOf(path);
     if (!before.index) before.written = SecondsAgo(2);  // a log made now: every file written since counts
-    for (int i = 0; i < count; ++i) DbgLogWrite("%s", argv[1]);
-    const Arrival arrival = chain.empty() ? Arrival{} : LinesArrived(chain, before, argv[1]);
+    for (int i = 0; i < count; ++i) {
+        if (numbered) DbgLogWrite("%s (%d/%d)", argv[1], i + 1, count);
+        else DbgLogWrite("%s", argv[1]);
+    }
+    const Arrival arrival =
+        chain.empty() ? Arrival{} : LinesArrived(chain, before, AsWritten(argv[1]), numbered ? count : 0);
     // Fewer found is still all written when the log rolled its oldest ones
     // away: the last line is one of them and the library noted no loss.
     if (arrival.found < count && !(arrival.found > 0 && arrival.lastIsOurs && !arrival.dropNoted)) {

@@ -11,8 +11,14 @@
 KVDIAG_COMMAND(mail, "RECIPIENT FILE [NOTE]",
                "hand a crash report with FILE attached to the mail client (RECIPIENT \"\": the support mailbox)") {
     if (argc < 2 || argc > 3) return kvdiag::UsageError();
-    if (GetFileAttributesA(argv[1]) == INVALID_FILE_ATTRIBUTES)
-        printf("Note: %s does not exist; the mail client may refuse the attachment.\n", argv[1]);
+    // A mail client may take a missing attachment and send the mail without
+    // it; support would then get a report without the file it is about.
+    const DWORD attributes = GetFileAttributesA(argv[1]);
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY)) {
+        fprintf(stderr, "kvdiag: %s %s; no mail sent\n", argv[1],
+                attributes == INVALID_FILE_ATTRIBUTES ? "does not exist" : "is a folder, not a file");
+        return 1;
+    }
     char computer[MAX_COMPUTERNAME_LENGTH + 1] = {};
     DWORD size = sizeof computer;
     GetComputerNameA(computer, &size);
@@ -21,7 +27,7 @@ KVDIAG_COMMAND(mail, "RECIPIENT FILE [NOTE]",
     const int result = KvSendCrashHandlerMail(argv[0], note.c_str(), argv[1]);
     switch (result) {
     case 0: printf("The mail client accepted the crash report.\n"); return 0;
-    case 2: printf("No mail: MAPI is switched off or no mail client is installed (MAPI error 2).\n"); return 1;
-    default: printf("The mail client answered MAPI error %d.\n", result); return 1;
+    case 2: fprintf(stderr, "kvdiag: no mail: MAPI is switched off or no mail client is installed (MAPI error 2)\n"); return 1;
+    default: fprintf(stderr, "kvdiag: the mail client answered MAPI error %d\n", result); return 1;
     }
 }

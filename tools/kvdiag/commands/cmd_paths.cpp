@@ -40,7 +40,9 @@ KVDIAG_COMMAND(paths, "", "the product INI file, its validation and every produc
     printf("Root registry key       HKEY_LOCAL_MACHINE\\%s (32-bit view)\n", rootKey);
     uint32_t size = sizeof text;
     const int32_t found = RegistryReadValueAsString(HKEY_LOCAL_MACHINE, rootKey, "DefaultINIPath", text, &size);
-    printf("DefaultINIPath          %s\n", found == RegAccessSuccess ? kvdiag::ShownLine(text).c_str() : "(not set)");
+    printf("DefaultINIPath          %s\n", found == RegAccessSuccess
+                                                ? kvdiag::ShownLine(text).c_str()
+                                                : "(not set: kvdiag init --register --ini PATH sets it)");
 
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
     printf("INI file                %s%s\n", ini.path.empty() ? "(none)" : kvdiag::ShownLine(ini.path).c_str(),

@@ -67,6 +67,14 @@ int SetSetting(const char* exe, const char* name, const char* text) {
         fprintf(stderr, "kvdiag: '%s' is not a 32-bit number\n", text);
         return 2;
     }
+    // A value out of range would be stored and then clamped at attach: the
+    // engineer would believe in a setting no process gets.
+    int32_t low = 0, high = 0;
+    if (DbgHlpGetSettingRange(name, &low, &high) == 1 && (value < low || value > high)) {
+        fprintf(stderr, "kvdiag: %s must lie in %ld..%ld%s; %lld was not set\n", name, long(low), long(high),
+                strcmp(name, "DebugLogSize") ? "" : " (KB)", value);
+        return 2;
+    }
     char path[300];
     snprintf(path, sizeof path, "Software\\Korvan\\KvDebugHelp\\%s", exe);
     HKEY key;

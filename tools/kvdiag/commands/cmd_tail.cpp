@@ -59,7 +59,8 @@ bool ParseOptions(std::vector<std::string> args, TailOptions& options) {
         }
     }
     if (options.all && !options.components.empty()) return false;
-    if (options.components.empty() && !options.all) options.components.push_back("");
+    // No log named: every log of the folder ("debug.log" names the one without a component).
+    if (options.components.empty()) options.all = true;
     return true;
 }
 
@@ -175,7 +176,8 @@ private:
 
 }  // namespace
 
-KVDIAG_COMMAND(tail, "[COMPONENT...|--all]", "last lines of debug logs and their history files; -f follows them across rolls",
+KVDIAG_COMMAND(tail, "[COMPONENT...|--all]", "last lines of debug logs (every log without COMPONENT; debug.log names the one without a "
+               "component) and their history files; -f follows them across rolls",
                {"--all", nullptr, "every debug log in the log folder"}, kvdiag::kLineCountOption,
                {"-f", nullptr, "follow the logs as they grow and roll, merged by time (Ctrl+C ends)"},
                {"--for", "SECONDS", "with -f: end after SECONDS"},
@@ -190,6 +192,15 @@ KVDIAG_COMMAND(tail, "[COMPONENT...|--all]", "last lines of debug logs and their
     }
     Tail tail(options);
     if (options.all) options.components = kvdiag::DebugLogComponents();
+    if (options.all && options.components.empty() && !options.follow) {
+        std::string folder;
+        if (!kvdiag::LogFolder(folder)) {
+            fprintf(stderr, "kvdiag: the product INI file names no log folder\n");
+            return 1;
+        }
+        fprintf(stderr, "kvdiag: no debug log in %s (no program has logged yet)\n", folder.c_str());
+        return 1;
+    }
     for (const auto& component : options.components) {
         if (!kvdiag::CheckComponentName(component)) return 2;
         if (tail.Add(component)) continue;
@@ -217,6 +228,7 @@ KVDIAG_COMMAND(tail, "[COMPONENT...|--all]", "last lines of debug logs and their
                 rc = 1;
                 continue;
             }
+            if (&component != &options.components.front()) printf("\n");
             printf("== %s\n", chain[0].c_str());
             for (const auto& line : lines) kvdiag::PrintLine(line);
             PrintHistory(chain);

@@ -26,7 +26,10 @@ IniStatus ValidateProductIni(const char* iniOption) {
     if (valid) {
         status.valid = true;
     } else if (status.path.empty()) {
-        status.reason = "no DefaultINIPath in the registry (and no --ini PATH given)";
+        char rootKey[MAX_PATH] = "";
+        GetRootRegistryKeyPath(rootKey, sizeof rootKey);
+        status.reason = std::string("no DefaultINIPath in HKEY_LOCAL_MACHINE\\") + rootKey +
+                        " (32-bit view) and no --ini PATH given; kvdiag init --register --ini PATH sets it";
     } else if (error == ERROR_WRITE_PROTECT) {
         status.valid = ValidateKorvanIniFileEx(1) == 1;
         status.readOnly = true;

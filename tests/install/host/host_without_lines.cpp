@@ -1,0 +1,1 @@
+#include "installed_host.cpp"
