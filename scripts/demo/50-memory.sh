@@ -12,5 +12,5 @@ echo "== kvdiag memreport <scratch>\\Logs\\debug.log (its last memory report, by
 kvdiag memreport "$scratch\\Logs\\debug.log"
 echo
 echo "== kvdiag symbolize <scratch>\\Logs\\debug.log (the guarded blocks' allocation stacks, named; excerpt)"
-kvdiag symbolize "$scratch\\Logs\\debug.log" | grep -E 'Memory error|Memory Element - Size|Allocation stack trace|Stack modules|=> '
+kvdiag symbolize "$scratch\\Logs\\debug.log" | grep -E 'Memory error|Memory Element - |Size: [0-9]|Allocation stack trace|Stack modules|=> '
 echo

@@ -69,11 +69,9 @@ extern "C" int KvSendCrashHandlerMail(const char* recipient, const char* noteTex
     GetDateTimeString(dateTime, nullptr);
     snprintf(g_subjectParts, sizeof g_subjectParts, "v%d.%d.0.%d -", kVersionMajor, kVersionMinor, kVersionBuild);
     std::string subject = std::string("Korvan32 crash details message ") + g_subjectParts;
-    // The debug log's date-time text, its tab made a blank: a mail client shows
-    // a tab in a subject as a gap or a box, and a trailing blank as nothing.
-    for (char* c = dateTime; *c; ++c)
-        if (*c == '\t') *c = ' ';
-    snprintf(g_subjectParts, sizeof g_subjectParts, " %s", dateTime);
+    // The debug log's date-time text as the log writes it (its tab included)
+    // and one blank: support desks filter crash mails on this exact subject.
+    snprintf(g_subjectParts, sizeof g_subjectParts, "%s ", dateTime);
     subject += g_subjectParts;
 
     std::string fileName;

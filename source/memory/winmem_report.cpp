@@ -73,22 +73,20 @@ void LogElementStackModules(DbgMemElement* e) {
     LogStackModules(addresses, count);
 }
 
-// "Memory Element - " and what follows it make one line: each DbgLogWrite is a
-// line of its own, and a line holding only the prefix reads as an empty report.
 void ReportElement(DbgMemElement* e) {
+    DbgLogWrite("Memory Element - ");
     switch (e ? e->magic : 0) {
         case kElementMagic:
-            DbgLogWrite("Memory Element - Size: %lu\tFree: %d\n", static_cast<unsigned long>(e->size),
-                        int(e->flags & kFlagFreed));
+            DbgLogWrite("Size: %lu\tFree: %d\n", static_cast<unsigned long>(e->size), int(e->flags & kFlagFreed));
             DbgLogWrite("Allocation stack trace:\n");
             dbgMemDumpStackTrace(e, 1, DbgLogWrite);
             LogElementStackModules(e);
             dbgMemDumpMemory(e, DbgLogWrite);
             break;
-        case kHeadMagic: DbgLogWrite("Memory Element - Head of Debug Heap\n"); break;
+        case kHeadMagic: DbgLogWrite("Head of Debug Heap\n"); break;
         case kTailMagic:
-        case kInstrumentedTrailer: DbgLogWrite("Memory Element - Tail of Debug Heap\n"); break;
-        default: DbgLogWrite("Memory Element - Invalid or Unknown Memory\n"); break;
+        case kInstrumentedTrailer: DbgLogWrite("Tail of Debug Heap\n"); break;
+        default: DbgLogWrite("Invalid or Unknown Memory\n"); break;
     }
 }
 

@@ -43,10 +43,10 @@ TEST(CrashMail, ComposesRecipientSubjectAndAttachment) {
     EXPECT_EQ("1 ops@plant.example <SMTP:ops@plant.example>", m[0].at("to"));  // MAPI_TO
     EXPECT_EQ("1", m[0].at("files"));
     EXPECT_EQ("-1 AlarmServer.dmp <" + dump + ">", m[0].at("file"));
-    // Version, then the debug log's date-time text with a blank for its tab, nothing after it.
-    const std::string subject = m[0].at("subject"), prefix = "Korvan32 crash details message v8.40.0.487 - ";
+    // Version, then the debug log's date-time text and one blank.
+    const std::string subject = m[0].at("subject"), prefix = "Korvan32 crash details message v8.40.0.487 -";
     ASSERT_EQ(0u, subject.rfind(prefix, 0)) << subject;
-    const std::regex stamp(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} [+-]\d\d:\d\d)");
+    const std::regex stamp(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\t[+-]\d\d:\d\d )");
     EXPECT_TRUE(std::regex_match(subject.substr(prefix.size()), stamp)) << subject;
 
     // Intended: an address that carries a prefix gets another one.
