@@ -16,6 +16,7 @@
 #include "handler/handler_log.h"
 #include "handler/pipe_listener.h"
 #include "handler/registration.h"
+#include "platform/error_text.h"
 #include "platform/owned_handle.h"
 
 namespace {
@@ -43,14 +44,15 @@ int NameTaken(const char* name, DWORD error) {
                                    SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr);
         if (!probe && GetLastError() == ERROR_PIPE_BUSY) WaitNamedPipeA(name, 1000);
     }
-    std::string reason = "it cannot be opened (error " + std::to_string(GetLastError()) + ")";
+    std::string reason = "it cannot be opened (" + kv::platform::ErrorText(GetLastError()) + ")";
     KernelHandle server(probe ? kv::VerifyPipeServer(probe.get(), reason) : nullptr);
     if (server) {
         printf("process %lu, the crash handler of this account, session and level, serves %s: ending\n",
                static_cast<unsigned long>(GetProcessId(server.get())), name);
         return 0;
     }
-    printf("cannot create the pipe %s (error %lu), and %s: ending\n", name, error, reason.c_str());
+    printf("cannot create the pipe %s (%s), and %s: ending\n", name, kv::platform::ErrorText(error).c_str(),
+           reason.c_str());
     return 1;
 }
 
@@ -65,7 +67,7 @@ int RunCrashHandler(int argc, char** argv) {
     }
     char name[kv::kPipeNameRoom];
     if (!kv::CrashHandlerPipeName(name)) {
-        printf("cannot read this process's account (error %lu): ending\n", GetLastError());
+        printf("cannot read this process's account (%s): ending\n", kv::platform::ErrorText(GetLastError()).c_str());
         return 1;
     }
     kvdiag::PipeListener listener(name);

@@ -13,6 +13,7 @@
 #include "handler/client_activity.h"
 #include "handler/client_checks.h"
 #include "handler/handler_log.h"
+#include "platform/error_text.h"
 
 namespace kvdiag {
 namespace {
@@ -183,7 +184,7 @@ bool ServeClient(const kv::CrashRegistration& r, const FILETIME& connected, std:
     HANDLE thread = CreateThread(nullptr, 0, Serve, c.get(), 0, nullptr);
     if (!thread) {
         InterlockedDecrement(&clients);
-        refusal = "the handler cannot start a thread for it (error " + std::to_string(GetLastError()) + ")";
+        refusal = "the handler cannot start a thread for it (" + kv::platform::ErrorText(GetLastError()) + ")";
         return false;
     }
     c.release();

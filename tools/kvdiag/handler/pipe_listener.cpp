@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "handler/handler_log.h"
+#include "platform/error_text.h"
 
 namespace kvdiag {
 namespace {
@@ -74,7 +75,7 @@ void PipeListener::HandOver(Instance& instance, ServeFn serve) {
         CloseHandle(thread);
         return;
     }
-    HandlerSay("no thread for a connection (error %lu): dropped", GetLastError());
+    HandlerSay("no thread for a connection (%s): dropped", kv::platform::ErrorText(GetLastError()).c_str());
     DisconnectNamedPipe(connection->pipe);
     CloseHandle(connection->pipe);
     InterlockedDecrement(&connections);
