@@ -10,14 +10,17 @@
 #include "KvCrashHandler.h"
 #include "KvLogging.h"
 #include "crash/crash_handler_protocol.h"
+#include "config/product_folders.h"
 #include "crash/crash_handover.h"
+#include "crash/pipe_account.h"
 #include "crash/pipe_transfer.h"
-#include "selfcheck/scoped_handle.h"
+#include "platform/owned_handle.h"
 
 namespace kv {
 namespace {
 
-using selfcheck::ScopedHandle;
+using platform::FileHandle;
+using platform::KernelHandle;
 
 constexpr DWORD kHandlerStartMs = 20000;  // a cold Wine or a loaded plant machine starts slowly
 constexpr DWORD kReplyMs = 10000;
@@ -32,10 +35,13 @@ std::atomic<bool> linked{false};
 CrashBlock TheCrashBlock;
 std::mutex registrationLock;  // registration only; the crash path never takes it
 
-// The pipe, or INVALID_HANDLE_VALUE when no handler listens.
+// The pipe, or INVALID_HANDLE_VALUE when no handler listens. Opened at
+// identification level: whoever serves the pipe may learn who this process
+// is, never act as it.
 HANDLE OpenHandlerPipe(const char* pipe) {
     for (int attempt = 0; attempt < 5; ++attempt) {
-        HANDLE h = CreateFileA(pipe, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
+        HANDLE h = CreateFileA(pipe, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                               FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr);
         if (h != INVALID_HANDLE_VALUE || GetLastError() != ERROR_PIPE_BUSY) return h;
         WaitNamedPipeA(pipe, 2000);
     }
@@ -78,8 +84,8 @@ HANDLE ConnectToHandler(const char* pipe, const char* handlerPath, std::string& 
     HANDLE connection = OpenHandlerPipe(pipe);
     if (connection != INVALID_HANDLE_VALUE) return connection;
     const std::string program = handlerPath ? handlerPath : DefaultHandlerPath();
-    ScopedHandle handler(StartHandler(program, reason));
-    if (!handler.ok()) return INVALID_HANDLE_VALUE;
+    KernelHandle handler(StartHandler(program, reason));
+    if (!handler) return INVALID_HANDLE_VALUE;
     const ULONGLONG deadline = GetTickCount64() + kHandlerStartMs;
     while (GetTickCount64() < deadline) {
         connection = OpenHandlerPipe(pipe);
@@ -96,6 +102,14 @@ HANDLE ConnectToHandler(const char* pipe, const char* handlerPath, std::string& 
     return INVALID_HANDLE_VALUE;
 }
 
+// The product log folder, created with this process's own rights when
+// missing: the handler writes only into a folder that exists.
+void MakeLogFolder() {
+    std::string folder;
+    if (ReadProductFolder(KvFolderLogs, folder) && GetFileAttributesA(folder.c_str()) == INVALID_FILE_ATTRIBUTES)
+        CreateFolderTree(folder.c_str());
+}
+
 int Register(const char* handlerPath, std::string& reason) {
     CrashRegistration registration{};
     registration.protocol = kCrashHandlerProtocol;
@@ -110,10 +124,10 @@ int Register(const char* handlerPath, std::string& reason) {
         snprintf(registration.componentName, sizeof registration.componentName, "%s",
                  FileNameGenerator::theComponentName.c_str());
     }
-    ScopedHandle request(CreateEventA(nullptr, FALSE, FALSE, nullptr));
-    ScopedHandle started(CreateEventA(nullptr, TRUE, FALSE, nullptr));
-    ScopedHandle done(CreateEventA(nullptr, TRUE, FALSE, nullptr));
-    if (!request.ok() || !started.ok() || !done.ok()) {
+    KernelHandle request(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    KernelHandle started(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    KernelHandle done(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    if (!request || !started || !done) {
         reason = "cannot create events (error " + std::to_string(GetLastError()) + ")";
         return 0;
     }
@@ -121,24 +135,32 @@ int Register(const char* handlerPath, std::string& reason) {
     registration.startedEvent = reinterpret_cast<uint64_t>(started.get());
     registration.doneEvent = reinterpret_cast<uint64_t>(done.get());
 
-    char pipe[80];
-    CrashHandlerPipeName(pipe);
-    ScopedHandle connection(ConnectToHandler(pipe, handlerPath, reason));
-    if (!connection.ok()) return 0;
+    MakeLogFolder();
+    char pipe[kPipeNameRoom];
+    if (!CrashHandlerPipeName(pipe)) {
+        reason = "this process's account cannot be read (error " + std::to_string(GetLastError()) + ")";
+        return 0;
+    }
+    FileHandle connection(ConnectToHandler(pipe, handlerPath, reason));
+    if (!connection) return 0;
+    // Nothing is sent before the server is known to be this account's handler.
+    KernelHandle handler(VerifyPipeServer(connection.get(), reason));
+    if (!handler) return 0;
     CrashRegistrationReply reply{};
     if (!PipeTransfer(connection.get(), &registration, sizeof registration, true, kReplyMs) ||
         !PipeTransfer(connection.get(), &reply, sizeof reply, false, kReplyMs)) {
         reason = "no reply on " + std::string(pipe);
         return 0;
     }
-    CloseHandle(connection.release());  // the handler's one pipe instance is free for the next process at once
+    CloseHandle(connection.release());  // the handler's pipe instance is free for the next process at once
     if (reply.protocol != kCrashHandlerProtocol || reply.handlerProcessId == 0) {
-        reason = "the handler on " + std::string(pipe) + " refused this process";
+        reply.refusal[sizeof reply.refusal - 1] = 0;
+        reason = "the handler on " + std::string(pipe) + " refused this process: " +
+                 (reply.refusal[0] ? reply.refusal : "protocol " + std::to_string(reply.protocol));
         return 0;
     }
-    ScopedHandle handler(OpenProcess(SYNCHRONIZE, FALSE, reply.handlerProcessId));
-    if (!handler.ok()) {
-        reason = "cannot open handler process " + std::to_string(reply.handlerProcessId);
+    if (reply.handlerProcessId != GetProcessId(handler.get())) {
+        reason = "the reply names process " + std::to_string(reply.handlerProcessId) + ", not the pipe's server";
         return 0;
     }
     TheLink = {request.release(), started.release(), done.release(), handler.release()};
@@ -176,6 +198,7 @@ Handover HandCrashToHandler(EXCEPTION_POINTERS* pointers) {
     if (taken == WAIT_OBJECT_0 + 1) return Handover::kHandlerGone;
     if (taken != WAIT_OBJECT_0) return Handover::kNoAnswer;
     if (WaitForMultipleObjects(2, doneOrGone, FALSE, INFINITE) != WAIT_OBJECT_0) return Handover::kHandlerGone;
+    if (TheCrashBlock.result == kCrashRefusedByHandler) return Handover::kRefused;
     if (TheCrashBlock.hang) {
         for (;;) Sleep(10000);  // keep the crashed process for a debugger
     }

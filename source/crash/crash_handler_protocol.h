@@ -1,7 +1,8 @@
 // What a client process and the crash handler (kvdiag crash-handler) exchange:
-// one registration over the session's named pipe, then, at a crash, only the
-// crash block in the client's own memory (read and written by the handler
-// with ReadProcessMemory / WriteProcessMemory) and three events.
+// one registration over the pipe of its account and session (pipe_account.h),
+// then, at a crash, only the crash block in the client's own memory (read and
+// written by the handler with ReadProcessMemory / WriteProcessMemory) and
+// three events.
 #pragma once
 
 #include <windows.h>
@@ -11,7 +12,7 @@
 
 namespace kv {
 
-constexpr DWORD kCrashHandlerProtocol = 2;
+constexpr DWORD kCrashHandlerProtocol = 3;
 
 // Lives in the client. The first crashing thread claims it; the handler
 // writes the outcome back before it signals "done".
@@ -37,7 +38,9 @@ inline const char* ComponentNameOf(const CrashBlock& copy, LONG versionAfter, co
     return whole ? copy.componentName : fallback;
 }
 
-// Client to handler. Handle values are the client's; the handler duplicates them.
+// Client to handler. Handle values are the client's: the handler duplicates
+// them out of the process on the other end of the pipe, which must be
+// processId, and serves them only when they are events.
 struct CrashRegistration {
     DWORD protocol;
     DWORD processId;
@@ -53,13 +56,12 @@ struct CrashRegistration {
 struct CrashRegistrationReply {
     DWORD protocol;
     DWORD handlerProcessId;  // 0: refused
+    char refusal[256];       // why, when refused
 };
 
-// One handler per logon session (services live in session 0 on Windows).
-inline void CrashHandlerPipeName(char (&name)[80]) {
-    DWORD session = 0;
-    ProcessIdToSessionId(GetCurrentProcessId(), &session);
-    snprintf(name, sizeof name, "\\\\.\\pipe\\KvDebugHelp.CrashHandler.%lu", static_cast<unsigned long>(session));
-}
+// The handler's answer in the crash block's result when it refuses to write
+// a dump (the client's INI file or log folder no longer passes its checks):
+// the crashed process then writes the dump itself.
+constexpr LONG kCrashRefusedByHandler = static_cast<LONG>(0xA0047E01);
 
 }  // namespace kv

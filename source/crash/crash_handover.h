@@ -11,6 +11,7 @@ enum class Handover {
     kDumped,       // the handler wrote the dump (or reported why not)
     kNoAnswer,     // the handler did not take the request in time
     kHandlerGone,  // the handler ended before the dump was written
+    kRefused,      // the handler refused to write it (its log folder no longer passes the checks)
 };
 
 // No heap, no lock, no file; a few hundred bytes of stack at most. The first

@@ -70,6 +70,7 @@ extern "C" void GenerateMiniDump(EXCEPTION_POINTERS* exceptionPointers) {
             case kv::Handover::kDumped: return;
             case kv::Handover::kNoAnswer: handlerNote = "Crash handler did not answer in time"; break;
             case kv::Handover::kHandlerGone: handlerNote = "Crash handler is gone"; break;
+            case kv::Handover::kRefused: handlerNote = "Crash handler refused this process's log folder"; break;
             case kv::Handover::kNoHandler: break;
         }
     }

@@ -1,12 +1,16 @@
 // Child-host scenarios of the crash handler: a host registers, then crashes
-// one of the hard ways; and a host that deadlocks for kvdiag dump.
+// one of the hard ways; a host that deadlocks for kvdiag dump; a host that
+// only registers, a victim of forged registrations and a pipe squatter.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 
 #include "KvDebugHelp.h"
+#include "crash/crash_handler_protocol.h"
+#include "crash/pipe_account.h"
 #include "scenario.h"
 
 static volatile int sink;
@@ -137,4 +141,51 @@ KV_SCENARIO(deadlock) {
     printf("deadlocked pid=%lu\n", GetCurrentProcessId());
     Sleep(INFINITE);
     return 0;
+}
+
+// Registers with the crash handler: exit 0 when registered, 5 when not.
+KV_INI_SCENARIO(handler_register) { return DbgHlpStartCrashHandler(nullptr) == 1 ? 0 : 5; }
+
+// A process that never registers: a named event and a block of known bytes
+// that a forged registration names. When "Local\kvtest.victim.check" is set
+// (or after 60 s), says whether the block is still as it was.
+KV_SCENARIO(handler_victim) {
+    static char block[sizeof(kv::CrashBlock)];
+    memset(block, 0x5A, sizeof block);
+    HANDLE request = CreateEventA(nullptr, FALSE, FALSE, "Local\\kvtest.victim.request");
+    HANDLE check = CreateEventA(nullptr, TRUE, FALSE, "Local\\kvtest.victim.check");
+    printf("victim pid=%lu event=%llx block=%llx\n", GetCurrentProcessId(), uint64_t(request), uint64_t(block));
+    WaitForSingleObject(check, 60000);
+    const bool intact = std::count(block, block + sizeof block, 0x5A) == sizeof block;
+    printf(intact ? "block intact\n" : "block changed\n");
+    return intact ? 0 : 3;
+}
+
+// Creates the crash handler's pipe name before any handler, with the default
+// access list, and tells what each client that connects grants it:
+// "client N: impersonation level L, received N bytes" (L a SECURITY_IMPERSONATION_LEVEL,
+// -1 when impersonation failed).
+KV_SCENARIO(pipe_squatter) {
+    char name[kv::kPipeNameRoom];
+    if (!kv::CrashHandlerPipeName(name)) return 2;
+    HANDLE pipe = CreateNamedPipeA(name, PIPE_ACCESS_DUPLEX | FILE_FLAG_FIRST_PIPE_INSTANCE, PIPE_TYPE_BYTE | PIPE_WAIT,
+                                   1, 4096, 4096, 0, nullptr);
+    if (pipe == INVALID_HANDLE_VALUE) return 3;
+    printf("squatting\n");
+    for (int client = 1;; ++client) {  // until the test ends it
+        if (!ConnectNamedPipe(pipe, nullptr) && GetLastError() != ERROR_PIPE_CONNECTED) return 4;
+        int level = -1;
+        HANDLE token = nullptr;
+        DWORD size = 0;
+        if (ImpersonateNamedPipeClient(pipe) && OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token))
+            GetTokenInformation(token, TokenImpersonationLevel, &level, sizeof level, &size), CloseHandle(token);
+        RevertToSelf();
+        // Whatever the client sends before it gives up (it closes its end: the read ends).
+        static char received[sizeof(kv::CrashRegistration)];
+        DWORD total = 0, got = 0;
+        while (total < sizeof received && ReadFile(pipe, received + total, sizeof received - total, &got, nullptr) && got)
+            total += got;
+        printf("client %d: impersonation level %d, received %lu bytes\n", client, level, total);
+        DisconnectNamedPipe(pipe);
+    }
 }

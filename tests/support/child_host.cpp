@@ -147,6 +147,12 @@ bool ChildHost::WaitForOutput(const std::string& text, DWORD timeoutMs) {
     }
 }
 
+std::string ChildHost::OutputSoFar() {
+    if (!output_) return {};
+    std::lock_guard<std::mutex> hold(output_->lock);
+    return output_->text;
+}
+
 HostResult ChildHost::Wait(DWORD timeoutMs) {
     if (!process_) return {DWORD(-1), exePath_ + " could not be started"};
     HostResult result;

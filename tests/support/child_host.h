@@ -13,6 +13,9 @@
 
 namespace kvtest {
 
+// True when the tests run under Wine, for the few checks only Windows can make.
+inline bool UnderWine() { return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr; }
+
 struct HostResult {
     DWORD exitCode = 0;      // the process's exit code (0xC0000005 for an access violation, ...)
     std::string output;      // stdout and stderr together
@@ -55,6 +58,8 @@ public:
     // Waits until the child has printed text (true), or its output ended or
     // timeoutMs passed (false).
     bool WaitForOutput(const std::string& text, DWORD timeoutMs = 60000);
+    // What the child has printed so far.
+    std::string OutputSoFar();
 
 private:
     std::string name_;

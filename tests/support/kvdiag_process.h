@@ -14,7 +14,8 @@ public:
     // Starts "<program folder>\kvdiag.exe ARGUMENTS" (arguments quoted by the caller).
     explicit KvdiagProcess(const std::string& arguments) { tool_.StartCommandLine(arguments); }
     // True once text has appeared; false when the tool ended its output first.
-    bool ReadUntil(const std::string& text) { return tool_.WaitForOutput(text); }
+    bool ReadUntil(const std::string& text, DWORD timeoutMs = 60000) { return tool_.WaitForOutput(text, timeoutMs); }
+    std::string OutputSoFar() { return tool_.OutputSoFar(); }
     // Waits up to timeoutMs for the end, killing the tool after that.
     HostResult Finish(DWORD timeoutMs) { return tool_.Wait(timeoutMs); }
 

@@ -1,49 +1,63 @@
-// kvdiag crash-handler: the out-of-process dump writer of this logon session.
-// Product processes register over its named pipe (DbgHlpStartCrashHandler);
-// at a crash it writes their dump from outside. It ends a while after its
-// last client ended.
+// kvdiag crash-handler: the out-of-process dump writer of one account, logon
+// session and integrity level. Product processes running as it does register
+// over its named pipe (DbgHlpStartCrashHandler); at a crash it writes their
+// dump from outside. It ends a while after its last client ended.
 #include <windows.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include <string>
+
 #include "command.h"
-#include "crash/pipe_transfer.h"
+#include "commands/ini_status.h"
+#include "crash/pipe_account.h"
 #include "handler/handler_client.h"
 #include "handler/handler_log.h"
-#include "selfcheck/scoped_handle.h"
+#include "handler/pipe_listener.h"
+#include "handler/registration.h"
+#include "platform/error_text.h"
+#include "platform/owned_handle.h"
 
 namespace {
 
-using kv::selfcheck::ScopedHandle;
+using kv::platform::FileHandle;
+using kv::platform::KernelHandle;
 
 constexpr DWORD kDefaultIdleSeconds = 60;
-constexpr DWORD kRegistrationMs = 5000;  // a client that connects but says nothing is dropped
 
-// Reads one registration from a connected client and answers it.
-void Register(HANDLE pipe) {
-    kv::CrashRegistration registration{};
-    if (!kv::PipeTransfer(pipe, &registration, sizeof registration, false, kRegistrationMs)) {
-        kvdiag::HandlerSay("a connection without a registration was dropped");
-        return;
+DWORD idleSeconds = kDefaultIdleSeconds;
+
+bool NoClientForLong() {
+    if (kvdiag::ClientCount() != 0 || kvdiag::PipeListener::Connections() != 0) return false;
+    if (GetTickCount64() - kvdiag::LastClientEnded() < idleSeconds * 1000ull) return false;
+    kvdiag::HandlerSay("no client for %lu s: ending", static_cast<unsigned long>(idleSeconds));
+    return true;
+}
+
+// The pipe name is taken: by this account's handler (exit 0, it serves), or
+// by a stranger, which no client of this account will register with (exit 1).
+int NameTaken(const char* name, DWORD error) {
+    FileHandle probe;
+    for (int attempt = 0; attempt < 5 && !probe; ++attempt) {
+        *probe.put() = CreateFileA(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                   SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr);
+        if (!probe && GetLastError() == ERROR_PIPE_BUSY) WaitNamedPipeA(name, 1000);
     }
-    kv::CrashRegistrationReply reply{kv::kCrashHandlerProtocol, 0};
-    if (registration.protocol != kv::kCrashHandlerProtocol)
-        kvdiag::HandlerSay("process %lu refused: protocol %lu, this handler speaks %lu",
-                   static_cast<unsigned long>(registration.processId), static_cast<unsigned long>(registration.protocol),
-                   static_cast<unsigned long>(kv::kCrashHandlerProtocol));
-    else if (kvdiag::ServeClient(registration))
-        reply.handlerProcessId = GetCurrentProcessId();
-    // Disconnecting discards what the client has not read yet: the reply is
-    // left until the client closes its end (the read below then fails at
-    // once), or for the time limit.
-    char none;
-    if (kv::PipeTransfer(pipe, &reply, sizeof reply, true, kRegistrationMs))
-        kv::PipeTransfer(pipe, &none, sizeof none, false, kRegistrationMs);
+    std::string reason = "it cannot be opened (" + kv::platform::ErrorText(GetLastError()) + ")";
+    KernelHandle server(probe ? kv::VerifyPipeServer(probe.get(), reason) : nullptr);
+    if (server) {
+        printf("process %lu, the crash handler of this account, session and level, serves %s: ending\n",
+               static_cast<unsigned long>(GetProcessId(server.get())), name);
+        return 0;
+    }
+    printf("cannot create the pipe %s (%s), and %s: ending\n", name, kv::platform::ErrorText(error).c_str(),
+           reason.c_str());
+    return 1;
 }
 
 int RunCrashHandler(int argc, char** argv) {
-    DWORD idleSeconds = kDefaultIdleSeconds;
+    const char* iniOption = kvdiag::TakeIniOption(argc, argv);
     for (int i = 0; i < argc; ++i) {
         if (strcmp(argv[i], "--idle-seconds") == 0 && i + 1 < argc) {
             idleSeconds = strtoul(argv[++i], nullptr, 10);
@@ -51,48 +65,25 @@ int RunCrashHandler(int argc, char** argv) {
             return kvdiag::UsageError();
         }
     }
-    char name[80];
-    kv::CrashHandlerPipeName(name);
-    ScopedHandle pipe(CreateNamedPipeA(name, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
-                                       PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS, 1,
-                                       4096, 4096, 0, nullptr));
-    if (!pipe.ok()) {
-        // Exit code 0: the handler of this session runs already, and serves.
-        const DWORD error = GetLastError();
-        printf("no pipe %s (error %lu): %s\n", name, error,
-               error == ERROR_ACCESS_DENIED ? "another crash handler serves this session, ending" : "ending");
-        return error == ERROR_ACCESS_DENIED || error == ERROR_PIPE_BUSY ? 0 : 1;
+    char name[kv::kPipeNameRoom];
+    if (!kv::CrashHandlerPipeName(name)) {
+        printf("cannot read this process's account (%s): ending\n", kv::platform::ErrorText(GetLastError()).c_str());
+        return 1;
     }
-    ScopedHandle event(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    kvdiag::PipeListener listener(name);
+    if (!listener.Claim()) return NameTaken(name, GetLastError());
+    kvdiag::UseOwnIni(iniOption);
     kvdiag::HandlerSay("process %lu listens on %s; ends %lu s after its last client",
                        static_cast<unsigned long>(GetCurrentProcessId()), name, static_cast<unsigned long>(idleSeconds));
-    for (;;) {
-        OVERLAPPED overlapped{};
-        overlapped.hEvent = event.get();
-        bool connected = ConnectNamedPipe(pipe.get(), &overlapped) || GetLastError() == ERROR_PIPE_CONNECTED;
-        const bool pending = !connected && GetLastError() == ERROR_IO_PENDING;
-        while (pending && !connected) {
-            if (WaitForSingleObject(event.get(), 1000) == WAIT_OBJECT_0) {
-                DWORD unused = 0;
-                connected = GetOverlappedResult(pipe.get(), &overlapped, &unused, FALSE) != FALSE;
-                break;
-            }
-            if (kvdiag::ClientCount() == 0 && GetTickCount64() - kvdiag::LastClientEnded() >= idleSeconds * 1000ull) {
-                CancelIo(pipe.get());
-                kvdiag::HandlerSay("no client for %lu s: ending", static_cast<unsigned long>(idleSeconds));
-                return 0;
-            }
-        }
-        if (connected) Register(pipe.get());
-        DisconnectNamedPipe(pipe.get());
-        if (!connected && !pending) Sleep(100);  // a failing pipe must not spin
-    }
+    listener.Run(kvdiag::ServeConnection, NoClientForLong);
+    return 0;
 }
 
 const kvdiag::CommandRegistrar registrar({"crash-handler", "",
                                           "write product processes' crash dumps from outside them (started by "
                                           "DbgHlpStartCrashHandler)",
-                                          {{"--idle-seconds", "N", "end N seconds after the last client went"}},
+                                          {{"--idle-seconds", "N", "end N seconds after the last client went"},
+                                           {"--ini", "PATH", "the product INI file whose log folder takes its own log"}},
                                           RunCrashHandler});
 
 }  // namespace

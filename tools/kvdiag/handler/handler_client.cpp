@@ -3,35 +3,25 @@
 #include <windows.h>
 #include <psapi.h>
 
+#include <algorithm>
 #include <memory>
-#include <string>
+#include <vector>
 
 #include "KvCrashHandler.h"
+#include "KvLogging.h"
+#include "crash/pipe_account.h"
+#include "handler/client_activity.h"
+#include "handler/client_checks.h"
 #include "handler/handler_log.h"
-#include "selfcheck/scoped_handle.h"
+#include "platform/error_text.h"
 
 namespace kvdiag {
 namespace {
 
-using kv::selfcheck::ScopedHandle;
-
 volatile LONG clients = 0;
 volatile LONGLONG lastEnded = static_cast<LONGLONG>(GetTickCount64());
 
-struct Client {
-    DWORD processId = 0;
-    ScopedHandle process, request, started, done;
-    uint64_t block = 0;
-    std::string iniPath, componentName;
-};
-
-HANDLE DuplicateFrom(HANDLE process, uint64_t value) {
-    HANDLE own = nullptr;
-    if (!DuplicateHandle(process, reinterpret_cast<HANDLE>(value), GetCurrentProcess(), &own, 0, FALSE,
-                         DUPLICATE_SAME_ACCESS))
-        return nullptr;
-    return own;
-}
+unsigned long Id(DWORD id) { return static_cast<unsigned long>(id); }
 
 unsigned long WorkingSetMb() {
     PROCESS_MEMORY_COUNTERS counters{};
@@ -41,56 +31,102 @@ unsigned long WorkingSetMb() {
                : 0;
 }
 
+bool ReadBlock(const RegisteredClient& c, size_t offset, void* data, size_t size) {
+    return ReadProcessMemory(c.process.get(), reinterpret_cast<const void*>(c.block + offset), data, size, nullptr);
+}
+
 // The version of the client's component name; -1 when it cannot be read.
-LONG ReadNameVersion(const Client& c) {
+LONG ReadNameVersion(const RegisteredClient& c) {
     LONG version = -1;
-    ReadProcessMemory(c.process.get(), reinterpret_cast<const void*>(c.block + offsetof(kv::CrashBlock, nameVersion)),
-                      &version, sizeof version, nullptr);
+    ReadBlock(c, offsetof(kv::CrashBlock, nameVersion), &version, sizeof version);
     return version;
 }
 
-// The client waits on `done` (or this process's end) meanwhile; nothing here
-// waits on the client.
-void WriteCrashDump(Client& c) {
-    SetEvent(c.started.get());
-    kv::CrashBlock block{};
-    HRESULT result = E_FAIL;
-    KvProcessDump dump{};
-    const ULONGLONG begin = GetTickCount64();
-    const LONG versionBefore = ReadNameVersion(c);
-    if (ReadProcessMemory(c.process.get(), reinterpret_cast<const void*>(c.block), &block, sizeof block, nullptr)) {
-        HandlerSay("process %lu: thread %lu crashed, writing its dump", static_cast<unsigned long>(c.processId),
-                   static_cast<unsigned long>(block.crashingThread));
-        dump.process = c.process.get();
-        dump.threadId = static_cast<DWORD>(block.crashingThread);
-        dump.exceptionPointers = block.exceptionPointers;
-        dump.iniPath = c.iniPath.c_str();
-        block.nameVersion = versionBefore;  // the copy's name counts only if no change began or ended around it
-        dump.componentName = kv::ComponentNameOf(block, ReadNameVersion(c), c.componentName.c_str());
-        dump.mode = -1;
-        dump.waitingThread = c.block + offsetof(kv::CrashBlock, waitingThread);
-        result = DbgHlpWriteProcessDump(&dump);
-    }
+// Writes the outcome into the crash block and lets the client go on.
+void Answer(const RegisteredClient& c, LONG result, LONG hang) {
     // result and hang, adjacent in the block
     static_assert(offsetof(kv::CrashBlock, hang) == offsetof(kv::CrashBlock, result) + sizeof(LONG), "layout");
-    const LONG outcome[2] = {static_cast<LONG>(result), dump.hang};
+    const LONG outcome[2] = {result, hang};
     WriteProcessMemory(c.process.get(), reinterpret_cast<void*>(c.block + offsetof(kv::CrashBlock, result)), outcome,
                        sizeof outcome, nullptr);
     SetEvent(c.done.get());
+}
+
+// The client's one crash request. The client waits on `done` (or this
+// process's end) meanwhile; nothing here waits on the client.
+void TakeCrash(const RegisteredClient& c) {
+    kv::CrashBlock block{};
+    const LONG versionBefore = ReadNameVersion(c);
+    if (!ReadBlock(c, 0, &block, sizeof block) || block.crashingThread == 0 || block.exceptionPointers == 0) {
+        HandlerSay("process %lu signalled a crash its crash block does not show: no dump, no further requests served",
+                   Id(c.processId));
+        return;
+    }
+    SetEvent(c.started.get());
+    std::string folder, reason;
+    if (!ClientLogFolder(c.iniPath, folder, reason)) {
+        HandlerSay("process %lu: thread %lu crashed; no dump from here: %s", Id(c.processId),
+                   static_cast<unsigned long>(block.crashingThread), reason.c_str());
+        Answer(c, kv::kCrashRefusedByHandler, 0);
+        return;
+    }
+    HandlerSay("process %lu: thread %lu crashed, writing its dump", Id(c.processId),
+               static_cast<unsigned long>(block.crashingThread));
+    block.nameVersion = versionBefore;  // the copy's name counts only if no change began or ended around it
+    std::string name = kv::ComponentNameOf(block, ReadNameVersion(c), c.componentName.c_str());
+    if (!FileNameGenerator::IsComponentName(name)) {
+        HandlerSay("process %lu: component name \"%.100s\" in its crash block refused; the dump takes the registered "
+                   "name \"%s\"",
+                   Id(c.processId), name.c_str(), c.componentName.c_str());
+        name = c.componentName;
+    }
+    KvProcessDump dump{};
+    dump.process = c.process.get();
+    dump.threadId = static_cast<DWORD>(block.crashingThread);
+    dump.exceptionPointers = block.exceptionPointers;
+    dump.iniPath = c.iniPath.c_str();
+    dump.componentName = name.c_str();
+    dump.mode = -1;
+    dump.waitingThread = c.block + offsetof(kv::CrashBlock, waitingThread);
+    const ULONGLONG begin = GetTickCount64();
+    const HRESULT result = DbgHlpWriteProcessDump(&dump);
+    Answer(c, static_cast<LONG>(result), dump.hang);
     HandlerSay("process %lu: dump \"%s\" %s in %.1f s (HRESULT 0x%08lx); handler peak working set %lu MB",
-               static_cast<unsigned long>(c.processId), dump.dumpPath,
-               result == S_OK ? "written" : result == S_FALSE ? "skipped" : "failed",
+               Id(c.processId), dump.dumpPath, result == S_OK ? "written" : result == S_FALSE ? "skipped" : "failed",
                double(GetTickCount64() - begin) / 1000.0, static_cast<unsigned long>(result), WorkingSetMb());
 }
 
+// Waits for the client's end, taking its crash request once (a request
+// event that stays set, or is set again after the dump, gets nothing more)
+// and running its activities when they are due.
 DWORD WINAPI Serve(void* parameter) {
-    std::unique_ptr<Client> c(static_cast<Client*>(parameter));
-    HANDLE requestOrEnd[2] = {c->request.get(), c->process.get()};
-    while (WaitForMultipleObjects(2, requestOrEnd, FALSE, INFINITE) == WAIT_OBJECT_0) WriteCrashDump(*c);
+    std::unique_ptr<RegisteredClient> c(static_cast<RegisteredClient*>(parameter));
+    const auto activities = MakeClientActivities(*c);
+    std::vector<ULONGLONG> due(activities.size(), 0);
+    bool requestTaken = false;
+    for (;;) {
+        DWORD wait = INFINITE;
+        for (size_t i = 0; i < activities.size(); ++i) {
+            if (due[i] <= GetTickCount64()) {
+                const DWORD next = activities[i]->Run(*c);
+                due[i] = next == INFINITE ? ~0ull : GetTickCount64() + next;
+            }
+            const ULONGLONG now = GetTickCount64();
+            if (due[i] != ~0ull) wait = static_cast<DWORD>(std::min<ULONGLONG>(wait, due[i] > now ? due[i] - now : 0));
+        }
+        // The end comes first: an ended client's set request is not taken.
+        HANDLE endOrRequest[2] = {c->process.get(), c->request.get()};
+        const DWORD woken = WaitForMultipleObjects(requestTaken ? 1 : 2, endOrRequest, FALSE, wait);
+        if (woken == WAIT_OBJECT_0 + 1) {
+            requestTaken = true;
+            TakeCrash(*c);
+        } else if (woken != WAIT_TIMEOUT) {
+            break;
+        }
+    }
     DWORD exitCode = 0;
     GetExitCodeProcess(c->process.get(), &exitCode);
-    HandlerSay("process %lu ended (exit code 0x%08lx)", static_cast<unsigned long>(c->processId),
-               static_cast<unsigned long>(exitCode));
+    HandlerSay("process %lu ended (exit code 0x%08lx)", Id(c->processId), static_cast<unsigned long>(exitCode));
     InterlockedExchange64(&lastEnded, static_cast<LONGLONG>(GetTickCount64()));
     InterlockedDecrement(&clients);
     return 0;
@@ -99,37 +135,56 @@ DWORD WINAPI Serve(void* parameter) {
 // A fixed-size text from the wire, cut at its end whatever it holds.
 std::string Bounded(const char (&text)[MAX_PATH]) { return std::string(text, strnlen(text, sizeof text)); }
 
+ULONGLONG Ticks(const FILETIME& time) { return (ULONGLONG(time.dwHighDateTime) << 32) | time.dwLowDateTime; }
+
+// Everything but the process's own identity, which the caller checked.
+bool CheckRegistration(const kv::CrashRegistration& r, const FILETIME& connected, RegisteredClient& c,
+                       std::string& refusal) {
+    c.componentName = Bounded(r.componentName);
+    c.iniPath = Bounded(r.iniPath);
+    std::string folder;
+    FILETIME created{}, unused[3];
+    if (!FileNameGenerator::IsComponentName(c.componentName)) {
+        refusal = "the component name \"" + c.componentName.substr(0, 100) + "\" is not a plain name";
+    } else if (!ClientLogFolder(c.iniPath, folder, refusal)) {
+    } else if (!c.process) {
+        refusal = "the process cannot be opened";
+    } else if (!kv::OfOwnAccountSessionAndLevel(c.process.get())) {
+        refusal = "the process runs under another account, session or integrity level";
+    } else if (!GetProcessTimes(c.process.get(), &created, &unused[0], &unused[1], &unused[2]) ||
+               Ticks(created) > Ticks(connected)) {
+        // Its id was taken again by a process started after the connection.
+        refusal = "the process was started after the connection was made";
+    } else if (!(c.request && c.started && c.done)) {
+        refusal = "its handles are not three events of its own";
+    } else if (!IsClientData(c.process.get(), r.block, sizeof(kv::CrashBlock))) {
+        refusal = "its crash block is not writable data of its own";
+    } else {
+        return true;
+    }
+    return false;
+}
+
 }  // namespace
 
-bool ServeClient(const kv::CrashRegistration& r) {
-    auto c = std::make_unique<Client>();
+bool ServeClient(const kv::CrashRegistration& r, const FILETIME& connected, std::string& refusal) {
+    auto c = std::make_unique<RegisteredClient>();
     c->processId = r.processId;
-    *c->process.out() = OpenProcess(PROCESS_ALL_ACCESS, FALSE, r.processId);
-    if (!c->process.ok()) {
-        HandlerSay("process %lu refused: cannot open it (error %lu)", static_cast<unsigned long>(r.processId),
-                   GetLastError());
-        return false;
+    *c->process.put() = OpenProcess(kClientAccess, FALSE, r.processId);
+    if (c->process) {
+        *c->request.put() = DuplicateClientEvent(c->process.get(), r.requestEvent);
+        *c->started.put() = DuplicateClientEvent(c->process.get(), r.startedEvent);
+        *c->done.put() = DuplicateClientEvent(c->process.get(), r.doneEvent);
     }
-    *c->request.out() = DuplicateFrom(c->process.get(), r.requestEvent);
-    *c->started.out() = DuplicateFrom(c->process.get(), r.startedEvent);
-    *c->done.out() = DuplicateFrom(c->process.get(), r.doneEvent);
-    kv::CrashBlock probe{};
-    if (!c->request.ok() || !c->started.ok() || !c->done.ok() ||
-        !ReadProcessMemory(c->process.get(), reinterpret_cast<const void*>(r.block), &probe, sizeof probe, nullptr)) {
-        HandlerSay("process %lu refused: its events or crash block cannot be reached (error %lu)",
-                   static_cast<unsigned long>(r.processId), GetLastError());
-        return false;
-    }
+    if (!CheckRegistration(r, connected, *c, refusal)) return false;
     c->block = r.block;
-    c->iniPath = Bounded(r.iniPath);
-    c->componentName = Bounded(r.componentName);
-    UseClientIni(c->iniPath.c_str());
-    HandlerSay("process %lu registered (component \"%s\", %s)", static_cast<unsigned long>(r.processId),
-               c->componentName.c_str(), c->iniPath.c_str());
+    HandlerSay("process %lu registered (component \"%s\", %s)", Id(r.processId), c->componentName.c_str(),
+               c->iniPath.c_str());
     InterlockedIncrement(&clients);
     HANDLE thread = CreateThread(nullptr, 0, Serve, c.get(), 0, nullptr);
     if (!thread) {
         InterlockedDecrement(&clients);
+        refusal = "the handler cannot start a thread for it (" + kv::platform::ErrorText(GetLastError()) + ")";
         return false;
     }
     c.release();

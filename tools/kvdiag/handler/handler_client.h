@@ -5,14 +5,34 @@
 #include <windows.h>
 #include <stdint.h>
 
+#include <string>
+
 #include "crash/crash_handler_protocol.h"
+#include "platform/owned_handle.h"
 
 namespace kvdiag {
 
-// Takes the client's registration: opens the process, duplicates its events
-// and starts the thread that waits for its crash or its end. False (with the
-// reason said) when the client cannot be served.
-bool ServeClient(const kv::CrashRegistration& registration);
+// The least the handler needs of a client: read its memory and write a
+// dump (query, read), write the outcome into its crash block (write,
+// operation), take its events (dup handle) and see it end.
+constexpr DWORD kClientAccess = PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | PROCESS_VM_WRITE |
+                                PROCESS_VM_OPERATION | PROCESS_DUP_HANDLE | SYNCHRONIZE;
+
+// Everything in it has passed the handler's checks (client_checks.h).
+struct RegisteredClient {
+    DWORD processId = 0;
+    kv::platform::KernelHandle process;                 // kClientAccess
+    kv::platform::KernelHandle request, started, done;  // its events, duplicated out of it
+    uint64_t block = 0;                   // its CrashBlock: committed, writable data
+    std::string iniPath;                  // a local file naming an existing local log folder
+    std::string componentName;            // a plain component name (or empty)
+};
+
+// Takes a registration that came from process registration.processId
+// (checked on the pipe by the caller), connected at `connected`: opens the
+// process, checks the registration and starts the thread that waits for the
+// client's crash or its end. False with the reason when it is refused.
+bool ServeClient(const kv::CrashRegistration& registration, const FILETIME& connected, std::string& refusal);
 
 // Clients registered and not yet ended.
 long ClientCount();

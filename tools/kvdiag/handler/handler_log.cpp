@@ -6,9 +6,10 @@
 
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include "KvDebugHelp.h"
+#include "commands/ini_status.h"
+#include "common/console_text.h"
 #include "common/text_format.h"
 
 namespace kvdiag {
@@ -16,31 +17,29 @@ namespace {
 
 std::mutex logLock;  // the handler's own threads only; no client ever waits on it
 bool iniKnown = false;
-std::vector<std::string> early;
 
 }  // namespace
+
+void UseOwnIni(const char* iniOption) {
+    SetComponentName("CrashHandler");
+    const IniStatus ini = ValidateProductIni(iniOption);
+    iniKnown = ini.valid;
+    if (!iniKnown)
+        HandlerSay("no product INI file of its own (%s%s%s): this handler speaks on its console only",
+                   ini.path.c_str(), ini.path.empty() ? "" : ": ", ini.reason.c_str());
+}
 
 void HandlerSay(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    const std::string text = FormattedV(format, args);
+    // Lines quote what clients sent (names, paths): a line end or control
+    // character in them is shown escaped, never written as such.
+    const std::string text = ShownLine(FormattedV(format, args));
     va_end(args);
     std::lock_guard<std::mutex> hold(logLock);
     printf("%s\n", text.c_str());
     fflush(stdout);
     if (iniKnown) DbgLogWrite("Crash handler: %s", text.c_str());
-    else early.push_back(text);
-}
-
-void UseClientIni(const char* iniPath) {
-    std::lock_guard<std::mutex> hold(logLock);
-    if (iniKnown) return;
-    SetComponentName("CrashHandler");
-    SetKorvanIniFilePath(iniPath);
-    if (ValidateKorvanIniFileEx(1) != 1) return;
-    iniKnown = true;
-    for (const auto& line : early) DbgLogWrite("Crash handler: %s", line.c_str());
-    early.clear();
 }
 
 }  // namespace kvdiag

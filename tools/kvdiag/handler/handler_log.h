@@ -1,14 +1,16 @@
 // What the crash handler does, said on its console and in its own debug log
-// (debug.CrashHandler.log in the product log folder of its first client).
+// (debug.CrashHandler.log in the log folder of the product INI file it was
+// given with --ini, else of the installation's, "DefaultINIPath"). Clients
+// never choose where the handler writes its own lines.
 #pragma once
 
 namespace kvdiag {
 
-// One line; lines said before a product INI file is known reach the debug log
-// once it is (UseClientIni).
-void HandlerSay(const char* format, ...);
+// Takes the handler's own product INI file (iniOption, or null for the
+// installation's); without one usable, the handler speaks on its console only.
+void UseOwnIni(const char* iniOption);
 
-// The first client's product INI file becomes the handler's own.
-void UseClientIni(const char* iniPath);
+// One line, on the console and in the debug log.
+void HandlerSay(const char* format, ...);
 
 }  // namespace kvdiag

@@ -1,0 +1,87 @@
+#include "handler/client_checks.h"
+
+#include <ctype.h>
+#include <string.h>
+
+namespace kvdiag {
+namespace {
+
+bool StartsAsLocal(const char* path) {
+    return isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':' && path[2] == '\\' && !strchr(path + 2, ':');
+}
+
+// The file or folder's attributes; INVALID_FILE_ATTRIBUTES when missing.
+DWORD AttributesOf(const std::string& path) { return GetFileAttributesA(path.c_str()); }
+
+}  // namespace
+
+bool IsLocalPath(const std::string& path, std::string& reason) {
+    char full[MAX_PATH];
+    const DWORD length = StartsAsLocal(path.c_str()) ? GetFullPathNameA(path.c_str(), sizeof full, full, nullptr) : 0;
+    const char root[] = {path.empty() ? '?' : path[0], ':', '\\', 0};
+    const UINT drive = GetDriveTypeA(root);
+    if (length == 0 || length >= sizeof full || !StartsAsLocal(full))
+        reason = "\"" + path + "\" is not a full local path";
+    else if (drive == DRIVE_REMOTE)
+        reason = "\"" + path + "\" is on a network drive";
+    else if (drive == DRIVE_NO_ROOT_DIR || drive == DRIVE_UNKNOWN)
+        reason = "\"" + path + "\" is on no drive of this machine";
+    else
+        return true;
+    return false;
+}
+
+bool ClientLogFolder(const std::string& iniPath, std::string& folder, std::string& reason) {
+    if (!IsLocalPath(iniPath, reason)) return false;
+    const DWORD ini = AttributesOf(iniPath);
+    if (ini == INVALID_FILE_ATTRIBUTES || (ini & FILE_ATTRIBUTE_DIRECTORY)) {
+        reason = "the INI file \"" + iniPath + "\" does not exist";
+        return false;
+    }
+    char logs[MAX_PATH] = "";
+    GetPrivateProfileStringA("KVEDIT", "LOGS", "", logs, sizeof logs, iniPath.c_str());
+    folder = logs;
+    if (folder.empty()) {
+        reason = "the INI file \"" + iniPath + "\" names no log folder";
+        return false;
+    }
+    if (!IsLocalPath(folder, reason)) return false;
+    const DWORD attributes = AttributesOf(folder);
+    if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY)) {
+        reason = "the log folder \"" + folder + "\" does not exist";
+        return false;
+    }
+    if (attributes & FILE_ATTRIBUTE_REPARSE_POINT) {
+        reason = "the log folder \"" + folder + "\" is a link";
+        return false;
+    }
+    return true;
+}
+
+HANDLE DuplicateClientEvent(HANDLE process, uint64_t value) {
+    HANDLE own = nullptr;
+    if (!DuplicateHandle(process, reinterpret_cast<HANDLE>(static_cast<uintptr_t>(value)), GetCurrentProcess(), &own,
+                         SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, 0))
+        return nullptr;
+    // Only an event can be reset: a process, thread, file or mutex handle
+    // (whose access bits may overlap an event's) fails here. Resetting is
+    // harmless at registration: nothing has crashed yet.
+    if (!ResetEvent(own)) {
+        CloseHandle(own);
+        return nullptr;
+    }
+    return own;
+}
+
+bool IsClientData(HANDLE process, uint64_t address, size_t size) {
+    MEMORY_BASIC_INFORMATION region{};
+    if (address == 0 || VirtualQueryEx(process, reinterpret_cast<void*>(static_cast<uintptr_t>(address)), &region,
+                                       sizeof region) != sizeof region)
+        return false;
+    const uint64_t end = reinterpret_cast<uint64_t>(region.BaseAddress) + region.RegionSize;
+    const DWORD writable = PAGE_READWRITE | PAGE_WRITECOPY;
+    return region.State == MEM_COMMIT && (region.Protect & writable) && !(region.Protect & PAGE_GUARD) &&
+           address + size > address && address + size <= end;
+}
+
+}  // namespace kvdiag
