@@ -13,6 +13,7 @@
 #include "config/product_folders.h"
 #include "crash/crash_handover.h"
 #include "crash/pipe_account.h"
+#include "crash/stack_overflow_handover.h"
 #include "crash/pipe_transfer.h"
 #include "platform/owned_handle.h"
 
@@ -28,7 +29,7 @@ constexpr DWORD kTakeRequestMs = 10000;   // the handler takes a request at once
 
 // Read by the crash path without a lock: written once, before `linked` is set.
 struct HandlerLink {
-    HANDLE request, started, done, handler;
+    HANDLE request, started, done, handler, watchChanged;
 };
 HandlerLink TheLink;
 std::atomic<bool> linked{false};
@@ -127,13 +128,15 @@ int Register(const char* handlerPath, std::string& reason) {
     KernelHandle request(CreateEventA(nullptr, FALSE, FALSE, nullptr));
     KernelHandle started(CreateEventA(nullptr, TRUE, FALSE, nullptr));
     KernelHandle done(CreateEventA(nullptr, TRUE, FALSE, nullptr));
-    if (!request || !started || !done) {
+    KernelHandle watchChanged(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    if (!request || !started || !done || !watchChanged) {
         reason = "cannot create events (error " + std::to_string(GetLastError()) + ")";
         return 0;
     }
     registration.requestEvent = reinterpret_cast<uint64_t>(request.get());
     registration.startedEvent = reinterpret_cast<uint64_t>(started.get());
     registration.doneEvent = reinterpret_cast<uint64_t>(done.get());
+    registration.watchEvent = reinterpret_cast<uint64_t>(watchChanged.get());
 
     MakeLogFolder();
     char pipe[kPipeNameRoom];
@@ -163,8 +166,9 @@ int Register(const char* handlerPath, std::string& reason) {
         reason = "the reply names process " + std::to_string(reply.handlerProcessId) + ", not the pipe's server";
         return 0;
     }
-    TheLink = {request.release(), started.release(), done.release(), handler.release()};
+    TheLink = {request.release(), started.release(), done.release(), handler.release(), watchChanged.release()};
     linked.store(true, std::memory_order_release);
+    InstallStackOverflowHandover();
     DbgLogWrite("Crash handler: process %lu writes this process's dumps (pipe %s)",
                 static_cast<unsigned long>(reply.handlerProcessId), pipe);
     return 1;
@@ -176,6 +180,11 @@ void PublishComponentName(const char* name) {
     InterlockedIncrement(&TheCrashBlock.nameVersion);
     snprintf(TheCrashBlock.componentName, sizeof TheCrashBlock.componentName, "%s", name);
     InterlockedIncrement(&TheCrashBlock.nameVersion);
+}
+
+HangWatchLink LinkedHangWatch() {
+    if (!linked.load(std::memory_order_acquire)) return {nullptr, nullptr};
+    return {&TheCrashBlock.hangWatch, TheLink.watchChanged};
 }
 
 Handover HandCrashToHandler(EXCEPTION_POINTERS* pointers) {
@@ -213,7 +222,9 @@ extern "C" int DbgHlpStartCrashHandler(const char* handlerPath) {
         if (WaitForSingleObject(kv::TheLink.handler, 0) == WAIT_TIMEOUT) return 1;
         // The handler is gone: until a new one is linked, crashes are dumped in-process.
         kv::linked.store(false);
-        for (HANDLE h : {kv::TheLink.request, kv::TheLink.started, kv::TheLink.done, kv::TheLink.handler}) CloseHandle(h);
+        for (HANDLE h : {kv::TheLink.request, kv::TheLink.started, kv::TheLink.done, kv::TheLink.handler,
+                         kv::TheLink.watchChanged})
+            CloseHandle(h);
     }
     std::string reason;
     if (kv::Register(handlerPath, reason)) return 1;

@@ -10,6 +10,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "crash/hang_watch_block.h"
+
 namespace kv {
 
 constexpr DWORD kCrashHandlerProtocol = 3;
@@ -27,6 +29,7 @@ struct CrashBlock {
     // Odd while being changed: the handler then keeps the registered name.
     volatile LONG nameVersion;
     char componentName[MAX_PATH];
+    HangWatch hangWatch;  // threads that promised a heartbeat (DbgHlpWatchForHang)
 };
 
 // The block's component name, read by the handler from a copy whose
@@ -50,6 +53,7 @@ struct CrashRegistration {
     uint64_t block;         // address of the client's CrashBlock
     char iniPath[MAX_PATH];
     char componentName[MAX_PATH];
+    uint64_t watchEvent;    // set by the client when its hang watch changes
 };
 
 // Handler to client.

@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include "crash/hang_watch_block.h"
+
 namespace kv {
 
 enum class Handover {
@@ -18,6 +20,14 @@ enum class Handover {
 // crashing thread hands over; a second one waits for that dump and returns
 // kDumped. With the handler's "hang" answer it never returns.
 Handover HandCrashToHandler(EXCEPTION_POINTERS* pointers);
+
+// The crash block's hang watch and the event that tells the handler it
+// changed; both null while no handler is linked.
+struct HangWatchLink {
+    HangWatch* watch;
+    HANDLE changed;
+};
+HangWatchLink LinkedHangWatch();
 
 // Copies the component name into the crash block, for a handler that writes
 // this process's crash files; called with the component name's lock held.

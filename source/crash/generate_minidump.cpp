@@ -7,6 +7,7 @@
 #include "KvCrash.h"
 
 #include "crash/crash_handover.h"
+#include "crash/stack_overflow_handover.h"
 #include "crash/minidump_settings.h"
 
 namespace {
@@ -61,18 +62,34 @@ __attribute__((noinline)) void WriteDumpInProcess(EXCEPTION_POINTERS* exceptionP
     }
 }
 
+// What the crash handler made of this crash; null when it took it, else why
+// this process writes the dump itself (kNoHandlerNote: no handler, say nothing).
+const char kNoHandlerNote[] = "";
+const char* HandOver(EXCEPTION_POINTERS* exceptionPointers) {
+    kv::Handover outcome = kv::Handover::kNoHandler;
+    switch (kv::EarlierOverflowHandover(exceptionPointers, outcome)) {
+        case kv::EarlierOverflow::kNone: outcome = kv::HandCrashToHandler(exceptionPointers); break;
+        case kv::EarlierOverflow::kThisCrash: break;  // the vectored handler handed it over already
+        case kv::EarlierOverflow::kOtherCrash: return "Crash handler has written this process's stack overflow dump";
+    }
+    switch (outcome) {
+        case kv::Handover::kDumped: return nullptr;
+        case kv::Handover::kNoAnswer: return "Crash handler did not answer in time";
+        case kv::Handover::kHandlerGone: return "Crash handler is gone";
+        case kv::Handover::kRefused: return "Crash handler refused this process's log folder";
+        case kv::Handover::kNoHandler: break;
+    }
+    return kNoHandlerNote;
+}
+
 }  // namespace
 
 extern "C" void GenerateMiniDump(EXCEPTION_POINTERS* exceptionPointers) {
     const char* handlerNote = nullptr;
     if (exceptionPointers) {
-        switch (kv::HandCrashToHandler(exceptionPointers)) {
-            case kv::Handover::kDumped: return;
-            case kv::Handover::kNoAnswer: handlerNote = "Crash handler did not answer in time"; break;
-            case kv::Handover::kHandlerGone: handlerNote = "Crash handler is gone"; break;
-            case kv::Handover::kRefused: handlerNote = "Crash handler refused this process's log folder"; break;
-            case kv::Handover::kNoHandler: break;
-        }
+        handlerNote = HandOver(exceptionPointers);
+        if (!handlerNote) return;
+        if (handlerNote == kNoHandlerNote) handlerNote = nullptr;
     }
     WriteDumpInProcess(exceptionPointers, handlerNote);
 }

@@ -8,6 +8,7 @@
 #include "KvCallStack.h"
 #include "KvCrash.h"
 #include "KvCrashHandler.h"
+#include "KvHangWatch.h"
 #include "KvSelfCheck.h"
 #include "KvUtil.h"
 #include "KvCrashMail.h"

@@ -36,6 +36,12 @@ static LONG WINAPI HandOverFilter(EXCEPTION_POINTERS* pointers) {
     return EXCEPTION_EXECUTE_HANDLER;
 }
 
+// A host's own handler that takes a stack overflow and goes on.
+static LONG WINAPI CatchStackOverflow(EXCEPTION_POINTERS* pointers) {
+    return pointers->ExceptionRecord->ExceptionCode == STATUS_STACK_OVERFLOW ? EXCEPTION_CONTINUE_EXECUTION
+                                                                              : EXCEPTION_CONTINUE_SEARCH;
+}
+
 static DWORD WINAPI HoldHeapLock(void* ready) {
     HeapLock(GetProcessHeap());
     SetEvent(ready);
@@ -67,18 +73,23 @@ static bool KillHandler() {
     return gone;
 }
 
-// INI_PATH KIND [kill-handler|together|in-process|renamed]: registers with the
+// INI_PATH KIND [kill-handler|together|in-process|renamed|overflow-caught]: registers with the
 // crash handler, then crashes: access_violation, stack_overflow (64 KB stack
 // guarantee), heap_locked (another thread holds the process heap's lock),
 // heap_damaged, two_threads. kill-handler first ends the handler; together
 // first waits for the test's event "Local\kvtest.crash.together"; in-process
-// does not register; renamed takes the component name "Renamed" after registering. Prints the address of the function that crashes.
+// does not register; renamed takes the component name "Renamed" after registering;
+// overflow-caught first raises a stack overflow that a handler of its own takes. Prints the address of the function that crashes.
 KV_INI_SCENARIO(handler_crash) {
     if (argc < 2) return 2;
     const std::string kind = argv[1], option = argc >= 3 ? argv[2] : "";
     if (option != "in-process" && DbgHlpStartCrashHandler(nullptr) != 1) return 5;
     if (option == "kill-handler" && !KillHandler()) return 6;
     if (option == "renamed") SetComponentName("Renamed");
+    if (option == "overflow-caught") {
+        AddVectoredExceptionHandler(0, CatchStackOverflow);
+        RaiseException(STATUS_STACK_OVERFLOW, 0, 0, nullptr);
+    }
     SetUnhandledExceptionFilter(HandOverFilter);
     printf("registered thread=%lu function=%p\n", GetCurrentThreadId(),
            kind == "stack_overflow" ? reinterpret_cast<void*>(&OverflowTheStack) : reinterpret_cast<void*>(&CrashOnPurpose));

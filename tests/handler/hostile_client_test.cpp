@@ -20,22 +20,23 @@ static const char kHandler[] = "crash-handler --idle-seconds 3";
 struct RawClient {
     kv::CrashBlock block{};
     kv::CrashRegistration r{};
-    HANDLE request, started, done;
+    HANDLE request, started, done, watchChanged;
     HANDLE pipe = INVALID_HANDLE_VALUE;
 
     // A registration the handler takes: this process, its own events (the
     // request manual-reset: once set it stays set), the installation's INI file.
     explicit RawClient(const kvtest::ProductInstall& install) {
-        for (HANDLE* event : {&request, &started, &done}) *event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+        for (HANDLE* event : {&request, &started, &done, &watchChanged}) *event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
         r.protocol = kv::kCrashHandlerProtocol;
         r.processId = GetCurrentProcessId();
         r.requestEvent = uint64_t(request), r.startedEvent = uint64_t(started), r.doneEvent = uint64_t(done);
+        r.watchEvent = uint64_t(watchChanged);
         r.block = uint64_t(&block);
         snprintf(r.iniPath, sizeof r.iniPath, "%s", install.iniPath().c_str());
         CreateDirectoryA(install.logDir().c_str(), nullptr);
     }
     ~RawClient() {
-        for (HANDLE h : {pipe, request, started, done})
+        for (HANDLE h : {pipe, request, started, done, watchChanged})
             if (h != INVALID_HANDLE_VALUE) CloseHandle(h);
     }
 
@@ -93,7 +94,7 @@ TEST(HostileClients, AreRefusedOrContained) {
          "it registers process"},
         // This process's handle to the victim, and a value with nothing behind it.
         {[](kv::CrashRegistration& r) { r.requestEvent = uint64_t(victimProcess), r.startedEvent = 0x7FFC; },
-         "not three events"},
+         "not four events"},
         {[](kv::CrashRegistration& r) { strcpy(r.componentName, "..\\..\\escaped"); }, "not a plain name"},
         {[](kv::CrashRegistration& r) { strcpy(r.iniPath, "\\\\127.0.0.1\\c$\\product.ini"); }, "not a full local path"},
         {[](kv::CrashRegistration& r) { strcpy(r.iniPath, "C:\\windows\\CON"); }, "not a full local path"},

@@ -1,6 +1,8 @@
 // kvdiag dump: a minidump of a running process taken from outside it, for a
-// process that hangs. Named and placed like a crash dump unless --out names
-// the file; an existing file is never replaced (the next numbered name is taken).
+// process that hangs. Named "<program>.<pid>.<yyyymmdd-hhmmss>.hang.dmp" in
+// the product log folder unless --out names the file; an existing file is
+// never replaced (the next numbered name is taken). A process that ended
+// during the dump leaves an incomplete dump, and the command says so.
 #include <windows.h>
 #include <tlhelp32.h>
 #include <stdio.h>
@@ -13,7 +15,8 @@
 #include "KvCrashHandler.h"
 #include "command.h"
 #include "commands/ini_status.h"
-#include "selfcheck/scoped_handle.h"
+#include "platform/error_text.h"
+#include "platform/owned_handle.h"
 
 namespace {
 
@@ -24,10 +27,10 @@ struct Target {
 
 std::vector<Target> RunningProcesses() {
     std::vector<Target> found;
-    kv::selfcheck::ScopedHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    kv::platform::FileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32 entry{};
     entry.dwSize = sizeof entry;
-    for (BOOL more = snapshot.ok() && Process32First(snapshot.get(), &entry); more;
+    for (BOOL more = snapshot.valid() && Process32First(snapshot.get(), &entry); more;
          more = Process32Next(snapshot.get(), &entry))
         found.push_back({entry.th32ProcessID, entry.szExeFile});
     return found;
@@ -56,10 +59,11 @@ bool FindTarget(const std::string& what, Target& target) {
 
 }  // namespace
 
-KVDIAG_COMMAND(dump, "PID|EXE-NAME [light|heavy]", "a minidump of a running (hung) process, named like a crash dump",
-               {"light", nullptr, "threads, stacks and modules (the default)"},
+KVDIAG_COMMAND(dump, "PID|EXE-NAME [light|heavy]",
+               "a minidump of a running (hung) process, named <program>.<pid>.<time>.hang.dmp",
+               {"light", nullptr, "modules, every thread's context and stack (the default)"},
                {"heavy", nullptr, "the process's whole memory"},
-               {"--out", "FILE", "write the dump to FILE instead of the product's dump folder"},
+               {"--out", "FILE", "write the dump to FILE instead of the product's log folder"},
                kvdiag::kIniOption) {
     const char* iniOption = kvdiag::TakeIniOption(argc, argv);
     const char* what = nullptr;
@@ -95,11 +99,11 @@ KVDIAG_COMMAND(dump, "PID|EXE-NAME [light|heavy]", "a minidump of a running (hun
         dump.iniPath = iniPath.c_str();
     }
     // Handle data needs the right to duplicate the target's handles.
-    kv::selfcheck::ScopedHandle process(
-        OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | PROCESS_DUP_HANDLE, FALSE, target.id));
-    if (!process.ok()) {
-        fprintf(stderr, "kvdiag dump: cannot open process %lu (error %lu)\n", static_cast<unsigned long>(target.id),
-                GetLastError());
+    kv::platform::KernelHandle process(
+        OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | PROCESS_DUP_HANDLE | SYNCHRONIZE, FALSE, target.id));
+    if (!process) {
+        fprintf(stderr, "kvdiag dump: cannot open process %lu (%s)\n", static_cast<unsigned long>(target.id),
+                kv::platform::ErrorText(GetLastError()).c_str());
         return 1;
     }
     dump.process = process.get();
@@ -107,6 +111,13 @@ KVDIAG_COMMAND(dump, "PID|EXE-NAME [light|heavy]", "a minidump of a running (hun
     dump.keepExisting = 1;
     const ULONGLONG begin = GetTickCount64();
     const long result = DbgHlpWriteProcessDump(&dump);
+    if (WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0) {
+        DWORD exitCode = 0;
+        GetExitCodeProcess(process.get(), &exitCode);
+        fprintf(stderr, "kvdiag dump: process %lu ended during the dump (exit code 0x%08lx): \"%s\" is incomplete\n",
+                static_cast<unsigned long>(target.id), static_cast<unsigned long>(exitCode), dump.dumpPath);
+        return 1;
+    }
     if (result != 0) {
         fprintf(stderr, "kvdiag dump: no dump of process %lu at \"%s\" (HRESULT 0x%08lx)\n",
                 static_cast<unsigned long>(target.id), dump.dumpPath, static_cast<unsigned long>(result));

@@ -18,6 +18,9 @@
 namespace kvdiag {
 namespace {
 
+// A watch event that stays set (the client's to set) wakes its thread at most this often.
+constexpr DWORD kWatchEventMs = 100;
+
 volatile LONG clients = 0;
 volatile LONGLONG lastEnded = static_cast<LONGLONG>(GetTickCount64());
 
@@ -98,12 +101,14 @@ void TakeCrash(const RegisteredClient& c) {
 
 // Waits for the client's end, taking its crash request once (a request
 // event that stays set, or is set again after the dump, gets nothing more)
-// and running its activities when they are due.
+// and running its activities when they are due, and all of them at once
+// when the client says its hang watch changed.
 DWORD WINAPI Serve(void* parameter) {
     std::unique_ptr<RegisteredClient> c(static_cast<RegisteredClient*>(parameter));
     const auto activities = MakeClientActivities(*c);
     std::vector<ULONGLONG> due(activities.size(), 0);
     bool requestTaken = false;
+    ULONGLONG watchWoke = 0;
     for (;;) {
         DWORD wait = INFINITE;
         for (size_t i = 0; i < activities.size(); ++i) {
@@ -115,11 +120,18 @@ DWORD WINAPI Serve(void* parameter) {
             if (due[i] != ~0ull) wait = static_cast<DWORD>(std::min<ULONGLONG>(wait, due[i] > now ? due[i] - now : 0));
         }
         // The end comes first: an ended client's set request is not taken.
-        HANDLE endOrRequest[2] = {c->process.get(), c->request.get()};
-        const DWORD woken = WaitForMultipleObjects(requestTaken ? 1 : 2, endOrRequest, FALSE, wait);
-        if (woken == WAIT_OBJECT_0 + 1) {
+        HANDLE waits[3] = {c->process.get()};
+        DWORD count = 1, requestAt = 3, watchAt = 3;  // 3: not waited for
+        if (!requestTaken) waits[requestAt = count++] = c->request.get();
+        if (GetTickCount64() - watchWoke >= kWatchEventMs) waits[watchAt = count++] = c->watchChanged.get();
+        else wait = std::min(wait, kWatchEventMs);
+        const DWORD woken = WaitForMultipleObjects(count, waits, FALSE, wait);
+        if (woken == WAIT_OBJECT_0 + requestAt) {
             requestTaken = true;
             TakeCrash(*c);
+        } else if (woken == WAIT_OBJECT_0 + watchAt) {
+            watchWoke = GetTickCount64();
+            std::fill(due.begin(), due.end(), 0);
         } else if (woken != WAIT_TIMEOUT) {
             break;
         }
@@ -155,8 +167,8 @@ bool CheckRegistration(const kv::CrashRegistration& r, const FILETIME& connected
                Ticks(created) > Ticks(connected)) {
         // Its id was taken again by a process started after the connection.
         refusal = "the process was started after the connection was made";
-    } else if (!(c.request && c.started && c.done)) {
-        refusal = "its handles are not three events of its own";
+    } else if (!(c.request && c.started && c.done && c.watchChanged)) {
+        refusal = "its handles are not four events of its own";
     } else if (!IsClientData(c.process.get(), r.block, sizeof(kv::CrashBlock))) {
         refusal = "its crash block is not writable data of its own";
     } else {
@@ -175,6 +187,7 @@ bool ServeClient(const kv::CrashRegistration& r, const FILETIME& connected, std:
         *c->request.put() = DuplicateClientEvent(c->process.get(), r.requestEvent);
         *c->started.put() = DuplicateClientEvent(c->process.get(), r.startedEvent);
         *c->done.put() = DuplicateClientEvent(c->process.get(), r.doneEvent);
+        *c->watchChanged.put() = DuplicateClientEvent(c->process.get(), r.watchEvent);
     }
     if (!CheckRegistration(r, connected, *c, refusal)) return false;
     c->block = r.block;

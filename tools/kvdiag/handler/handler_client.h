@@ -23,6 +23,7 @@ struct RegisteredClient {
     DWORD processId = 0;
     kv::platform::KernelHandle process;                 // kClientAccess
     kv::platform::KernelHandle request, started, done;  // its events, duplicated out of it
+    kv::platform::KernelHandle watchChanged;            // set when its hang watch changes
     uint64_t block = 0;                   // its CrashBlock: committed, writable data
     std::string iniPath;                  // a local file naming an existing local log folder
     std::string componentName;            // a plain component name (or empty)
