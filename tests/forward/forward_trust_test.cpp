@@ -124,7 +124,9 @@ TEST(ForwardTrust, CursorsThatDoNotFitLoseNoLaterLine) {
             EXPECT_TRUE(said) << c.name << "\n" << result.output;
         };
         forward(std::string(1, c.name[0]), ": connected");
-        const std::string cursor = station.state / "debug.Cur.log.cursor", edited = c.edit(kvtest::ReadFileText(cursor));
+        const std::string cursor = station.state / "debug.Cur.log.cursor";
+        ASSERT_TRUE(kvtest::FileExists(cursor)) << c.name << ": the first forwarder saved no cursor";
+        const std::string edited = c.edit(kvtest::ReadFileText(cursor));
         ASSERT_TRUE(edited.empty() ? DeleteFileA(cursor.c_str()) : kvtest::WriteFileText(cursor, edited)) << c.name;
         station.Write({"comp=Cur", "numbered=S:5:0"}, 64);  // while stopped
         station.WaitWriters();
