@@ -1,12 +1,14 @@
 #!/bin/bash
 # A private rsyslog collector for the forwarding tests, never the machine's own:
-#   collector.sh start DIR PORT tcp|tls|udp starts rsyslogd in the foreground mode
+#   collector.sh start DIR PORT tcp|tls|udp [cert=NAME] [max=SIZE]
+#                                         starts rsyslogd in the foreground mode
 #                                         (-n) in the background, listening on
 #                                         127.0.0.1:PORT, writing every message
-#                                         as received into DIR/messages.log
+#                                         as received into DIR/messages.log;
+#                                         max: its message size limit (64k)
 #   collector.sh stop DIR                 stops it and waits until it has gone
-# For tls a CA and a server certificate for 127.0.0.1 are made in DIR once
-# (DIR/ca.pem is what the forwarder trusts). When done it writes its exit
+# For tls the certificates are made in DIR once (DIR/ca.pem is the site CA);
+# cert names the one the collector presents (good). When done it writes its exit
 # code into DIR/<command>.done, for callers that cannot wait on it (a test
 # under Wine starts it as a Unix process).
 cmd=$1 dir=$2
@@ -18,18 +20,38 @@ start)
   port=$3 mode=$4
   mkdir -p "$dir/work"
   driver=""
+  cert=good max=64k
+  for a in "${@:5}"; do case $a in cert=*) cert=${a#cert=} ;; max=*) max=${a#max=} ;; esac; done
+  if [ "$mode" = tls ] && [ ! -f "$dir/ca.pem" ]; then
+    # The site CA and what the collector may present (DIR/<name>.pem, with the
+    # intermediates it sends): good (through an intermediate CA), nonca (signed
+    # by an ordinary certificate the CA issued), self (self-signed), wronghost,
+    # expired and oldsigner (an intermediate that expired).
+    cd "$dir"
+    key() { openssl req -newkey rsa:2048 -nodes -subj "/CN=$2" -keyout "$1.key" -out "$1.csr" 2>/dev/null; }
+    sign() { openssl x509 -req -in "$1.csr" -CA "$2.pem" -CAkey "$2.key" -CAcreateserial -days 2 -extfile "$3" -out "$1.pem" 2>/dev/null; }
+    printf 'basicConstraints=critical,CA:TRUE\nkeyUsage=critical,keyCertSign\n' >ca.ext
+    printf 'basicConstraints=CA:FALSE\nsubjectAltName=IP:127.0.0.1,DNS:localhost\n' >leaf.ext
+    sed 's/IP:127.0.0.1,DNS:localhost/DNS:wrong.example/' leaf.ext >wrong.ext
+    printf '[ca]\ndefault_ca=c\n[c]\ndatabase=index.txt\nnew_certs_dir=.\nserial=ca.srl\ndefault_md=sha256\npolicy=p\n[p]\ncommonName=supplied\n' >old.cnf
+    old() { openssl ca -batch -config old.cnf -cert "$2.pem" -keyfile "$2.key" -in "$1.csr" -out "$1.pem" -notext -startdate 20200101000000Z -enddate 20200102000000Z -extfile "$3" 2>/dev/null; }
+    : >index.txt
+    openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "/CN=kvtest collector CA" -keyout ca.key -out ca.pem 2>/dev/null
+    for n in inter other old; do key $n "kvtest $n"; done
+    sign inter ca ca.ext && sign other ca leaf.ext && old old ca ca.ext
+    for n in good nonca expired oldsigner; do key $n 127.0.0.1; done
+    key wronghost wrong.example
+    sign good inter leaf.ext && sign nonca other leaf.ext && sign wronghost inter wrong.ext
+    old expired inter leaf.ext && sign oldsigner old leaf.ext
+    cat inter.pem >>good.pem; cat other.pem >>nonca.pem; cat inter.pem >>wronghost.pem
+    cat inter.pem >>expired.pem; cat old.pem >>oldsigner.pem
+    openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "/CN=127.0.0.1" -addext "subjectAltName=IP:127.0.0.1" \
+      -keyout self.key -out self.pem 2>/dev/null
+    cd - >/dev/null
+  fi
   if [ "$mode" = tls ]; then
-    if [ ! -f "$dir/ca.pem" ]; then
-      openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "/CN=kvtest collector CA" \
-        -keyout "$dir/ca.key" -out "$dir/ca.pem" 2>/dev/null
-      openssl req -newkey rsa:2048 -nodes -subj "/CN=127.0.0.1" -keyout "$dir/server.key" \
-        -out "$dir/server.csr" 2>/dev/null
-      printf 'subjectAltName=IP:127.0.0.1,DNS:localhost\n' >"$dir/san.ext"
-      openssl x509 -req -in "$dir/server.csr" -CA "$dir/ca.pem" -CAkey "$dir/ca.key" -CAcreateserial \
-        -days 2 -extfile "$dir/san.ext" -out "$dir/server.pem" 2>/dev/null
-    fi
     driver=" StreamDriver.Name=\"gtls\" StreamDriver.Mode=\"1\" StreamDriver.AuthMode=\"anon\""
-    tlsfiles=" DefaultNetstreamDriverCAFile=\"$dir/ca.pem\" DefaultNetstreamDriverCertFile=\"$dir/server.pem\" DefaultNetstreamDriverKeyFile=\"$dir/server.key\""
+    tlsfiles=" DefaultNetstreamDriverCAFile=\"$dir/ca.pem\" DefaultNetstreamDriverCertFile=\"$dir/$cert.pem\" DefaultNetstreamDriverKeyFile=\"$dir/$cert.key\""
   fi
   if [ "$mode" = udp ]; then
     input="module(load=\"imudp\")
@@ -39,7 +61,7 @@ input(type=\"imudp\" address=\"127.0.0.1\" port=\"$port\")"
 input(type=\"imtcp\" address=\"127.0.0.1\" port=\"$port\")"
   fi
   cat >"$dir/rsyslog.conf" <<CONF
-global(workDirectory="$dir/work" maxMessageSize="64k"${tlsfiles:-})
+global(workDirectory="$dir/work" maxMessageSize="$max"${tlsfiles:-})
 $input
 template(name="raw" type="string" string="%rawmsg%\n")
 action(type="omfile" file="$dir/messages.log" template="raw")

@@ -8,59 +8,16 @@
 #include "kvdiag_process.h"
 #include "kvdiag_runner.h"
 #include "product_install.h"
+#include "forward_station.h"
 #include "syslog_collector.h"
 
 namespace {
 
 using kvtest::Lines;
-
-struct Message {
-    int priority = 0;
-    std::string stamp, host, app, msgId, file, text;
-};
-
-bool Parse(const std::string& raw, Message& m) {
-    static const std::regex shape(R"re(<(\d+)>1 (\S+) (\S+) (\S+) - (\S+) \[kvlog@32473 file="([^"]*)"\] (.*))re");
-    std::smatch f;
-    if (!std::regex_match(raw, f, shape)) return false;
-    m = {std::stoi(f[1]), f[2], f[3], f[4], f[5], f[6], f[7]};
-    return true;
-}
-
-// A station: its own product installation whose debug logs roll at sizeKb.
-struct Station {
-    kvtest::ProductInstall install;
-    kvtest::TempDir state{"kvfwstate"};
-    std::vector<std::unique_ptr<kvtest::ChildHost>> writers;
-
-    // Starts a writer process running the log_script operations.
-    void Write(const Lines& ops, DWORD sizeKb, DWORD history = 10) {
-        static int started = 0;
-        writers.push_back(std::make_unique<kvtest::ChildHost>("kvfw" + std::to_string(started++)));
-        writers.back()->SetSetting("DebugLogSize", sizeKb);
-        writers.back()->SetSetting("DebugLogHistoryFiles", history);
-        Lines args{"log_script", install.iniPath()};
-        args.insert(args.end(), ops.begin(), ops.end());
-        ASSERT_TRUE(writers.back()->Start(args));
-    }
-    void WaitWriters() {
-        for (auto& w : writers) EXPECT_EQ(0u, w->Wait(120000).exitCode);
-    }
-    std::string Forward(const std::string& to, const std::string& more) const {
-        return "forward --to " + to + " " + more + " --state \"" + state.path() + "\" --ini \"" + install.iniPath() + "\"";
-    }
-};
-
-// How often each numbered line "TAG NNNN" of the tags arrived, by tag and number.
-std::map<char, std::map<int, int>> Tally(const Lines& raw, const std::string& tags) {
-    std::map<char, std::map<int, int>> seen;
-    for (const std::string& r : raw) {
-        Message m;
-        if (Parse(r, m) && m.text.size() == 6 && tags.find(m.text[0]) != std::string::npos)
-            ++seen[m.text[0]][std::stoi(m.text.substr(2))];
-    }
-    return seen;
-}
+using kvtest::Message;
+using kvtest::Parse;
+using kvtest::Station;
+using kvtest::Tally;
 
 std::string MachineName() {
     char name[256];
@@ -153,27 +110,6 @@ TEST(Forward, NothingLostWhenForwarderOrCollectorRestarts) {
     EXPECT_FALSE(kvtest::OutputHas(result, "lines are missing")) << result.output;
 }
 
-// TLS through the system's provider: the collector's certificate must come
-// from the authority given with --ca.
-TEST(Forward, TlsTrustsOnlyTheGivenAuthority) {
-    kvtest::SyslogCollector collector("tls");
-    for (const bool rightAuthority : {true, false}) {
-        Station station;
-        const std::string ca = rightAuthority ? collector.caFile() : collector.certificateFile();
-        kvtest::KvdiagProcess forwarder(station.Forward(collector.url(), "--all --ca \"" + ca + "\" --for 10"));
-        ASSERT_TRUE(forwarder.ReadUntil(rightAuthority ? ": connected" : "not issued by the authority"));
-        station.Write({"comp=Tls", "line=secret " + std::to_string(rightAuthority)}, 1);
-        station.WaitWriters();
-        if (rightAuthority) collector.WaitForMessages(1);
-        const kvtest::HostResult result = forwarder.Finish(60000);
-        EXPECT_EQ(0u, result.exitCode) << result.output;
-        EXPECT_EQ(rightAuthority, kvtest::OutputHas(result, ": connected")) << result.output;
-    }
-    const Lines raw = collector.WaitForMessages(1, 10000);
-    ASSERT_EQ(1u, raw.size());
-    EXPECT_NE(std::string::npos, raw[0].find("secret 1"));
-}
-
 // Over UDP (one datagram a message, nothing acknowledged): a paced log
 // arrives whole on the loopback.
 TEST(Forward, UdpSendsEachLineAsADatagram) {
@@ -254,7 +190,8 @@ TEST(Forward, RunsAsAServiceOfTheServiceManager) {
 TEST(Forward, RefusesWhatItCannotUse) {
     for (const char* args : {"--to http://collector:514", "--to tcp://collector", "--to tcp://collector:0",
                              "--to udp://collector:70000", "--to tcp://:514", "--to tcp://collector:514 --ca x.pem",
-                             "--to tcp://collector:514 Pump --all", "Pump", "--to tls://collector:6514 --bogus"}) {
+                             "--to tcp://collector:514 Pump --all", "Pump", "--to tls://collector:6514 --bogus",
+                             "--to tcp://collector:514 --max-record 1000", "--to udp://collector:514 --max-record 9k"}) {
         const auto result = kvtest::RunKvdiag(std::string("forward ") + args);
         EXPECT_EQ(2u, result.exitCode) << args << "\n" << result.output;
         EXPECT_TRUE(kvtest::OutputHas(result, "usage: kvdiag forward")) << args;

@@ -43,8 +43,8 @@ unsigned short FreePort() {
     return port;
 }
 
-SyslogCollector::SyslogCollector(std::string transport)
-    : unixDir_(UnixPath(dir_.path())), port_(FreePort()), transport_(std::move(transport)) {
+SyslogCollector::SyslogCollector(std::string transport, std::string options)
+    : unixDir_(UnixPath(dir_.path())), port_(FreePort()), transport_(std::move(transport)), options_(std::move(options)) {
     Start();
 }
 
@@ -68,8 +68,13 @@ bool SyslogCollector::RunScript(const std::string& arguments) {
 }
 
 bool SyslogCollector::Start() {
-    running_ = RunScript("start " + unixDir_ + " " + std::to_string(port_) + " " + transport_);
+    running_ = RunScript("start " + unixDir_ + " " + std::to_string(port_) + " " + transport_ + " " + options_);
     return running_;
+}
+
+bool SyslogCollector::Restart(const std::string& options) {
+    options_ = options;
+    return Stop() && Start();
 }
 
 bool SyslogCollector::Stop() {

@@ -15,18 +15,21 @@ namespace kvtest {
 
 class SyslogCollector {
 public:
-    // transport: "tcp", "tls" or "udp".
-    explicit SyslogCollector(std::string transport = "tcp");
+    // transport: "tcp", "tls" or "udp"; options: "cert=NAME" (the certificate
+    // it presents, of those tests/forward/collector.sh makes), "max=SIZE" (its
+    // message size limit), blank-separated.
+    explicit SyslogCollector(std::string transport = "tcp", std::string options = "");
     ~SyslogCollector();
     SyslogCollector(const SyslogCollector&) = delete;
     SyslogCollector& operator=(const SyslogCollector&) = delete;
 
     bool Start();  // on the same port each time
     bool Stop();
+    // Stops it and starts it again with other options.
+    bool Restart(const std::string& options);
     std::string url() const;
-    // The authority that signed the collector's certificate (TLS), and the certificate itself.
+    // The site CA that issued the collector's certificates (TLS).
     std::string caFile() const { return dir_ / "ca.pem"; }
-    std::string certificateFile() const { return dir_ / "server.pem"; }
     // The messages received so far, one a line as they arrived (without framing).
     std::vector<std::string> Messages() const;
     // Waits until at least count messages have arrived, or timeoutMs passed.
@@ -39,6 +42,7 @@ private:
     std::string unixDir_;
     unsigned short port_ = 0;
     std::string transport_;
+    std::string options_;
     bool running_ = false;
 };
 

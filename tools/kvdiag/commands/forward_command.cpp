@@ -28,14 +28,15 @@ int PrintForwardStatus(const std::string& folder) {
         PrintLine(text.substr(at, end - at));
     }
     printf("running: %s\n", ForwarderRuns(pid) ? "yes" : "no");
-    for (const auto& [log, position] : CursorStore(folder).LoadAll()) {
-        std::string line = "cursor: " + log;
-        for (const LogFollower::Seen& seen : position) {
+    for (const SavedCursor& cursor : CursorStore(folder).LoadAll()) {
+        std::string line = "cursor: " + cursor.logName;
+        for (const LogFollower::Seen& seen : cursor.position) {
             char place[64];
             snprintf(place, sizeof place, " [file %llx at %llu]", static_cast<unsigned long long>(seen.identity.index),
                      static_cast<unsigned long long>(seen.consumed));
             line += place;
         }
+        if (cursor.state == CursorState::Damaged) line += " damaged: " + cursor.problem;
         PrintLine(line);
     }
     return kExitOk;

@@ -14,6 +14,7 @@ inline const std::vector<Option>& ForwardOptionList() {
         {"--system", nullptr, "the system log files too"},
         {"--apps", nullptr, "the application logs too"},
         {"--ca", "FILE", "with tls://: trust the collector's certificate chain to this CA certificate"},
+        {"--max-record", "SIZE", "the longest record the collector takes (default 8k); a longer entry goes in parts"},
         {"--state", "FOLDER", "where the cursors and the status are kept (default %ProgramData%\\KvDiag\\forward)"},
         {"--for", "SECONDS", "end after SECONDS (default: until stopped)"},
         kIniOption,

@@ -2,14 +2,17 @@
 
 #include <windows.h>
 #include <stdio.h>
-#include <stdlib.h>
+
+#include "forward/state_file.h"
+#include "platform/folder_listing.h"
 
 namespace kvdiag {
 
 namespace {
 
-constexpr char kHeader[] = "kvdiag forward cursor 1";
+constexpr char kHeader[] = "kvdiag forward cursor 1\n";
 constexpr size_t kMaxCursorBytes = 64 * 1024;  // a cursor is a few lines; more is not ours
+constexpr size_t kMaxHeadBytes = 256;          // the follower keeps 64
 constexpr char kSuffix[] = ".cursor";
 
 std::string ToHex(const std::string& bytes) {
@@ -22,81 +25,91 @@ std::string ToHex(const std::string& bytes) {
     return hex;
 }
 
-bool FromHex(const std::string& hex, std::string& bytes) {
-    if (hex.size() % 2) return false;
-    bytes.clear();
-    for (size_t i = 0; i < hex.size(); i += 2) {
-        char pair[3] = {hex[i], hex[i + 1], 0}, *end = nullptr;
-        const long value = strtol(pair, &end, 16);
-        if (*end) return false;
-        bytes += char(value);
+int HexDigit(char c) {
+    return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+}
+
+// A whole number in base 10 or 16 up to the blank or line end at `at`
+// (moved past it); false for no digits, another character or an overflow.
+bool ReadNumber(const std::string& text, size_t& at, unsigned base, uint64_t& value) {
+    const size_t start = at;
+    value = 0;
+    for (; at < text.size() && text[at] != ' ' && text[at] != '\n'; ++at) {
+        const int digit = HexDigit(text[at]);
+        if (digit < 0 || unsigned(digit) >= base || value > (UINT64_MAX - unsigned(digit)) / base) return false;
+        value = value * base + unsigned(digit);
     }
-    return true;
+    return at > start && at < text.size() && (++at, true);
 }
 
-std::string ReadSmallFile(const std::string& path) {
-    HANDLE file = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return {};
-    std::string text(kMaxCursorBytes, '\0');
-    DWORD got = 0;
-    if (!ReadFile(file, &text[0], DWORD(text.size()), &got, nullptr)) got = 0;
-    CloseHandle(file);
-    text.resize(got);
-    return text;
+bool ReadHexBytes(const std::string& text, size_t& at, std::string& bytes) {
+    bytes.clear();
+    for (; at + 1 < text.size() && text[at] != '\n'; at += 2) {
+        const int high = HexDigit(text[at]), low = HexDigit(text[at + 1]);
+        if (high < 0 || low < 0 || bytes.size() == kMaxHeadBytes) return false;
+        bytes += char(high * 16 + low);
+    }
+    return at < text.size() && text[at++] == '\n';
 }
 
-}  // namespace
-
-bool CursorStore::Load(const std::string& logName, LogPosition& position) const {
-    const std::string text = ReadSmallFile(PathOf(logName));
-    position.clear();
-    size_t at = text.find('\n');
-    if (at == std::string::npos || text.compare(0, at, kHeader) != 0) return false;
-    for (size_t next; (next = text.find('\n', ++at)) != std::string::npos; at = next) {
-        // "IDENTITY OFFSET HEAD": identity in hex, offset in decimal, head in hex.
-        const std::string line = text.substr(at, next - at);
-        char* end = nullptr;
+// "IDENTITY OFFSET HEAD" lines after the header: identity in hex, offset in
+// decimal, head in hex; the last line ends with a line feed like the others.
+bool Parse(const std::string& text, LogPosition& position, std::string& problem) {
+    if (text.compare(0, sizeof kHeader - 1, kHeader) != 0) {
+        problem = "it does not begin with \"kvdiag forward cursor 1\"";
+        return false;
+    }
+    for (size_t at = sizeof kHeader - 1, line = 2; at < text.size(); ++line) {
         LogFollower::Seen seen{};
-        seen.identity.index = strtoull(line.c_str(), &end, 16);
-        if (*end != ' ') return false;
-        seen.consumed = strtoull(end + 1, &end, 10);
-        if (*end != ' ' || !FromHex(end + 1, seen.head)) return false;
+        if (!ReadNumber(text, at, 16, seen.identity.index) || text[at - 1] != ' ' ||
+            !ReadNumber(text, at, 10, seen.consumed) || text[at - 1] != ' ' || !ReadHexBytes(text, at, seen.head)) {
+            problem = "line " + std::to_string(line) + " is not a file's position";
+            return false;
+        }
         position.push_back(seen);
     }
     return true;
 }
 
+}  // namespace
+
+SavedCursor CursorStore::Load(const std::string& logName) const {
+    SavedCursor cursor;
+    cursor.logName = logName;
+    std::string text;
+    const DWORD error = ReadStateFile(PathOf(logName), kMaxCursorBytes, text);
+    if (error == ERROR_FILE_NOT_FOUND) return cursor;
+    cursor.state = CursorState::Damaged;
+    if (error == ERROR_FILE_TOO_LARGE) cursor.problem = "it is larger than a cursor can be";
+    else if (error == kErrorStoppedOnLink) cursor.problem = "it is a link, which the forwarder does not follow";
+    else if (error) cursor.problem = "it cannot be read (error " + std::to_string(error) + ")";
+    else if (Parse(text, cursor.position, cursor.problem)) cursor.state = CursorState::Loaded;
+    if (cursor.state != CursorState::Loaded) cursor.position.clear();
+    return cursor;
+}
+
 bool CursorStore::Save(const std::string& logName, const LogPosition& position) const {
-    std::string text = std::string(kHeader) + "\n";
+    std::string text = kHeader;
     for (const LogFollower::Seen& seen : position) {
         char numbers[64];
         snprintf(numbers, sizeof numbers, "%llx %llu ", static_cast<unsigned long long>(seen.identity.index),
                  static_cast<unsigned long long>(seen.consumed));
         text += numbers + ToHex(seen.head) + "\n";
     }
-    const std::string path = PathOf(logName), aside = path + ".new";
-    HANDLE file = CreateFileA(aside.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return false;
-    DWORD written = 0;
-    const bool ok = WriteFile(file, text.data(), DWORD(text.size()), &written, nullptr) && written == text.size() &&
-                    FlushFileBuffers(file);
-    CloseHandle(file);
-    return ok && MoveFileExA(aside.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
+    return ReplaceStateFile(PathOf(logName), text) == 0;
 }
 
-std::vector<std::pair<std::string, LogPosition>> CursorStore::LoadAll() const {
-    std::vector<std::pair<std::string, LogPosition>> all;
-    WIN32_FIND_DATAA found;
-    const HANDLE search = FindFirstFileA((folder_ + "\\*" + kSuffix).c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) return all;
-    do {
-        std::string name = found.cFileName;
-        if (name.size() <= sizeof kSuffix - 1 || name.compare(name.size() - (sizeof kSuffix - 1), std::string::npos, kSuffix)) continue;
-        name.resize(name.size() - (sizeof kSuffix - 1));
-        LogPosition position;
-        if (Load(name, position)) all.emplace_back(name, position);
-    } while (FindNextFileA(search, &found));
-    FindClose(search);
+std::vector<SavedCursor> CursorStore::LoadAll() const {
+    std::vector<SavedCursor> all;
+    kv::platform::VisitFolder(folder_, "*.cursor", [&](const WIN32_FIND_DATAA& found) {
+        const std::string name = found.cFileName;
+        const size_t base = name.size() - (sizeof kSuffix - 1);
+        // The pattern also matches "x.cursorfoo" by its short name.
+        if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && name.size() > sizeof kSuffix - 1 &&
+            !_stricmp(name.c_str() + base, kSuffix))
+            all.push_back(Load(name.substr(0, base)));
+        return true;
+    });
     return all;
 }
 

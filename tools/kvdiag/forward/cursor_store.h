@@ -14,21 +14,29 @@ namespace kvdiag {
 
 using LogPosition = std::vector<LogFollower::Seen>;
 
+enum class CursorState { Loaded, Missing, Damaged };
+
+struct SavedCursor {
+    std::string logName;
+    CursorState state = CursorState::Missing;
+    LogPosition position;  // when Loaded
+    std::string problem;   // when Damaged: what is wrong with it
+};
+
 class CursorStore {
 public:
     explicit CursorStore(std::string folder) : folder_(std::move(folder)) {}
 
     const std::string& folder() const { return folder_; }
-    // False when there is no cursor or it cannot be read (then forwarding
-    // starts afresh for that log).
-    bool Load(const std::string& logName, LogPosition& position) const;
+    std::string PathOf(const std::string& logName) const { return folder_ + "\\" + logName + ".cursor"; }
+    // A cursor that is there but not wholly as Save writes it (cut, edited,
+    // overwritten, a link) is Damaged: nothing of it is used.
+    SavedCursor Load(const std::string& logName) const;
     bool Save(const std::string& logName, const LogPosition& position) const;
-    // Every saved log with its position, for --status.
-    std::vector<std::pair<std::string, LogPosition>> LoadAll() const;
+    // Every cursor of the folder, damaged ones too, for --status.
+    std::vector<SavedCursor> LoadAll() const;
 
 private:
-    std::string PathOf(const std::string& logName) const { return folder_ + "\\" + logName + ".cursor"; }
-
     std::string folder_;
 };
 

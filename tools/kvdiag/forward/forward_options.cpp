@@ -3,6 +3,8 @@
 #include <windows.h>
 #include <stdlib.h>
 
+#include "forward/record_limit.h"
+
 namespace kvdiag {
 
 bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& options, std::string& error) {
@@ -11,7 +13,7 @@ bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& o
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
         const bool hasValue = i + 1 < args.size();
-        if ((a == "--to" || a == "--ca" || a == "--state" || a == "--ini" || a == "--for") && !hasValue) {
+        if ((a == "--to" || a == "--ca" || a == "--state" || a == "--ini" || a == "--for" || a == "--max-record") && !hasValue) {
             error = a + " needs a value";
             return false;
         }
@@ -28,6 +30,18 @@ bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& o
             options.seconds = strtod(args[++i].c_str(), &end);
             if (*end || !(options.seconds > 0)) {
                 error = "--for needs a number of seconds";
+                return false;
+            }
+        } else if (a == "--max-record") {
+            // Bytes, or with k kilobytes as collectors write it ("8k").
+            char* end = nullptr;
+            const std::string& value = args[++i];
+            const unsigned long long n = strtoull(value.c_str(), &end, 10);
+            const bool kilo = *end == 'k' || *end == 'K';
+            options.maxRecord = size_t(n) * (kilo ? 1024 : 1);
+            if (end == value.c_str() || *(end + kilo) || n > (1u << 20) || options.maxRecord < kSmallestMaxRecord ||
+                options.maxRecord > (64u << 20)) {
+                error = "--max-record needs a size of " + std::to_string(kSmallestMaxRecord) + " bytes or more (8192, 8k)";
                 return false;
             }
         } else if (a == "--all") {
@@ -52,6 +66,11 @@ bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& o
         return false;
     }
     if (!ParseCollectorUrl(url, options.url, error)) return false;
+    // A datagram is cut at 8 KB on its way out (see CollectorLink).
+    if (options.url.transport == CollectorUrl::Transport::Udp && options.maxRecord > kDefaultMaxRecord) {
+        error = "--max-record over udp:// is at most " + std::to_string(kDefaultMaxRecord) + " bytes";
+        return false;
+    }
     if (!options.caFile.empty() && options.url.transport != CollectorUrl::Transport::Tls) {
         error = "--ca is for tls:// collectors";
         return false;

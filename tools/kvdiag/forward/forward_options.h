@@ -10,7 +10,7 @@
 namespace kvdiag {
 
 constexpr char kForwardUsage[] =
-    "forward --to URL [COMPONENT...|--all] [--system] [--apps] [--ca FILE] [--state FOLDER] [--for SECONDS] [--ini PATH]";
+    "forward --to URL [COMPONENT...|--all] [--system] [--apps] [--ca FILE] [--max-record SIZE] [--state FOLDER] [--for SECONDS] [--ini PATH]";
 
 struct ForwardOptions {
     CollectorUrl url;
@@ -19,6 +19,7 @@ struct ForwardOptions {
     std::string stateFolder;  // cursors and status
     std::string ini;          // empty: the product's own
     double seconds = 0;       // 0: until stopped
+    size_t maxRecord = 8192;  // the longest message the collector takes (kDefaultMaxRecord)
     bool status = false;      // show the state of a forwarder instead
 };
 

@@ -6,6 +6,7 @@
 #include "forward/collector_link.h"
 #include "forward/cursor_store.h"
 #include "forward/forward_status.h"
+#include "forward/record_limit.h"
 #include "logs/log_follower.h"
 #include "platform/error_text.h"
 #include "platform/folder_tree.h"
@@ -57,22 +58,37 @@ private:
     ULONGLONG statusSaved_ = 0;
 };
 
-// A log found at start goes on from its saved cursor, or from its end when
-// it has none (what was there before is not forwarded); a log that appears
-// later is new, so all of it is forwarded.
+// A log goes on from its saved cursor. Without one, a log found at the
+// first start is forwarded from its end (what was there before is not
+// forwarded) and one that appears later whole, as it is new; either way the
+// forwarder says where it starts. A damaged cursor cannot say where the
+// collector stands: the whole log, history files first, is sent again (a
+// line twice is better than a line lost).
 void Forwarder::AddNewLogs(bool atStart) {
     for (FollowedLog& log : SelectLogs(options_.selection)) {
-        const auto known = std::find_if(sources_.begin(), sources_.end(),
-                                        [&](const Source& s) { return s.log.identity.fileName == log.identity.fileName; });
+        const std::string& name = log.identity.fileName;
+        const auto known = std::find_if(sources_.begin(), sources_.end(), [&](const Source& s) { return s.log.identity.fileName == name; });
         if (known != sources_.end()) continue;
         Source source{log, std::make_unique<LogFollower>(log.chain), {}, {}, {}};
-        LogPosition saved;
-        if (cursors_.Load(log.identity.fileName, saved)) source.follower->Resume(saved);
-        else if (atStart) source.follower->Start(0);
+        const SavedCursor cursor = cursors_.Load(name);
+        const std::string live = log.chain.front();
+        if (cursor.state == CursorState::Loaded) {
+            source.follower->Resume(cursor.position);
+            note_("forwarding " + live + " from its cursor");
+        } else if (cursor.state == CursorState::Damaged) {
+            note_("the cursor " + cursors_.PathOf(name) + " is damaged (" + cursor.problem + "): forwarding " + live +
+                  " again from the start of its oldest file; the collector may get lines twice");
+        } else if (atStart) {
+            source.follower->Start(0);
+            const LogPosition& at = source.follower->position();
+            note_("no cursor for " + live + " in " + cursors_.folder() + ": forwarding starts at its end (byte " +
+                  std::to_string(at.empty() ? 0 : at.front().consumed) + "); earlier lines are not sent");
+        } else {
+            note_("forwarding " + live + ", a new log, from its first line");
+        }
         source.committed = source.follower->position();
-        cursors_.Save(log.identity.fileName, source.committed);
-        status_.logs.push_back(log.chain.front());
-        note_("forwarding " + log.chain.front());
+        cursors_.Save(name, source.committed);
+        status_.logs.push_back(live);
         sources_.push_back(std::move(source));
     }
 }
@@ -87,9 +103,15 @@ std::vector<std::string> Forwarder::Gather() {
             ++status_.gaps;
             note_(source.log.chain.front() + " rolled past its history files while unread; lines are missing");
         }
+        if (source.follower->resets()) {
+            ++status_.gaps;
+            note_("the cursor of " + source.log.chain.front() +
+                  " points past the end of a file or into a line: that file is read again from its start as a new one; lines may be missing or sent twice");
+        }
         const bool timed = source.log.identity.msgId != "applog";
         for (const LogEntry& entry : timed ? GroupEntries(lines, source.lastStamp) : LineEntries(lines))
-            messages.push_back(SyslogMessage(source.log.identity, hostName_, entry));
+            for (std::string& message : LimitedMessages(source.log.identity, hostName_, entry, options_.maxRecord))
+                messages.push_back(std::move(message));
     }
     return messages;
 }

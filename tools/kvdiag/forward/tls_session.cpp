@@ -39,11 +39,13 @@ TlsSession::~TlsSession() {
 }
 
 bool TlsSession::Start(SOCKET socket, const std::string& serverName, const std::string& caFile, std::string& error) {
+    serverName_ = serverName;
+    caFile_ = caFile;
     SCHANNEL_CRED cred{};
     cred.dwVersion = SCHANNEL_CRED_VERSION;
-    // With our own authority the check is ours; otherwise the system checks
-    // against its trusted roots and the server name.
-    cred.dwFlags = SCH_CRED_NO_DEFAULT_CREDS | (caFile.empty() ? SCH_CRED_AUTO_CRED_VALIDATION : SCH_CRED_MANUAL_CRED_VALIDATION);
+    // The provider checks nothing itself (whether it would, and how well,
+    // differs between systems): CheckCollector decides, in the handshake.
+    cred.dwFlags = SCH_CRED_NO_DEFAULT_CREDS | SCH_CRED_MANUAL_CRED_VALIDATION | SCH_USE_STRONG_CRYPTO;
     // TLS 1.2: after its handshake the collector sends nothing (TLS 1.3 would
     // send session tickets), so anything to read means it closed the session.
     cred.grbitEnabledProtocols = SP_PROT_TLS1_2_CLIENT;
@@ -54,18 +56,9 @@ bool TlsSession::Start(SOCKET socket, const std::string& serverName, const std::
         return false;
     }
     haveCredentials_ = true;
-    if (!Handshake(socket, serverName, error)) return false;
-    if (!caFile.empty()) {
-        PCCERT_CONTEXT server = nullptr;
-        status = QueryContextAttributesA(&context_, SECPKG_ATTR_REMOTE_CERT_CONTEXT, &server);
-        if (status != SEC_E_OK || !server) {
-            error = "the collector sent no certificate";
-            return false;
-        }
-        const bool trusted = CheckServerCertificate(server, caFile, serverName, error);
-        CertFreeCertificateContext(server);
-        if (!trusted) return false;
-    }
+    if (!Handshake(socket, error)) return false;
+    // A provider that gave the certificate only now: still before any record is sent.
+    if (!collectorChecked_ && !CheckCollector(true, error)) return false;
     status = QueryContextAttributesA(&context_, SECPKG_ATTR_STREAM_SIZES, &sizes_);
     if (status != SEC_E_OK) {
         error = "the TLS session gave no record sizes (" + Hex(status) + ")";
@@ -74,7 +67,24 @@ bool TlsSession::Start(SOCKET socket, const std::string& serverName, const std::
     return true;
 }
 
-bool TlsSession::Handshake(SOCKET socket, const std::string& serverName, std::string& error) {
+// Checks the collector's certificate once the provider has it. Checked
+// before the client's last handshake message leaves, a refused collector
+// never gets a session at all, let alone a record.
+bool TlsSession::CheckCollector(bool mustHave, std::string& error) {
+    PCCERT_CONTEXT server = nullptr;
+    const SECURITY_STATUS status = QueryContextAttributesA(&context_, SECPKG_ATTR_REMOTE_CERT_CONTEXT, &server);
+    if (status != SEC_E_OK || !server) {
+        if (mustHave) error = "the collector sent no certificate";
+        return !mustHave;
+    }
+    collectorChecked_ = true;
+    const bool trusted = CheckServerCertificate(server, caFile_, serverName_, error);
+    CertFreeCertificateContext(server);
+    if (!trusted) error = "refused: " + error;
+    return trusted;
+}
+
+bool TlsSession::Handshake(SOCKET socket, std::string& error) {
     std::vector<char> in;
     bool needInput = false;
     for (int round = 0; round < 64; ++round) {
@@ -93,9 +103,13 @@ bool TlsSession::Handshake(SOCKET socket, const std::string& serverName, std::st
         SecBufferDesc outDesc{SECBUFFER_VERSION, 1, &outBuffer};
         ULONG attributes = 0;
         const SECURITY_STATUS status = InitializeSecurityContextA(
-            &credentials_, haveContext_ ? &context_ : nullptr, const_cast<char*>(serverName.c_str()), kContextFlags, 0, 0,
+            &credentials_, haveContext_ ? &context_ : nullptr, const_cast<char*>(serverName_.c_str()), kContextFlags, 0, 0,
             haveContext_ ? &inDesc : nullptr, 0, haveContext_ ? nullptr : &context_, &outDesc, &attributes, nullptr);
         haveContext_ = true;
+        if (!collectorChecked_ && (status == SEC_E_OK || status == SEC_I_CONTINUE_NEEDED) && !CheckCollector(false, error)) {
+            if (outBuffer.pvBuffer) FreeContextBuffer(outBuffer.pvBuffer);
+            return false;
+        }
         if (outBuffer.pvBuffer) {
             const bool sent = !outBuffer.cbBuffer || SendAll(socket, static_cast<char*>(outBuffer.pvBuffer), outBuffer.cbBuffer);
             FreeContextBuffer(outBuffer.pvBuffer);

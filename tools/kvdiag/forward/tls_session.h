@@ -18,9 +18,10 @@ public:
     TlsSession(const TlsSession&) = delete;
     TlsSession& operator=(const TlsSession&) = delete;
 
-    // The handshake. With caFile (PEM) the collector's certificate must chain
-    // up to that authority; without one, to a root the system trusts. Either
-    // way it must name serverName and be valid now.
+    // The handshake. The collector's certificate is checked by
+    // CheckServerCertificate (with caFile's authorities, or the machine's
+    // roots when it is empty) before the handshake ends; a refused one ends
+    // it with "refused: " and the reason.
     bool Start(SOCKET socket, const std::string& serverName, const std::string& caFile, std::string& error);
     // Encrypts and sends all of data.
     bool Send(SOCKET socket, const char* data, size_t size, std::string& error);
@@ -28,12 +29,17 @@ public:
     void Shutdown(SOCKET socket);
 
 private:
-    bool Handshake(SOCKET socket, const std::string& serverName, std::string& error);
+    bool Handshake(SOCKET socket, std::string& error);
+    // False when the collector's certificate is refused, or (mustHave) not there.
+    bool CheckCollector(bool mustHave, std::string& error);
 
     CredHandle credentials_{};
     CtxtHandle context_{};
     bool haveCredentials_ = false;
     bool haveContext_ = false;
+    bool collectorChecked_ = false;
+    std::string serverName_;
+    std::string caFile_;
     SecPkgContext_StreamSizes sizes_{};
 };
 

@@ -96,8 +96,23 @@ std::vector<std::string> LogFollower::Start(int count) {
     return lines;
 }
 
+// Whether offset can be where reading stopped in file: within it, and (unless
+// at its end) right after a line end. When it is, text holds the file from offset on.
+bool LogFollower::FitsFile(const SharedFile& file, uint64_t offset, std::string& text) {
+    if (offset > file.size()) return false;
+    if (offset == 0 || offset == file.size()) return true;
+    file.ReadFrom(offset - 1, text);
+    if (text.empty() || text[0] != '\n') {
+        text.clear();
+        return false;
+    }
+    text.erase(0, 1);
+    return true;
+}
+
 std::vector<std::string> LogFollower::Poll(bool& gap) {
     gap = false;
+    resets_ = 0;
     // The live file and the one before it: a process that still wrote to the
     // old file when another rolled it adds its line there after the roll.
     std::vector<ChainFile> files;
@@ -108,9 +123,13 @@ std::vector<std::string> LogFollower::Poll(bool& gap) {
     std::vector<Seen> now;
     for (auto f = files.rbegin(); f != files.rend(); ++f) {
         const Seen* seen = Find(*f);
-        const uint64_t from = seen ? seen->consumed : 0;
+        uint64_t from = seen ? seen->consumed : 0;
         std::string text;
-        f->file.ReadFrom(from, text);
+        if (seen && !FitsFile(f->file, from, text)) {
+            from = 0;
+            ++resets_;
+        }
+        if (text.empty()) f->file.ReadFrom(from, text);
         // A history file never read before is complete; the hole note of a
         // chain has no line end.
         const bool wholeTail = !seen && f->index > 0;

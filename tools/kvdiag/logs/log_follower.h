@@ -30,6 +30,10 @@ public:
     // The complete lines added since the last call, oldest first. gap is set
     // when files went out of the chain before they could be read to the end.
     std::vector<std::string> Poll(bool& gap);
+    // Files of the last Poll whose position did not fit them (past their
+    // end, or not after a line end: a position of another file, or one
+    // edited): each was read again from its start, as a new file.
+    size_t resets() const { return resets_; }
 
     // A file is known by its identity and its first bytes: file systems
     // reuse the index of a deleted file for a new one, but a log's first
@@ -54,10 +58,12 @@ private:
     // False when rolls kept the chain moving during every attempt.
     bool OpenChain(size_t knownToFind, std::vector<ChainFile>& files) const;
     const Seen* Find(const ChainFile& file) const;
+    static bool FitsFile(const SharedFile& file, uint64_t offset, std::string& text);
 
     std::vector<std::string> chain_;
     std::vector<Seen> seen_;  // newest first
     int unsettledPolls_ = 0;
+    size_t resets_ = 0;
 };
 
 // Splits text into lines without their line ends. With wholeTail, a last line

@@ -5,6 +5,8 @@
 
 #include "forward/forward_options.h"
 #include "commands/forward_command.h"
+#include "platform/module_path.h"
+#include "service/folder_access.h"
 
 namespace kvdiag {
 
@@ -84,9 +86,30 @@ void WINAPI ServiceMain(DWORD, char**) {
     statusHandle = RegisterServiceCtrlHandlerExA(kServiceName, OnControl, nullptr);
     if (!statusHandle) return;
     stopEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    // A state folder removed since the install is made again as install made
+    // it: under ProgramData, users could otherwise create files in it.
+    ForwardOptions options;
+    std::string error;
+    if (ParseForwardOptions(serviceArgs, options, error) && GetFileAttributesA(options.stateFolder.c_str()) == INVALID_FILE_ATTRIBUTES)
+        CreateProtectedFolder(options.stateFolder);
     Report(SERVICE_RUNNING);
     const int code = RunForwardCommand(serviceArgs, stopEvent);
     Report(SERVICE_STOPPED, DWORD(code));
+}
+
+// A LocalSystem service may run and keep only what administrators alone can
+// change: its program folder, the files it reads, its state folder (made
+// here with such an access list when it is not there). "" when all are so.
+std::string UnsafeServicePlaces(const ForwardOptions& options, const std::string& program) {
+    std::string problem = ServiceFolderProblem(program.substr(0, program.find_last_of('\\')), true);
+    for (const std::string* file : {&options.caFile, &options.ini})
+        if (problem.empty() && !file->empty()) problem = ServiceFileProblem(*file);
+    if (!problem.empty()) return problem;
+    if (GetFileAttributesA(options.stateFolder.c_str()) == INVALID_FILE_ATTRIBUTES) {
+        const DWORD error = CreateProtectedFolder(options.stateFolder);
+        if (error) return "cannot create the state folder " + options.stateFolder + " (error " + std::to_string(error) + ")";
+    }
+    return ServiceFolderProblem(options.stateFolder, false);
 }
 
 }  // namespace
@@ -99,9 +122,8 @@ int InstallForwardService(const std::vector<std::string>& forwardArgs) {
                 kForwardUsage);
         return 2;
     }
-    char self[MAX_PATH];
-    const DWORD n = GetModuleFileNameA(nullptr, self, sizeof self);
-    if (!n || n >= sizeof self) {
+    const std::string self = kv::platform::ModulePath(nullptr);
+    if (self.empty()) {
         fprintf(stderr, "kvdiag: %s\n", ErrorText("cannot find kvdiag's own path").c_str());
         return 1;
     }
@@ -110,6 +132,11 @@ int InstallForwardService(const std::vector<std::string>& forwardArgs) {
     ScHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CREATE_SERVICE));
     if (!manager.handle) {
         fprintf(stderr, "kvdiag: %s; run as an administrator\n", ErrorText("cannot open the service manager").c_str());
+        return 1;
+    }
+    const std::string problem = UnsafeServicePlaces(options, self);
+    if (!problem.empty()) {
+        fprintf(stderr, "kvdiag: the service is not installed: %s\n", problem.c_str());
         return 1;
     }
     // LocalSystem, started at boot whether or not anyone logs in.
