@@ -43,15 +43,18 @@ DumpStacks::DumpStacks(const DumpView& dump, const std::string& dumpPath, const 
     SymSetOptions(SYMOPT_UNDNAME | SYMOPT_LOAD_LINES | SYMOPT_FAIL_CRITICAL_ERRORS | SYMOPT_NO_PROMPTS |
                   SYMOPT_EXACT_SYMBOLS);
     ready_ = SymInitialize(session_, "", FALSE);
-    if (!ready_) return;
-    for (auto& m : modules_) LoadSymbols(m);
+    loadTried_.assign(modules_.size(), false);
 }
 
 DumpStacks::~DumpStacks() {
     if (ready_) SymCleanup(session_);
 }
 
-void DumpStacks::LoadSymbols(DumpModule& m) {
+void DumpStacks::LoadSymbols(const DumpModule& module) const {
+    const size_t index = size_t(&module - modules_.data());
+    if (loadTried_[index]) return;
+    loadTried_[index] = true;
+    DumpModule& m = modules_[index];
     if (!m.image) return;
     // The search path is the one folder that holds the PDB this module was
     // built with (already checked by identity), so DbgHelp cannot pick up
@@ -70,7 +73,9 @@ void DumpStacks::LoadSymbols(DumpModule& m) {
 }
 
 void DumpStacks::Name(StackFrame& frame, bool returnAddress) const {
-    if (!ready_ || !frame.module->symbolsLoaded) return;
+    if (!ready_) return;
+    LoadSymbols(*frame.module);
+    if (!frame.module->symbolsLoaded) return;
     alignas(SYMBOL_INFO) char storage[sizeof(SYMBOL_INFO) + 512] = {};
     auto* symbol = reinterpret_cast<SYMBOL_INFO*>(storage);
     symbol->SizeOfStruct = sizeof(SYMBOL_INFO);
@@ -118,7 +123,7 @@ ThreadStack DumpStacks::Walk(DWORD threadId, const CONTEXT& context) const {
         bool unwound;
         if (frame.module && frame.module->image) {
             unwound = UnwindFrame(*frame.module->image, frame.module->base, memory_, regs);
-        } else if (depth == 0) {
+        } else if (depth == 0 && !frame.module) {
             unwound = UnwindLeaf(memory_, regs);  // a call through a bad pointer lands outside any module
         } else {
             stack.stop = "walk ends: no image of " +

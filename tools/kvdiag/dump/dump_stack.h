@@ -58,10 +58,13 @@ public:
     std::string DataName(uint64_t address) const;
 
 private:
-    void LoadSymbols(DumpModule& m);
+    // Loads a module's symbols the first time one of its addresses is named:
+    // a dump lists dozens of system modules its stacks never touch.
+    void LoadSymbols(const DumpModule& m) const;
     void Name(StackFrame& frame, bool returnAddress) const;
 
-    std::vector<DumpModule> modules_;
+    mutable std::vector<DumpModule> modules_;  // symbolsLoaded changes as modules are loaded
+    mutable std::vector<bool> loadTried_;
     DumpMemory memory_;
     HANDLE session_;
     bool ready_ = false;
