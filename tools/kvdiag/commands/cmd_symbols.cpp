@@ -9,9 +9,11 @@
 
 #include "command.h"
 #include "common/path_parts.h"
+#include "platform/error_text.h"
+#include "platform/folder_tree.h"
 #include "symbols/symbol_store.h"
 
-KVDIAG_COMMAND(symbols, "add PATH...", "adds executables, DLLs and their PDBs to a symbol store (srv*DIR) by identity",
+KVDIAG_COMMAND(symbols, "add PATH... --store DIR", "adds executables, DLLs and their PDBs to a symbol store (srv*DIR) by identity",
                {"add", nullptr, "add files (an image takes the PDB it names from beside it) or every image and PDB "
                                 "of a folder"},
                {"--store", "DIR", "the store, laid out as name\\<identity>\\name (created when missing)"}) {
@@ -25,8 +27,9 @@ KVDIAG_COMMAND(symbols, "add PATH...", "adds executables, DLLs and their PDBs to
     }
     if (wrongUse || paths.empty() || store.empty()) return kvdiag::UsageError();
     while (store.size() > 3 && (store.back() == '\\' || store.back() == '/')) store.pop_back();
-    if (!CreateDirectoryA(store.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) {
-        fprintf(stderr, "kvdiag symbols: cannot create the store %s (error %lu)\n", store.c_str(), GetLastError());
+    if (const DWORD error = kv::platform::CreateFolderTree(store)) {
+        fprintf(stderr, "kvdiag symbols: cannot create the store %s (%s)\n", store.c_str(),
+                kv::platform::ErrorText(error).c_str());
         return 1;
     }
     // PDBs named on the command line are offered to every image as well.

@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -16,14 +17,14 @@
 #include "dump/dump_damage.h"
 #include "dump/dump_reader.h"
 #include "dump/triage_table.h"
+#include "platform/error_text.h"
+#include "platform/folder_listing.h"
 
 namespace {
 
 using kvdiag::FileNameOf;
 using kvdiag::FolderOf;
 
-constexpr char kUsage[] = "usage: kvdiag triage PATH... [--csv] [--symbols PATH]\n"
-                          "  PATH: dumps, folders (searched below) and kvdiag collect cabinets\n";
 constexpr int kMaxFolderDepth = 8;
 
 bool EndsWith(const std::string& text, const char* suffix) {
@@ -129,21 +130,16 @@ public:
 
 private:
     void AddFolder(const std::string& folder, int depth) {
-        WIN32_FIND_DATAA found;
-        const HANDLE search = FindFirstFileA((folder + "\\*").c_str(), &found);
-        if (search == INVALID_HANDLE_VALUE) {
-            problems.push_back(folder + ": cannot be listed (error " + std::to_string(GetLastError()) + ")");
-            return;
-        }
         std::vector<std::string> names;
-        do {
+        const DWORD error = kv::platform::VisitFolder(folder, "*", [&names, depth](const WIN32_FIND_DATAA& found) {
             const std::string name = found.cFileName;
             const bool isFolder = found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
-            if (isFolder ? name != "." && name != ".." && depth < kMaxFolderDepth
-                         : EndsWith(name, ".dmp") || EndsWith(name, ".cab"))
+            if (isFolder ? depth < kMaxFolderDepth : EndsWith(name, ".dmp") || EndsWith(name, ".cab"))
                 names.push_back(name);
-        } while (FindNextFileA(search, &found));
-        FindClose(search);
+            return true;
+        });
+        if (error) problems.push_back(folder + ": cannot be listed (" + kv::platform::ErrorText(error) + ")");
+        std::sort(names.begin(), names.end());
         for (const auto& name : names) Add(folder + "\\" + name, depth + 1);
     }
 
@@ -206,7 +202,7 @@ kvdiag::TriagedDump Triage(const DumpInput& input, const kvdiag::SymbolPath& sym
     const kvdiag::MappedDump dump(input.file.c_str());
     if (!dump.opened()) {
         t.damaged = true;
-        t.reason = "cannot be opened (error " + std::to_string(GetLastError()) + ")";
+        t.reason = "cannot be opened (" + kv::platform::ErrorText(GetLastError()) + ")";
         return t;
     }
     if (!dump.header()) {
@@ -237,8 +233,11 @@ kvdiag::TriagedDump Triage(const DumpInput& input, const kvdiag::SymbolPath& sym
 
 }  // namespace
 
-KVDIAG_COMMAND(triage, "triage PATH... [--csv] [--symbols PATH]",
-               "groups dumps, folders of dumps and collect cabinets by crash signature, largest group first") {
+KVDIAG_COMMAND(triage, "PATH...", "groups dumps, folders of dumps and collect cabinets by crash signature",
+               {"--csv", nullptr, "the table as comma-separated values, for a spreadsheet"},
+               {"--symbols", "PATH",
+                "where images and PDBs are looked for by identity: folders and srv*DIR stores separated by ';' "
+                "(default _NT_SYMBOL_PATH; a cabinet's own Symbols folder is always searched)"}) {
     std::vector<std::string> paths;
     std::string symbolPath;
     bool csv = false, wrongUse = false;
@@ -248,10 +247,7 @@ KVDIAG_COMMAND(triage, "triage PATH... [--csv] [--symbols PATH]",
         else if (argv[i][0] != '-') paths.push_back(argv[i]);
         else wrongUse = true;
     }
-    if (wrongUse || paths.empty()) {
-        fprintf(stderr, "%s", kUsage);
-        return 2;
-    }
+    if (wrongUse || paths.empty()) return kvdiag::UsageError();
     const kvdiag::SymbolPath symbols = kvdiag::SymbolPath::FromOptionOrEnvironment(symbolPath);
     kvdiag::Progress progress("triage");
     ScratchFolder scratch;

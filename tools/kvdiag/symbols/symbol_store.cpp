@@ -8,6 +8,9 @@
 #include "common/mapped_file.h"
 #include "common/path_parts.h"
 #include "dump/module_identity.h"
+#include "platform/error_text.h"
+#include "platform/folder_listing.h"
+#include "platform/folder_tree.h"
 
 namespace kvdiag {
 namespace {
@@ -35,21 +38,20 @@ ByteView ViewOf(const MappedFile& file) { return ByteView(file.base(), file.size
 void SymbolStore::Add(const std::string& path, const std::vector<std::string>& given) {
     if (!IsFolder(path)) return AddFile(path, given);
     std::vector<std::string> names;
-    WIN32_FIND_DATAA found;
-    const HANDLE search = FindFirstFileA((path + "\\*").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) {
-        fprintf(out_, "  failed   %s: the folder cannot be listed (error %lu)\n", path.c_str(), GetLastError());
-        ++tally_.problems;
-        return;
-    }
-    do {
+    const DWORD error = kv::platform::VisitFolder(path, "*", [&names](const WIN32_FIND_DATAA& found) {
         const std::string name = found.cFileName;
         if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) &&
             (EndsWithIgnoringCase(name, ".exe") || EndsWithIgnoringCase(name, ".dll") ||
              EndsWithIgnoringCase(name, ".pdb")))
             names.push_back(name);
-    } while (FindNextFileA(search, &found));
-    FindClose(search);
+        return true;
+    });
+    if (error) {
+        fprintf(out_, "  failed   %s: the folder cannot be listed (%s)\n", path.c_str(),
+                kv::platform::ErrorText(error).c_str());
+        ++tally_.problems;
+        return;
+    }
     std::sort(names.begin(), names.end());
     // Images first: each takes its own PDB by identity; a PDB no image of
     // the folder named is still stored on its own afterwards.
@@ -60,7 +62,8 @@ void SymbolStore::Add(const std::string& path, const std::vector<std::string>& g
 void SymbolStore::AddFile(const std::string& path, const std::vector<std::string>& given) {
     const MappedFile file(path.c_str());
     if (!file.opened()) {
-        fprintf(out_, "  failed   %s: cannot be opened (error %lu)\n", path.c_str(), GetLastError());
+        fprintf(out_, "  failed   %s: cannot be opened (%s)\n", path.c_str(),
+                kv::platform::ErrorText(GetLastError()).c_str());
         ++tally_.problems;
         return;
     }
@@ -140,8 +143,7 @@ bool SymbolStore::Put(const std::string& source, const std::string& name, const 
         ++tally_.problems;
         return false;
     }
-    for (const std::string& folder : {folder_, folder_ + "\\" + name, folder_ + "\\" + name + "\\" + key})
-        CreateDirectoryA(folder.c_str(), nullptr);
+    kv::platform::CreateFolderTree(folder_ + "\\" + name + "\\" + key);  // a failure shows at the copy
     // Copied under a private name, then renamed: a reader of the store never
     // sees half a file, and a file that appeared meanwhile is not replaced.
     const std::string partial = target + ".partial-" + std::to_string(GetCurrentProcessId());
@@ -158,7 +160,8 @@ bool SymbolStore::Put(const std::string& source, const std::string& name, const 
         }
     }
     if (error) {
-        fprintf(out_, "  failed   %s: cannot be written (error %lu)\n", relative.c_str(), error);
+        fprintf(out_, "  failed   %s: cannot be written (%s)\n", relative.c_str(),
+                kv::platform::ErrorText(error).c_str());
         ++tally_.problems;
         return false;
     }
