@@ -121,20 +121,31 @@ TEST(SupportDesk, ExplainsDeadlocksOfTwoAndThreeThreadsFromAHangDump) {
             plant.AddToStore(store.path());
             ASSERT_TRUE(MoveTo(plant.Dump("desk_ring.hang.dmp"), desk / "ring.dmp"));
         }
-        const HostResult r = KvdiagIn(desk.path(), "dumpinfo " + Quoted(desk / "ring.dmp") + " --symbols srv*" +
-                                                       Quoted(store.path()));
-        EXPECT_EQ(0u, r.exitCode) << r.output;
-        const std::string deadlock = kvtest::LineFrom(r.output, "Deadlock: ");
-        EXPECT_EQ(size_t(threads), kvtest::Count(deadlock, " waits for lock ")) << r.output;
-        for (int i = 0; i < threads; ++i) {
-            const int next = (i + 1) % threads;
-            const std::string wait = "thread " + ids[i] + " waits for lock " + locks[next] + " owned by thread " + ids[next];
-            EXPECT_HAS(deadlock, wait);
-            EXPECT_TRUE(kvtest::InOrder(r.output, {deadlock, "  Thread " + ids[i], "desk_ring!TakeNextLock+0x",
-                                                   "dump_scenarios.cpp:", "desk_ring!RingThread+0x"}))
-                << r.output;
+        // With the store, and with the PDBs alone as collect packs them: the
+        // images are then rebuilt from the full dump's memory.
+        kvtest::TempDir pdbs("kvcabsymbols");
+        for (const char* pdb : {"scenario_host.pdb", "KvDebugHelp.pdb"})
+            ASSERT_TRUE(CopyFileA((kvtest::ProgramFolder() + "\\" + pdb).c_str(), (pdbs / pdb).c_str(), FALSE));
+        for (const std::string& symbols : {"srv*" + store.path(), pdbs.path()}) {
+            SCOPED_TRACE(symbols);
+            const HostResult r =
+                KvdiagIn(desk.path(), "dumpinfo " + Quoted(desk / "ring.dmp") + " --symbols " + Quoted(symbols));
+            EXPECT_EQ(0u, r.exitCode) << r.output;
+            if (symbols == pdbs.path())
+                EXPECT_HAS(r.output, "desk_ring: image rebuilt from the dump's memory; no file of it in: ");
+            const std::string deadlock = kvtest::LineFrom(r.output, "Deadlock: ");
+            EXPECT_EQ(size_t(threads), kvtest::Count(deadlock, " waits for lock ")) << r.output;
+            for (int i = 0; i < threads; ++i) {
+                const int next = (i + 1) % threads;
+                const std::string wait =
+                    "thread " + ids[i] + " waits for lock " + locks[next] + " owned by thread " + ids[next];
+                EXPECT_HAS(deadlock, wait);
+                EXPECT_TRUE(kvtest::InOrder(r.output, {deadlock, "  Thread " + ids[i], "desk_ring!TakeNextLock+0x",
+                                                       "dump_scenarios.cpp:", "desk_ring!RingThread+0x"}))
+                    << r.output;
+            }
+            EXPECT_HAS(r.output, "Signature:      deadlock | desk_ring!TakeNextLock | desk_ring!RingThread");
         }
-        EXPECT_HAS(r.output, "Signature:      deadlock | desk_ring!TakeNextLock | desk_ring!RingThread");
     }
 }
 

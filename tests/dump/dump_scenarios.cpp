@@ -26,7 +26,9 @@ static LONG WINAPI NormalDumpFilter(EXCEPTION_POINTERS* pointers) {
 
 static volatile int zero = 0;
 __attribute__((noinline)) static void WriteThroughNull() { *reinterpret_cast<volatile int*>(uintptr_t(zero) + 8) = 1; }
-__attribute__((noinline)) static void ReadThroughNull() { zero = *reinterpret_cast<volatile int*>(uintptr_t(zero) + 16); }
+__attribute__((noinline)) static void ReadThroughNull() {
+    zero = *reinterpret_cast<volatile int*>(uintptr_t(zero) + 16);
+}
 __attribute__((noinline)) static void DivideByZero() { zero = 100 / zero; }
 __attribute__((noinline)) static void ParseRecipe() { WriteThroughNull(); zero = 1; }
 __attribute__((noinline)) static void ScheduleBatch() { ReadThroughNull(); zero = 2; }
@@ -72,7 +74,8 @@ KV_SCENARIO(deadlock_ring) {
     for (int i = 0; i < ringSize; ++i) {
         DWORD id = 0;
         CreateThread(nullptr, 0, RingThread, reinterpret_cast<void*>(intptr_t(i)), 0, &id);
-        printf("thread %lu holds 0x%016llx\n", id, static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(&ring[i])));
+        printf("thread %lu holds 0x%016llx\n", id,
+               static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(&ring[i])));
     }
     while (holding < ringSize) Sleep(10);
     Sleep(500);  // each thread is inside EnterCriticalSection by now

@@ -13,7 +13,8 @@
 #include "platform/folder_tree.h"
 #include "symbols/symbol_store.h"
 
-KVDIAG_COMMAND(symbols, "add PATH... --store DIR", "adds executables, DLLs and their PDBs to a symbol store (srv*DIR) by identity",
+KVDIAG_COMMAND(symbols, "add PATH... --store DIR",
+               "adds executables, DLLs and their PDBs to a symbol store (srv*DIR) by identity",
                {"add", nullptr, "add files (an image takes the PDB it names from beside it) or every image and PDB "
                                 "of a folder"},
                {"--store", "DIR", "the store, laid out as name\\<identity>\\name (created when missing)"}) {

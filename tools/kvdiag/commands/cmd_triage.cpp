@@ -226,7 +226,8 @@ kvdiag::TriagedDump Triage(const DumpInput& input, const kvdiag::SymbolPath& sym
     t.exception = analysis.signature.substr(0, analysis.signature.find(' '));
     for (const auto& m : stacks.modules()) {
         if (t.component.empty()) t.component = m.name;  // the first module is the program
-        if (_stricmp(m.name.c_str(), "KvDebugHelp") == 0 && m.versionMs) t.version = VersionText(m.versionMs, m.versionLs);
+        if (_stricmp(m.name.c_str(), "KvDebugHelp") == 0 && m.versionMs)
+            t.version = VersionText(m.versionMs, m.versionLs);
     }
     return t;
 }

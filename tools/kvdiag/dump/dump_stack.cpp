@@ -36,8 +36,8 @@ std::string StackFrame::Text() const {
 }
 
 DumpStacks::DumpStacks(const DumpView& dump, const std::string& dumpPath, const WalkOptions& options)
-    : modules_(LocateModules(dump, dumpPath, options.symbols, options.findFiles, options.nameFrames)),
-      memory_(dump),
+    : memory_(dump),
+      modules_(LocateModules(dump, dumpPath, options.symbols, memory_, options.findFiles, options.nameFrames)),
       session_(reinterpret_cast<HANDLE>(nextSession++)) {
     if (!options.nameFrames || modules_.empty()) return;
     SymSetOptions(SYMOPT_UNDNAME | SYMOPT_LOAD_LINES | SYMOPT_FAIL_CRITICAL_ERRORS | SYMOPT_NO_PROMPTS |
@@ -48,6 +48,30 @@ DumpStacks::DumpStacks(const DumpView& dump, const std::string& dumpPath, const 
 
 DumpStacks::~DumpStacks() {
     if (ready_) SymCleanup(session_);
+    for (auto it = copies_.rbegin(); it != copies_.rend(); ++it)
+        if (!DeleteFileA(it->c_str())) RemoveDirectoryA(it->c_str());
+}
+
+// DbgHelp reads images from files only: a rebuilt one is written to a
+// private folder under the module's own file name.
+std::string DumpStacks::CopyForDbgHelp(const DumpModule& m) const {
+    char temp[MAX_PATH];
+    if (!GetTempPathA(sizeof temp, temp)) return {};
+    const std::string folder = std::string(temp) + "kvdiag-image-" + std::to_string(GetCurrentProcessId()) + "-" +
+                               std::to_string(reinterpret_cast<uintptr_t>(session_)) + "-" +
+                               std::to_string(copies_.size());
+    if (!CreateDirectoryA(folder.c_str(), nullptr)) return {};
+    copies_.push_back(folder);
+    const std::string path = folder + "\\" + FileNameOf(m.path);
+    const HANDLE file =
+        CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_TEMPORARY, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return {};
+    copies_.push_back(path);
+    const ByteView bytes = m.image->bytes();
+    DWORD written = 0;
+    const bool ok = WriteFile(file, bytes.base(), DWORD(bytes.size()), &written, nullptr) && written == bytes.size();
+    CloseHandle(file);
+    return ok ? path : std::string();
 }
 
 void DumpStacks::LoadSymbols(const DumpModule& module) const {
@@ -59,9 +83,11 @@ void DumpStacks::LoadSymbols(const DumpModule& module) const {
     // The search path is the one folder that holds the PDB this module was
     // built with (already checked by identity), so DbgHelp cannot pick up
     // another build's file of the same name from anywhere else.
-    const std::string folder = FolderOf(m.pdbPath.empty() ? m.image->path() : m.pdbPath);
+    const std::string imagePath = m.image->fromDump() ? CopyForDbgHelp(m) : m.image->path();
+    if (imagePath.empty()) return;
+    const std::string folder = FolderOf(m.pdbPath.empty() ? imagePath : m.pdbPath);
     SymSetSearchPath(session_, folder.empty() ? "." : folder.c_str());
-    if (!SymLoadModuleEx(session_, nullptr, m.image->path().c_str(), nullptr, m.base, DWORD(m.size), nullptr, 0))
+    if (!SymLoadModuleEx(session_, nullptr, imagePath.c_str(), nullptr, m.base, DWORD(m.size), nullptr, 0))
         return;
     IMAGEHLP_MODULE64 info{};
     info.SizeOfStruct = sizeof info;

@@ -62,10 +62,12 @@ private:
     // a dump lists dozens of system modules its stacks never touch.
     void LoadSymbols(const DumpModule& m) const;
     void Name(StackFrame& frame, bool returnAddress) const;
+    std::string CopyForDbgHelp(const DumpModule& m) const;
 
+    DumpMemory memory_;
     mutable std::vector<DumpModule> modules_;  // symbolsLoaded changes as modules are loaded
     mutable std::vector<bool> loadTried_;
-    DumpMemory memory_;
+    mutable std::vector<std::string> copies_;  // rebuilt images written for DbgHelp, removed at the end
     HANDLE session_;
     bool ready_ = false;
 };

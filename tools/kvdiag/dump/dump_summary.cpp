@@ -162,13 +162,18 @@ void PrintModuleFiles(const DumpStacks& stacks, const SummaryOptions& options, F
             if (!m.image) systemWithoutImage += (systemWithoutImage.empty() ? "" : ", ") + m.name;
             continue;
         }
-        if (m.image) fprintf(out, "  %s: image %s\n", m.name.c_str(), m.image->path().c_str());
+        if (m.image && m.image->fromDump())
+            fprintf(out, "  %s: image rebuilt from the dump's memory; no file of it in: %s\n", m.name.c_str(),
+                    Joined(m.imageLooked).c_str());
+        else if (m.image) fprintf(out, "  %s: image %s\n", m.name.c_str(), m.image->path().c_str());
         else
             fprintf(out, "  %s: image missing (time stamp 0x%08lX, size 0x%llX); looked in: %s\n", m.name.c_str(),
-                    static_cast<unsigned long>(m.timeDateStamp), static_cast<ull>(m.size), Joined(m.imageLooked).c_str());
+                    static_cast<unsigned long>(m.timeDateStamp), static_cast<ull>(m.size),
+                    Joined(m.imageLooked).c_str());
         if (!options.walk.nameFrames) {
         } else if (!m.hasPdbRecord) {
-            fprintf(out, "  %s: names no PDB%s\n", m.name.c_str(), m.image ? "" : " in the dump (its image would tell)");
+            fprintf(out, "  %s: names no PDB%s\n", m.name.c_str(),
+                    m.image ? "" : " in the dump (its image would tell)");
         } else if (!m.pdbPath.empty()) {
             fprintf(out, "  %s: PDB %s\n", m.name.c_str(), m.pdbPath.c_str());
         } else {

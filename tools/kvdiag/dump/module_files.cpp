@@ -5,6 +5,7 @@
 
 #include "common/mapped_file.h"
 #include "common/path_parts.h"
+#include "dump/image_from_memory.h"
 
 namespace kvdiag {
 namespace {
@@ -65,7 +66,7 @@ void FindPdb(DumpModule& m, const std::string& dumpFolder, const SymbolPath& sym
     const std::string file = FileNameOf(m.pdb.name);
     if (file.empty()) return;
     std::vector<std::string> candidates;
-    if (m.image) AddOnce(candidates, FolderOf(m.image->path()) + "\\" + file);
+    if (m.image && !m.image->fromDump()) AddOnce(candidates, FolderOf(m.image->path()) + "\\" + file);
     if (!FolderOf(m.path).empty()) AddOnce(candidates, FolderOf(m.path) + "\\" + file);
     AddOnce(candidates, dumpFolder + "\\" + file);
     for (const auto& c : symbols.Candidates(file, PdbKey(m.pdb))) AddOnce(candidates, c);
@@ -90,7 +91,7 @@ void FindPdb(DumpModule& m, const std::string& dumpFolder, const SymbolPath& sym
 }  // namespace
 
 std::vector<DumpModule> LocateModules(const DumpView& dump, const std::string& dumpPath, const SymbolPath& symbols,
-                                      bool findFiles, bool findPdbs) {
+                                      const DumpMemory& memory, bool findFiles, bool findPdbs) {
     const std::string dumpFolder = FolderOf(dumpPath).empty() ? "." : FolderOf(dumpPath);
     std::vector<DumpModule> modules;
     for (const MINIDUMP_MODULE& record : dump.List<MINIDUMP_MODULE>(ModuleListStream)) {
@@ -106,10 +107,14 @@ std::vector<DumpModule> LocateModules(const DumpView& dump, const std::string& d
         m.hasPdbRecord = ParseCodeViewRecord(dump.file().Part(record.CvRecord.Rva, record.CvRecord.DataSize), m.pdb);
         if (findFiles) {
             FindImage(m, dumpFolder, symbols);
+            if (!m.image) {
+                std::vector<BYTE> rebuilt = ImageFromMemory(memory, m.base, m.size);
+                if (!rebuilt.empty())
+                    m.image = std::make_unique<PeImage>("(rebuilt from the dump's memory)", std::move(rebuilt));
+            }
             if (!m.hasPdbRecord && m.image) {
-                const MappedFile file(m.image->path().c_str());
                 ImageIdentity identity;
-                if (ReadImageIdentity(ByteView(file.base(), file.size()), identity) && identity.hasPdb) {
+                if (ReadImageIdentity(m.image->bytes(), identity) && identity.hasPdb) {
                     m.pdb = identity.pdb;
                     m.hasPdbRecord = true;
                 }

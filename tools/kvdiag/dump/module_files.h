@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "dump/dump_memory.h"
 #include "dump/dump_reader.h"
 #include "dump/module_identity.h"
 #include "dump/pe_image.h"
@@ -29,15 +30,16 @@ struct DumpModule {
     bool hasPdbRecord = false;     // from the dump's CodeView record, or the image's
     PdbIdentity pdb;
 
-    std::unique_ptr<PeImage> image;  // null when no file with the dump's identity was found
+    std::unique_ptr<PeImage> image;  // null when no file with the dump's identity was found (nor its memory)
     std::string pdbPath;             // empty when no PDB with the record's identity was found
     bool symbolsLoaded = false;      // its frames are named (from the PDB; the system's also by exports)
     std::vector<std::string> imageLooked, pdbLooked, refused;
 };
 
 // The dump's modules; with findFiles their images and (with findPdbs) PDBs.
+// An image found nowhere is rebuilt from the dump's memory where it holds it.
 std::vector<DumpModule> LocateModules(const DumpView& dump, const std::string& dumpPath, const SymbolPath& symbols,
-                                      bool findFiles, bool findPdbs);
+                                      const DumpMemory& memory, bool findFiles, bool findPdbs);
 
 const DumpModule* ModuleAt(const std::vector<DumpModule>& modules, uint64_t address);
 

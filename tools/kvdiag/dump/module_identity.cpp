@@ -134,7 +134,8 @@ bool ReadImageIdentity(ByteView file, ImageIdentity& out) {
     }
     out.timeDateStamp = nt->FileHeader.TimeDateStamp;
     out.hasPdb = false;
-    const uint64_t sectionsAt = ntAt + offsetof(IMAGE_NT_HEADERS32, OptionalHeader) + nt->FileHeader.SizeOfOptionalHeader;
+    const uint64_t sectionsAt =
+        ntAt + offsetof(IMAGE_NT_HEADERS32, OptionalHeader) + nt->FileHeader.SizeOfOptionalHeader;
     const Records<IMAGE_SECTION_HEADER> sections =
         file.Span<IMAGE_SECTION_HEADER>(sectionsAt, nt->FileHeader.NumberOfSections);
     if (directoryCount <= IMAGE_DIRECTORY_ENTRY_DEBUG || sections.count != nt->FileHeader.NumberOfSections) return true;
@@ -161,7 +162,8 @@ bool ReadPdbIdentity(ByteView file, PdbIdentity& out) {
     // Stream 3 (debug info) starts with -1, a version and the age the image records.
     const std::string dbi = msf.Stream(3, 12);
     int32_t dbiSignature = 0;
-    if (dbi.size() >= 12 && (memcpy(&dbiSignature, dbi.data(), 4), dbiSignature == -1)) memcpy(&out.age, dbi.data() + 8, 4);
+    if (dbi.size() >= 12) memcpy(&dbiSignature, dbi.data(), 4);
+    if (dbiSignature == -1) memcpy(&out.age, dbi.data() + 8, 4);
     out.name.clear();
     return true;
 }

@@ -28,7 +28,8 @@ bool IsFolder(const std::string& path) {
 bool SameBytes(const std::string& a, const std::string& b) {
     const MappedFile first(a.c_str()), second(b.c_str());
     if (!first.opened() || !second.opened() || first.size() != second.size()) return false;
-    return first.size() == 0 || (first.base() && second.base() && memcmp(first.base(), second.base(), first.size()) == 0);
+    return first.size() == 0 ||
+           (first.base() && second.base() && memcmp(first.base(), second.base(), first.size()) == 0);
 }
 
 ByteView ViewOf(const MappedFile& file) { return ByteView(file.base(), file.size()); }
@@ -55,7 +56,8 @@ void SymbolStore::Add(const std::string& path, const std::vector<std::string>& g
     std::sort(names.begin(), names.end());
     // Images first: each takes its own PDB by identity; a PDB no image of
     // the folder named is still stored on its own afterwards.
-    std::stable_partition(names.begin(), names.end(), [](const std::string& n) { return !EndsWithIgnoringCase(n, ".pdb"); });
+    std::stable_partition(names.begin(), names.end(),
+                          [](const std::string& n) { return !EndsWithIgnoringCase(n, ".pdb"); });
     for (const auto& name : names) AddFile(path + "\\" + name, given);
 }
 
