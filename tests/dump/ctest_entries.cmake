@@ -10,3 +10,5 @@ add_test(NAME symbol_store
          COMMAND ${CMAKE_COMMAND} -DBUILD=${CMAKE_BINARY_DIR} -DEMULATOR=${CMAKE_BINARY_DIR}/wine-run.sh
                  -DREADOBJ=${KV_READOBJ} -DPDBUTIL=${KV_PDBUTIL} -P ${CMAKE_CURRENT_LIST_DIR}/symbol_store.cmake)
 set_tests_properties(symbol_store PROPERTIES CROSSCOMPILING_EMULATOR "" TIMEOUT 300)
+# Its crash, hang and full-memory dumps take minutes on a loaded machine.
+set_tests_properties(dump PROPERTIES TIMEOUT 1800)

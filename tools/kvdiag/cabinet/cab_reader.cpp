@@ -15,7 +15,6 @@ struct Extraction {
     std::string folder;
     const std::function<std::string(const std::string&)>* targetFor;
     std::vector<CabEntry>* entries;
-    std::string failure;
 };
 
 FNALLOC(Allocate) { return malloc(cb); }
@@ -58,10 +57,7 @@ FNFDINOTIFY(Notify) {
             return 0;  // skipped
         const std::string target = x->folder + "\\" + file;
         const INT_PTR h = OpenFile(const_cast<char*>(target.c_str()), _O_WRONLY | _O_CREAT, 0);
-        if (h == -1) {
-            x->failure = "cannot write " + target + " (error " + std::to_string(GetLastError()) + ")";
-            return -1;
-        }
+        if (h == -1) return 0;  // a second file of that name: the first is kept, the rest is still read
         x->entries->push_back({name, target});
         return h;
     }
@@ -85,18 +81,18 @@ bool ExtractCabinet(const std::string& cabinet, const std::string& folder,
         reason = "the cabinet API is not available";
         return false;
     }
-    Extraction x{folder, &targetFor, &entries, {}};
+    Extraction x{folder, &targetFor, &entries};
     std::string path = FolderOf(cabinet);
     path = path.empty() ? ".\\" : path + "\\";
     std::string name = FileNameOf(cabinet);
     const BOOL ok = FDICopy(fdi, &name[0], &path[0], 0, Notify, nullptr, &x);
     FDIDestroy(fdi);
     if (ok) return true;
-    reason = !x.failure.empty() ? x.failure
-             : erf.erfOper == FDIERROR_NOT_A_CABINET ? "not a cabinet"
+    reason = erf.erfOper == FDIERROR_NOT_A_CABINET ? "not a cabinet"
              : erf.erfOper == FDIERROR_CORRUPT_CABINET ? "the cabinet is damaged"
-                                                        : "the cabinet cannot be read (FDI error " +
-                                                              std::to_string(erf.erfOper) + ")";
+             : erf.erfOper == FDIERROR_TARGET_FILE ? "a file could not be written to " + folder
+                                                    : "the cabinet cannot be read (FDI error " +
+                                                          std::to_string(erf.erfOper) + ")";
     return false;
 }
 

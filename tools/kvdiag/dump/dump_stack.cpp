@@ -7,6 +7,7 @@
 #include <atomic>
 
 #include "common/path_parts.h"
+#include "platform/owned_handle.h"
 
 namespace kvdiag {
 namespace {
@@ -63,15 +64,15 @@ std::string DumpStacks::CopyForDbgHelp(const DumpModule& m) const {
     if (!CreateDirectoryA(folder.c_str(), nullptr)) return {};
     copies_.push_back(folder);
     const std::string path = folder + "\\" + FileNameOf(m.path);
-    const HANDLE file =
-        CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_TEMPORARY, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return {};
+    const kv::platform::FileHandle file(
+        CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_TEMPORARY, nullptr));
+    if (!file) return {};
     copies_.push_back(path);
     const ByteView bytes = m.image->bytes();
     DWORD written = 0;
-    const bool ok = WriteFile(file, bytes.base(), DWORD(bytes.size()), &written, nullptr) && written == bytes.size();
-    CloseHandle(file);
-    return ok ? path : std::string();
+    return WriteFile(file.get(), bytes.base(), DWORD(bytes.size()), &written, nullptr) && written == bytes.size()
+               ? path
+               : std::string();
 }
 
 void DumpStacks::LoadSymbols(const DumpModule& module) const {
