@@ -10,6 +10,7 @@ namespace kvdiag {
 namespace {
 
 constexpr uint64_t kPage = 4096;
+constexpr uint64_t kLargestImage = 512ull << 20;  // a size past this is damage, not a module
 
 // Copies what the dump holds of [address, address + size) into out, a page
 // at a time; the number of bytes found.
@@ -43,7 +44,9 @@ std::vector<BYTE> ImageFromMemory(const DumpMemory& memory, uint64_t base, uint6
     // far more than the image's own size is damaged.
     uint64_t fileSize = nt->OptionalHeader.SizeOfHeaders;
     for (const auto& s : sections) fileSize = std::max(fileSize, uint64_t(s.PointerToRawData) + s.SizeOfRawData);
-    if (fileSize > 2 * sizeOfImage + (1u << 20) || nt->OptionalHeader.SizeOfHeaders > sizeOfImage) return {};
+    if (fileSize > kLargestImage || fileSize > 2 * sizeOfImage + (1u << 20) ||
+        nt->OptionalHeader.SizeOfHeaders > sizeOfImage)
+        return {};
     std::vector<BYTE> file(fileSize);
     CopyPages(memory, base, file.data(), nt->OptionalHeader.SizeOfHeaders);
     uint64_t found = 0;
