@@ -11,6 +11,7 @@
 
 #include "cabinet/cab_reader.h"
 #include "command.h"
+#include "common/console_text.h"
 #include "common/path_parts.h"
 #include "common/progress.h"
 #include "dump/dump_analysis.h"
@@ -194,11 +195,12 @@ std::string VersionText(uint32_t ms, uint32_t ls) {
 }
 
 kvdiag::TriagedDump Triage(const DumpInput& input, const kvdiag::SymbolPath& symbols) {
+    // Names from a cabinet and its version report are plant text: shown escaped.
     kvdiag::TriagedDump t;
-    t.path = input.shown;
-    t.machine = input.origin.machine;
-    t.version = input.origin.version;
-    t.component = ComponentFromName(input.shown);
+    t.path = kvdiag::ShownLine(input.shown);
+    t.machine = kvdiag::ShownLine(input.origin.machine);
+    t.version = kvdiag::ShownLine(input.origin.version);
+    t.component = kvdiag::ShownLine(ComponentFromName(input.shown));
     const kvdiag::MappedDump dump(input.file.c_str());
     if (!dump.opened()) {
         t.damaged = true;
