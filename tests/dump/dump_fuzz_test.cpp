@@ -40,7 +40,9 @@ public:
         const kvdiag::DumpView view(
             kvdiag::ByteView(reinterpret_cast<const unsigned char*>(buffer_.data()), buffer_.size()));
         FILE* out = tmpfile();
-        const int rc = kvdiag::PrintDumpSummary(view, "fuzzed.dmp", {}, false, false, out);
+        kvdiag::SummaryOptions options;
+        options.walk.nameFrames = false;
+        const int rc = kvdiag::PrintDumpSummary(view, "fuzzed.dmp", options, out);
         std::string text(static_cast<size_t>(ftell(out)), '\0');
         rewind(out);
         text.resize(fread(&text[0], 1, text.size(), out));

@@ -1,233 +1,178 @@
 #include "dump/dump_stack.h"
 
-#include <windows.h>
 #include <dbghelp.h>
 #include <stdio.h>
 #include <string.h>
 
-#include <memory>
+#include <atomic>
 
-#include "dump/dump_memory.h"
-#include "dump/dump_threads.h"
 #include "common/path_parts.h"
-#include "dump/pe_image.h"
-#include "dump/x64_unwind.h"
+#include "platform/owned_handle.h"
 
 namespace kvdiag {
 namespace {
 
 constexpr int kMaxFrames = 64;
+constexpr int kRsp = 4;
 
-// "KvDebugHelp" for "C:\...\KvDebugHelp.dll", as debuggers name modules.
-std::string ShortName(const std::string& path) {
-    std::string name = FileNameOf(path);
-    const size_t dot = name.rfind('.');
-    return dot == std::string::npos ? name : name.substr(0, dot);
-}
+// Each session gets its own made-up process handle: DbgHelp keys its state on it.
+std::atomic<uintptr_t> nextSession{0x4B564400};  // "KVD\0"
 
-struct DumpModule {
-    std::string path;  // as the dump names it
-    uint64_t base = 0, size = 0;
-    uint32_t timeDateStamp = 0;
-    std::unique_ptr<PeImage> image;  // null when no matching file was found
-};
+}  // namespace
 
-// The first candidate file that is the image the dump saw: same size and,
-// where the dump recorded one, the same link time stamp.
-std::unique_ptr<PeImage> FindImage(const DumpModule& m, const std::string& dumpPath,
-                                   const std::vector<std::string>& folders) {
-    const std::string dumpFolder = FolderOf(dumpPath).empty() ? "." : FolderOf(dumpPath);
-    std::vector<std::string> candidates = {m.path, dumpFolder + "\\" + FileNameOf(m.path)};
-    for (const auto& folder : folders) candidates.push_back(folder + "\\" + FileNameOf(m.path));
-    for (const auto& candidate : candidates) {
-        auto image = std::make_unique<PeImage>(candidate);
-        if (image->usable() && image->sizeOfImage() == m.size &&
-            (m.timeDateStamp == 0 || image->timeDateStamp() == m.timeDateStamp))
-            return image;
+std::string StackFrame::Text() const {
+    char text[64];
+    if (!module) {
+        snprintf(text, sizeof text, "0x%016llx", static_cast<unsigned long long>(address));
+        return text;
     }
-    return nullptr;
+    if (function.empty()) {
+        snprintf(text, sizeof text, "+0x%llx", static_cast<unsigned long long>(address - module->base));
+        return module->name + text;
+    }
+    snprintf(text, sizeof text, "+0x%llx", static_cast<unsigned long long>(displacement));
+    std::string out = module->name + "!" + function + text;
+    if (!file.empty()) out += " (" + file + ":" + std::to_string(line) + ")";
+    return out;
 }
 
-// A private DbgHelp session for the dump's modules, at the addresses the dump
-// recorded. The handle only names the session: no process is read.
-class DumpSymbols {
-public:
-    // Without nameFrames the session stays closed: frames are given as module+offset.
-    DumpSymbols(const std::vector<DumpModule>& modules, const std::string& dumpPath,
-                const std::vector<std::string>& folders, bool nameFrames) {
-        if (!nameFrames) return;
-        std::vector<std::string> elements;
-        auto add = [&elements](const std::string& element) {
-            for (const auto& known : elements)
-                if (_stricmp(known.c_str(), element.c_str()) == 0) return;
-            if (!element.empty()) elements.push_back(element);
-        };
-        for (const auto& folder : folders) add(folder);
-        add(FolderOf(dumpPath));
-        for (const auto& m : modules)
-            if (m.image) add(FolderOf(m.image->path()));
-        for (const char* variable : {"_NT_SYMBOL_PATH", "_NT_ALTERNATE_SYMBOL_PATH"}) {
-            char value[4096];
-            const DWORD length = GetEnvironmentVariableA(variable, value, sizeof value);
-            if (length > 0 && length < sizeof value) add(value);
+DumpStacks::DumpStacks(const DumpView& dump, const std::string& dumpPath, const WalkOptions& options)
+    : memory_(dump),
+      modules_(LocateModules(dump, dumpPath, options.symbols, memory_, options.findFiles, options.nameFrames)),
+      session_(reinterpret_cast<HANDLE>(nextSession++)) {
+    if (!options.nameFrames || modules_.empty()) return;
+    SymSetOptions(SYMOPT_UNDNAME | SYMOPT_LOAD_LINES | SYMOPT_FAIL_CRITICAL_ERRORS | SYMOPT_NO_PROMPTS |
+                  SYMOPT_EXACT_SYMBOLS);
+    ready_ = SymInitialize(session_, "", FALSE);
+    loadTried_.assign(modules_.size(), false);
+}
+
+DumpStacks::~DumpStacks() {
+    if (ready_) SymCleanup(session_);
+    for (auto it = copies_.rbegin(); it != copies_.rend(); ++it)
+        if (!DeleteFileA(it->c_str())) RemoveDirectoryA(it->c_str());
+}
+
+// DbgHelp reads images from files only: a rebuilt one is written to a
+// private folder under the module's own file name.
+std::string DumpStacks::CopyForDbgHelp(const DumpModule& m) const {
+    char temp[MAX_PATH];
+    if (!GetTempPathA(sizeof temp, temp)) return {};
+    const std::string folder = std::string(temp) + "kvdiag-image-" + std::to_string(GetCurrentProcessId()) + "-" +
+                               std::to_string(reinterpret_cast<uintptr_t>(session_)) + "-" +
+                               std::to_string(copies_.size());
+    if (!CreateDirectoryA(folder.c_str(), nullptr)) return {};
+    copies_.push_back(folder);
+    const std::string path = folder + "\\" + FileNameOf(m.path);
+    const kv::platform::FileHandle file(
+        CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_TEMPORARY, nullptr));
+    if (!file) return {};
+    copies_.push_back(path);
+    const ByteView bytes = m.image->bytes();
+    DWORD written = 0;
+    return WriteFile(file.get(), bytes.base(), DWORD(bytes.size()), &written, nullptr) && written == bytes.size()
+               ? path
+               : std::string();
+}
+
+void DumpStacks::LoadSymbols(const DumpModule& module) const {
+    const size_t index = size_t(&module - modules_.data());
+    if (loadTried_[index]) return;
+    loadTried_[index] = true;
+    DumpModule& m = modules_[index];
+    if (!m.image) return;
+    // The search path is the one folder that holds the PDB this module was
+    // built with (already checked by identity), so DbgHelp cannot pick up
+    // another build's file of the same name from anywhere else.
+    const std::string imagePath = m.image->fromDump() ? CopyForDbgHelp(m) : m.image->path();
+    if (imagePath.empty()) return;
+    const std::string folder = FolderOf(m.pdbPath.empty() ? imagePath : m.pdbPath);
+    SymSetSearchPath(session_, folder.empty() ? "." : folder.c_str());
+    if (!SymLoadModuleEx(session_, nullptr, imagePath.c_str(), nullptr, m.base, DWORD(m.size), nullptr, 0))
+        return;
+    IMAGEHLP_MODULE64 info{};
+    info.SizeOfStruct = sizeof info;
+    const bool pdb = SymGetModuleInfo64(session_, m.base, &info) && info.SymType == SymPdb;
+    if (pdb && m.pdbPath.empty()) m.pdbPath = info.LoadedPdbName;  // DbgHelp checked its identity
+    // A product module is named from its PDB only: its nearest export would
+    // be a guess. The system's modules are named by their exports too.
+    m.symbolsLoaded = pdb || m.operatingSystem;
+}
+
+void DumpStacks::Name(StackFrame& frame, bool returnAddress) const {
+    if (!ready_) return;
+    LoadSymbols(*frame.module);
+    if (!frame.module->symbolsLoaded) return;
+    alignas(SYMBOL_INFO) char storage[sizeof(SYMBOL_INFO) + 512] = {};
+    auto* symbol = reinterpret_cast<SYMBOL_INFO*>(storage);
+    symbol->SizeOfStruct = sizeof(SYMBOL_INFO);
+    symbol->MaxNameLen = 511;
+    // The call site of a return address is the byte before it.
+    const uint64_t lookup = returnAddress ? frame.address - 1 : frame.address;
+    DWORD64 displacement = 0;
+    if (!SymFromAddr(session_, lookup, &displacement, symbol) || !symbol->Name[0]) return;
+    frame.function = symbol->Name;
+    frame.displacement = frame.address - symbol->Address;
+    IMAGEHLP_LINE64 line{};
+    line.SizeOfStruct = sizeof line;
+    DWORD lineDisplacement = 0;
+    if (SymGetLineFromAddr64(session_, lookup, &lineDisplacement, &line) && line.FileName) {
+        frame.file = line.FileName;
+        frame.line = line.LineNumber;
+    }
+}
+
+std::string DumpStacks::DataName(uint64_t address) const {
+    StackFrame place;
+    place.address = address;
+    place.module = ModuleAt(modules_, address);
+    if (!place.module) return {};
+    Name(place, false);
+    return place.function.empty() || place.displacement ? std::string() : place.module->name + "!" + place.function;
+}
+
+ThreadStack DumpStacks::Walk(DWORD threadId, const CONTEXT& context) const {
+    ThreadStack stack;
+    stack.threadId = threadId;
+    UnwindRegisters regs;
+    const DWORD64* gpr = &context.Rax;  // rax rcx rdx rbx rsp rbp rsi rdi r8..r15, as unwind codes number them
+    for (int i = 0; i < 16; ++i) regs.gpr[i] = gpr[i];
+    regs.rip = context.Rip;
+    for (int depth = 0; depth < kMaxFrames && regs.rip; ++depth) {
+        StackFrame frame;
+        frame.address = regs.rip;
+        frame.module = ModuleAt(modules_, regs.rip);
+        frame.registers = regs;
+        if (frame.module) Name(frame, depth > 0);
+        stack.frames.push_back(frame);
+
+        const uint64_t previousRsp = regs.gpr[kRsp];
+        bool unwound;
+        if (frame.module && frame.module->image) {
+            unwound = UnwindFrame(*frame.module->image, frame.module->base, memory_, regs);
+        } else if (depth == 0 && !frame.module) {
+            unwound = UnwindLeaf(memory_, regs);  // a call through a bad pointer lands outside any module
+        } else {
+            stack.stop = "walk ends: no image of " +
+                         (frame.module ? FileNameOf(frame.module->path) : std::string("this address")) +
+                         " found to unwind with";
+            return stack;
         }
-        std::string searchPath;
-        for (const auto& element : elements) searchPath += (searchPath.empty() ? "" : ";") + element;
-        SymSetOptions(SYMOPT_UNDNAME | SYMOPT_LOAD_LINES | SYMOPT_FAIL_CRITICAL_ERRORS | SYMOPT_NO_PROMPTS);
-        ready_ = SymInitialize(session_, searchPath.c_str(), FALSE);
-        if (!ready_) return;
-        for (const auto& m : modules)
-            if (m.image)
-                SymLoadModuleEx(session_, nullptr, m.image->path().c_str(), nullptr, m.base, DWORD(m.size),
-                                nullptr, 0);
+        if (!unwound) {
+            stack.stop = "walk ends: the stack memory or unwind data of this frame is not in the dump or image";
+            return stack;
+        }
+        if (regs.gpr[kRsp] <= previousRsp) break;  // a stack only grows toward callers
     }
-    ~DumpSymbols() {
-        if (ready_) SymCleanup(session_);
-    }
-    DumpSymbols(const DumpSymbols&) = delete;
-    DumpSymbols& operator=(const DumpSymbols&) = delete;
-
-    // "function+0xoffset (file:line)" for an address (the call site of a
-    // return address is looked up one byte before it); empty when unknown.
-    std::string Describe(uint64_t address, bool returnAddress) const {
-        if (!ready_) return {};
-        alignas(SYMBOL_INFO) char storage[sizeof(SYMBOL_INFO) + 512] = {};
-        auto* symbol = reinterpret_cast<SYMBOL_INFO*>(storage);
-        symbol->SizeOfStruct = sizeof(SYMBOL_INFO);
-        symbol->MaxNameLen = 511;
-        const uint64_t lookup = returnAddress ? address - 1 : address;
-        DWORD64 displacement = 0;
-        if (!SymFromAddr(session_, lookup, &displacement, symbol) || !symbol->Name[0]) return {};
-        char text[800];
-        snprintf(text, sizeof text, "%s+0x%llx", symbol->Name,
-                 static_cast<unsigned long long>(address - symbol->Address));
-        std::string out = text;
-        IMAGEHLP_LINE64 line{};
-        line.SizeOfStruct = sizeof line;
-        DWORD lineDisplacement = 0;
-        if (SymGetLineFromAddr64(session_, lookup, &lineDisplacement, &line) && line.FileName)
-            out += " (" + std::string(line.FileName) + ":" + std::to_string(line.LineNumber) + ")";
-        return out;
-    }
-
-private:
-    HANDLE session_ = reinterpret_cast<HANDLE>(static_cast<uintptr_t>(0x4B564447));  // "KVDG"
-    bool ready_ = false;
-};
-
-std::vector<DumpModule> ModulesOf(const DumpView& dump) {
-    std::vector<DumpModule> modules;
-    for (const MINIDUMP_MODULE& m : dump.List<MINIDUMP_MODULE>(ModuleListStream)) {
-        DumpModule module;
-        module.path = dump.Text(m.ModuleNameRva);
-        module.base = m.BaseOfImage;
-        module.size = m.SizeOfImage;
-        module.timeDateStamp = m.TimeDateStamp;
-        modules.push_back(std::move(module));
-    }
-    return modules;
+    return stack;
 }
 
-const DumpModule* ModuleAt(const std::vector<DumpModule>& modules, uint64_t address) {
-    for (const auto& m : modules)
-        if (address >= m.base && address - m.base < m.size) return &m;
-    return nullptr;
-}
-
-bool ReadExceptionContext(const DumpView& dump, CONTEXT& context, DWORD& threadId) {
+bool ExceptionContext(const DumpView& dump, CONTEXT& context, DWORD& threadId) {
     const auto* e = dump.Stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream);
     if (!e || e->ThreadContext.DataSize < sizeof(CONTEXT) || !dump.file().Read(e->ThreadContext.Rva, context))
         return false;
     threadId = e->ThreadId;
     return true;
-}
-
-// Unwinds from a register context and prints one frame a line.
-void WalkFrames(const std::vector<DumpModule>& modules, const DumpMemory& memory, const DumpSymbols& symbols,
-                const CONTEXT& context, FILE* out) {
-    UnwindRegisters regs;
-    const DWORD64* gpr = &context.Rax;  // rax rcx rdx rbx rsp rbp rsi rdi r8..r15, as unwind codes number them
-    for (int i = 0; i < 16; ++i) regs.gpr[i] = gpr[i];
-    regs.rip = context.Rip;
-    for (int frame = 0; frame < kMaxFrames && regs.rip; ++frame) {
-        const DumpModule* module = ModuleAt(modules, regs.rip);
-        std::string where;
-        if (module) {
-            const std::string name = symbols.Describe(regs.rip, frame > 0);
-            char offset[32];
-            snprintf(offset, sizeof offset, "+0x%llx", static_cast<unsigned long long>(regs.rip - module->base));
-            where = ShortName(module->path) + (name.empty() ? offset : "!" + name);
-        } else {
-            char address[32];
-            snprintf(address, sizeof address, "0x%016llx", static_cast<unsigned long long>(regs.rip));
-            where = address;
-        }
-        fprintf(out, "  #%-2d %s\n", frame, where.c_str());
-
-        const uint64_t previousRsp = regs.gpr[4];
-        bool unwound;
-        if (module && module->image) {
-            unwound = UnwindFrame(*module->image, module->base, memory, regs);
-        } else if (frame == 0) {
-            unwound = UnwindLeaf(memory, regs);  // a call through a bad pointer lands outside any module
-        } else {
-            fprintf(out, "  (walk ends: no image of %s found to unwind with; try --symbols DIR)\n",
-                    module ? FileNameOf(module->path).c_str() : "this address");
-            return;
-        }
-        if (!unwound) {
-            fprintf(out, "  (walk ends: the stack memory or unwind data of this frame is not in the dump or image)\n");
-            return;
-        }
-        if (regs.gpr[4] <= previousRsp) return;  // a stack only grows toward callers
-    }
-}
-
-// Windows keeps the modules a light dump's stacks point into; Wine keeps
-// none, so there is nothing to unwind or name frames with.
-const char kNoModules[] = "not walked: the dump lists no modules, so no frame can be unwound or named";
-
-}  // namespace
-
-void PrintFaultingStack(const DumpView& dump, const std::string& dumpPath,
-                        const std::vector<std::string>& symbolFolders, bool nameFrames, FILE* out) {
-    CONTEXT context;
-    DWORD threadId = 0;
-    if (!ReadExceptionContext(dump, context, threadId)) {
-        fprintf(out, "Stack:          none: the dump records no exception context\n");
-        return;
-    }
-    std::vector<DumpModule> modules = ModulesOf(dump);
-    if (modules.empty()) {
-        fprintf(out, "Stack:          thread %lu, %s\n  #0  0x%016llx\n", static_cast<unsigned long>(threadId),
-                kNoModules, static_cast<unsigned long long>(context.Rip));
-        return;
-    }
-    for (auto& m : modules) m.image = FindImage(m, dumpPath, symbolFolders);
-    const DumpSymbols symbols(modules, dumpPath, symbolFolders, nameFrames);
-    const DumpMemory memory(dump);
-    fprintf(out, "Stack:          thread %lu, innermost frame first\n", static_cast<unsigned long>(threadId));
-    WalkFrames(modules, memory, symbols, context, out);
-}
-
-void PrintThreadStacks(const DumpView& dump, const std::string& dumpPath,
-                       const std::vector<std::string>& symbolFolders, bool nameFrames, FILE* out) {
-    const std::vector<DumpThread> threads = ThreadsOf(dump);
-    fprintf(out, "Threads:        %zu\n", threads.size());
-    if (threads.empty()) return;
-    std::vector<DumpModule> modules = ModulesOf(dump);
-    if (modules.empty()) {
-        fprintf(out, "  stacks %s\n", kNoModules);
-        return;
-    }
-    for (auto& m : modules) m.image = FindImage(m, dumpPath, symbolFolders);
-    const DumpSymbols symbols(modules, dumpPath, symbolFolders, nameFrames);
-    const DumpMemory memory(dump);
-    for (const DumpThread& thread : threads) {
-        fprintf(out, "Thread %lu, innermost frame first\n", static_cast<unsigned long>(thread.id));
-        if (thread.haveContext) WalkFrames(modules, memory, symbols, thread.context, out);
-        else fprintf(out, "  (no register context in the dump)\n");
-    }
 }
 
 }  // namespace kvdiag

@@ -1,22 +1,26 @@
 // What a minidump holds, as dumpinfo prints it: header, exception, faulting
-// stack, modules and memory, then what is damaged. Reads only through the
-// bounded view, so it runs safely on any file.
+// stack and crash signature, every thread's stack and the locks they wait
+// for, modules with the files found for them, memory, then what is damaged.
+// Reads only through the bounded view, so it runs safely on any file.
 #pragma once
 
 #include <stdio.h>
 
 #include <string>
-#include <vector>
 
 #include "dump/dump_reader.h"
+#include "dump/dump_stack.h"
 
 namespace kvdiag {
 
-// Writes the summary to `out` (frames named through the PDBs with
-// nameFrames; every thread's stack with allThreads or when the dump records
-// no exception, as a dump of a hung process does); returns the exit code: 0 for a sound dump, 1 for one that is
-// damaged, truncated or no minidump at all.
-int PrintDumpSummary(const DumpView& dump, const std::string& path, const std::vector<std::string>& symbolFolders,
-                     bool nameFrames, bool allThreads, FILE* out);
+struct SummaryOptions {
+    WalkOptions walk;
+    bool allThreads = false;  // every thread's stack even with an exception
+};
+
+// Writes the summary to `out`; returns the exit code: 0 for a sound dump
+// read in full, 1 for one that is damaged, truncated or no minidump at all,
+// or when a frame of a product module stays unnamed while naming frames.
+int PrintDumpSummary(const DumpView& dump, const std::string& path, const SummaryOptions& options, FILE* out);
 
 }  // namespace kvdiag

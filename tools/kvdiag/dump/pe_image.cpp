@@ -4,9 +4,19 @@
 
 namespace kvdiag {
 
-PeImage::PeImage(const std::string& path) : path_(path), file_(path.c_str()) {
-    const BYTE* base = file_.base();
-    const uint64_t size = file_.size();
+PeImage::PeImage(const std::string& path) : path_(path), file_(std::make_unique<MappedFile>(path.c_str())) {
+    bytes_ = ByteView(file_->base(), file_->size());
+    Parse();
+}
+
+PeImage::PeImage(const std::string& label, std::vector<BYTE> fileBytes) : path_(label), rebuilt_(std::move(fileBytes)) {
+    bytes_ = ByteView(rebuilt_.data(), rebuilt_.size());
+    Parse();
+}
+
+void PeImage::Parse() {
+    const BYTE* base = bytes_.base();
+    const uint64_t size = bytes_.size();
     if (!base || size < sizeof(IMAGE_DOS_HEADER)) return;
     const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
     if (dos->e_magic != IMAGE_DOS_SIGNATURE || dos->e_lfanew < 0 ||
@@ -35,7 +45,7 @@ const BYTE* PeImage::At(uint32_t rva, uint32_t size) const {
         const uint64_t start = section->VirtualAddress, inFile = section->SizeOfRawData;
         if (rva < start || uint64_t(rva) + size > start + inFile) continue;
         const uint64_t offset = section->PointerToRawData + (rva - start);
-        return offset + size <= file_.size() ? file_.base() + offset : nullptr;
+        return offset + size <= bytes_.size() ? bytes_.base() + offset : nullptr;
     }
     return nullptr;
 }
