@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "KvLogging.h"
+#include "handler/crash_events.h"
 #include "logs/log_files.h"
 #include "logs/product_paths.h"
 
@@ -100,9 +101,14 @@ std::vector<FollowedLog> SelectLogs(const LogSelection& selection) {
     }
     if (selection.system) {
         // syslog.dat, and syslog.<component>.dat of processes that set a component.
-        for (const std::string& name : FolderFiles(folder, "syslog*.dat"))
-            logs.push_back(ArchivingLog(folder, name, "syslog", "syslog"));
+        for (const std::string& name : FolderFiles(folder, "syslog*.dat")) {
+            const size_t n = name.size();
+            const bool ofComponent = n > 11 && _strnicmp(name.c_str(), "syslog.", 7) == 0;
+            logs.push_back(ArchivingLog(folder, name, ofComponent ? name.substr(7, n - 11) : "syslog", "syslog"));
+        }
     }
+    // The crash handler's events, whatever else is followed: a crash must reach the collector.
+    logs.push_back(ArchivingLog(folder, kCrashEventsFile, "-", "event"));
     if (selection.apps) {
         for (const std::string& name : FolderFiles(folder, "*.log")) {
             std::string component;

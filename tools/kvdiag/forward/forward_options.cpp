@@ -7,16 +7,18 @@ namespace kvdiag {
 
 bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& options, std::string& error) {
     options = ForwardOptions{};
-    std::string url;
+    std::string url, framing;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
         const bool hasValue = i + 1 < args.size();
-        if ((a == "--to" || a == "--ca" || a == "--state" || a == "--ini" || a == "--for") && !hasValue) {
+        if ((a == "--to" || a == "--ca" || a == "--state" || a == "--ini" || a == "--for" || a == "--framing") && !hasValue) {
             error = a + " needs a value";
             return false;
         }
         if (a == "--to") {
             url = args[++i];
+        } else if (a == "--framing") {
+            framing = args[++i];
         } else if (a == "--ca") {
             options.caFile = args[++i];
         } else if (a == "--state") {
@@ -52,6 +54,15 @@ bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& o
         return false;
     }
     if (!ParseCollectorUrl(url, options.url, error)) return false;
+    if (!framing.empty() && framing != "octet" && framing != "lf") {
+        error = "--framing is octet (octet counting, the default) or lf (a line feed after each message)";
+        return false;
+    }
+    if (!framing.empty() && !options.url.stream()) {
+        error = "--framing is for tcp:// and tls:// collectors";
+        return false;
+    }
+    if (framing == "lf") options.framing = Framing::LineFeed;
     if (!options.caFile.empty() && options.url.transport != CollectorUrl::Transport::Tls) {
         error = "--ca is for tls:// collectors";
         return false;

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "KvCrashHandler.h"
+#include "handler/crash_events.h"
 #include "handler/handler_log.h"
 #include "selfcheck/scoped_handle.h"
 
@@ -81,6 +82,8 @@ void WriteCrashDump(Client& c) {
                static_cast<unsigned long>(c.processId), dump.dumpPath,
                result == S_OK ? "written" : result == S_FALSE ? "skipped" : "failed",
                double(GetTickCount64() - begin) / 1000.0, static_cast<unsigned long>(result), WorkingSetMb());
+    RecordDumpEvent("CRASH", c.process.get(), c.processId, c.iniPath,
+                    dump.componentName ? dump.componentName : c.componentName.c_str(), dump.dumpPath, result);
 }
 
 DWORD WINAPI Serve(void* parameter) {

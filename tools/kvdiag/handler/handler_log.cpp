@@ -28,7 +28,7 @@ void HandlerSay(const char* format, ...) {
     std::lock_guard<std::mutex> hold(logLock);
     printf("%s\n", text.c_str());
     fflush(stdout);
-    if (iniKnown) DbgLogWrite("Crash handler: %s", text.c_str());
+    if (iniKnown) DbgLogWrite("Crash handler (pid %lu): %s", GetCurrentProcessId(), text.c_str());
     else early.push_back(text);
 }
 
@@ -39,7 +39,7 @@ void UseClientIni(const char* iniPath) {
     SetKorvanIniFilePath(iniPath);
     if (ValidateKorvanIniFileEx(1) != 1) return;
     iniKnown = true;
-    for (const auto& line : early) DbgLogWrite("Crash handler: %s", line.c_str());
+    for (const auto& line : early) DbgLogWrite("Crash handler (pid %lu): %s", GetCurrentProcessId(), line.c_str());
     early.clear();
 }
 

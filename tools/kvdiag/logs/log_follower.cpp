@@ -87,6 +87,7 @@ std::vector<std::string> LogFollower::Start(int count) {
     std::vector<std::string> lines;
     std::vector<ChainFile> files;
     seen_.clear();
+    lastReads_.clear();
     OpenChain(chain_.size(), files);
     for (ChainFile& f : files) {
         uint64_t consumed = f.file.size();
@@ -96,7 +97,7 @@ std::vector<std::string> LogFollower::Start(int count) {
     return lines;
 }
 
-std::vector<std::string> LogFollower::Poll(bool& gap) {
+std::vector<std::string> LogFollower::Poll(bool& gap, bool takeUnfinished) {
     gap = false;
     // The live file and the one before it: a process that still wrote to the
     // old file when another rolled it adds its line there after the roll.
@@ -106,18 +107,52 @@ std::vector<std::string> LogFollower::Poll(bool& gap) {
     gap = !seen_.empty() && std::none_of(files.begin(), files.end(), [&](const ChainFile& f) { return Find(f); });
     std::vector<std::string> lines;
     std::vector<Seen> now;
+    std::vector<FileRead> reads;
+    unfinished_ = 0;
     for (auto f = files.rbegin(); f != files.rend(); ++f) {
         const Seen* seen = Find(*f);
         const uint64_t from = seen ? seen->consumed : 0;
         std::string text;
-        f->file.ReadFrom(from, text);
+        // One byte before: whether reading starts in the middle of a line,
+        // after a line taken without its end.
+        const bool peek = from > 0 && f->file.ReadFrom(from - 1, text) && !text.empty();
+        size_t skip = peek ? 1 : 0;
+        if (peek && text[0] != '\n') {
+            if (skip < text.size() && text[skip] == '\r') ++skip;
+            if (skip < text.size() && text[skip] == '\n') ++skip;
+        }
+        if (!peek) f->file.ReadFrom(from, text);
+        text.erase(0, skip);
+        const uint64_t start = from + (skip - (peek ? 1 : 0));
         // A history file never read before is complete; the hole note of a
         // chain has no line end.
-        const bool wholeTail = !seen && f->index > 0;
-        now.insert(now.begin(), {f->file.identity(), f->head, from + SplitLines(text, wholeTail, lines)});
+        const bool wholeTail = (!seen && f->index > 0) || (takeUnfinished && f->index == 0);
+        FileRead read{{f->file.identity(), f->head, 0}, start, seen != nullptr, lines.size(), {}};
+        const size_t used = SplitLines(text, wholeTail, lines);
+        for (size_t at = 0; read.lineStarts.size() < lines.size() - read.firstLine; at = text.find('\n', at) + 1)
+            read.lineStarts.push_back(start + at);
+        read.after.consumed = start + used;
+        if (f->index == 0) unfinished_ = text.size() - used;
+        now.insert(now.begin(), read.after);
+        reads.insert(reads.begin(), std::move(read));
     }
     seen_ = std::move(now);
+    lastReads_ = std::move(reads);
     return lines;
+}
+
+std::vector<LogFollower::Seen> LogFollower::PositionBefore(size_t index) const {
+    std::vector<Seen> position;
+    for (const FileRead& read : lastReads_) {
+        if (index >= read.firstLine + read.lineStarts.size()) {
+            position.push_back(read.after);  // read before the line
+        } else if (index >= read.firstLine) {
+            position.push_back({read.after.identity, read.after.head, read.lineStarts[index - read.firstLine]});
+        } else if (read.seenBefore) {
+            position.push_back({read.after.identity, read.after.head, read.from});  // newer: not read yet
+        }  // a newer file not seen before is read whole again
+    }
+    return position;
 }
 
 }  // namespace kvdiag
