@@ -54,7 +54,7 @@ bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& o
         return false;
     }
     if (!ParseCollectorUrl(url, options.url, error)) return false;
-    if (!framing.empty() && framing != "octet" && framing != "lf") {
+    if (!framing.empty() && _stricmp(framing.c_str(), "octet") != 0 && _stricmp(framing.c_str(), "lf") != 0) {
         error = "--framing is octet (octet counting, the default) or lf (a line feed after each message)";
         return false;
     }
@@ -62,7 +62,7 @@ bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& o
         error = "--framing is for tcp:// and tls:// collectors";
         return false;
     }
-    if (framing == "lf") options.framing = Framing::LineFeed;
+    if (_stricmp(framing.c_str(), "lf") == 0) options.framing = Framing::LineFeed;
     if (!options.caFile.empty() && options.url.transport != CollectorUrl::Transport::Tls) {
         error = "--ca is for tls:// collectors";
         return false;

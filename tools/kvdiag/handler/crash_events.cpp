@@ -10,9 +10,13 @@
 #include "KvLogging.h"
 #include "dump/dump_reader.h"
 #include "handler/handler_log.h"
+#include "platform/owned_handle.h"
 
 namespace kvdiag {
 namespace {
+
+using kv::platform::FileHandle;
+using kv::platform::KernelHandle;
 
 constexpr unsigned long long kArchiveBytes = 1024 * 1024;
 constexpr size_t kSignatureFrames = 3;
@@ -41,9 +45,10 @@ std::vector<std::string> DumpinfoLines(const std::string& dumpPath) {
         !GetTempFileNameA(folder, "kvd", 0, name))
         return lines;
     SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
-    const HANDLE out = CreateFileA(name, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                   &inherit, CREATE_ALWAYS, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
-    if (out == INVALID_HANDLE_VALUE) {
+    const FileHandle out(CreateFileA(name, GENERIC_READ | GENERIC_WRITE,
+                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, &inherit, CREATE_ALWAYS,
+                                     FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+    if (!out) {
         DeleteFileA(name);
         return lines;
     }
@@ -51,25 +56,24 @@ std::vector<std::string> DumpinfoLines(const std::string& dumpPath) {
     STARTUPINFOA startup{};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = startup.hStdError = out;
+    startup.hStdOutput = startup.hStdError = out.get();
     PROCESS_INFORMATION child{};
     if (CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr, nullptr, &startup,
                        &child)) {
-        if (WaitForSingleObject(child.hProcess, kDumpinfoMs) != WAIT_OBJECT_0) TerminateProcess(child.hProcess, 1);
-        CloseHandle(child.hProcess);
-        CloseHandle(child.hThread);
+        const KernelHandle process(child.hProcess), thread(child.hThread);
+        if (WaitForSingleObject(process.get(), kDumpinfoMs) != WAIT_OBJECT_0) TerminateProcess(process.get(), 1);
         std::string text;
         char chunk[4096];
         DWORD got = 0;
-        SetFilePointer(out, 0, nullptr, FILE_BEGIN);
-        while (text.size() < (1u << 20) && ReadFile(out, chunk, sizeof chunk, &got, nullptr) && got) text.append(chunk, got);
+        SetFilePointer(out.get(), 0, nullptr, FILE_BEGIN);
+        while (text.size() < (1u << 20) && ReadFile(out.get(), chunk, sizeof chunk, &got, nullptr) && got)
+            text.append(chunk, got);
         for (size_t at = 0; at < text.size();) {
             const size_t end = std::min(text.find('\n', at), text.size());
             lines.push_back(text.substr(at, end - at - (end > at && text[end - 1] == '\r')));
             at = end + 1;
         }
     }
-    CloseHandle(out);
     return lines;
 }
 
@@ -137,13 +141,10 @@ bool Append(const std::string& folder, const std::string& line) {
     if (GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data) &&
         ((static_cast<unsigned long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow) >= kArchiveBytes)
         MoveFileExA(path.c_str(), (folder + "\\crash-events.bak").c_str(), MOVEFILE_REPLACE_EXISTING);
-    const HANDLE file = CreateFileA(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return false;
+    const FileHandle file(CreateFileA(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     DWORD written = 0;
-    const bool ok = WriteFile(file, line.data(), DWORD(line.size()), &written, nullptr) && written == line.size();
-    CloseHandle(file);
-    return ok;
+    return file && WriteFile(file.get(), line.data(), DWORD(line.size()), &written, nullptr) && written == line.size();
 }
 
 }  // namespace
