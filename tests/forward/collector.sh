@@ -1,12 +1,18 @@
 #!/bin/bash
-# A private rsyslog collector for the forwarding tests, never the machine's own:
-#   collector.sh start DIR PORT tcp|tls|udp [cert=NAME] [max=SIZE]
-#                                         starts rsyslogd in the foreground mode
-#                                         (-n) in the background, listening on
-#                                         127.0.0.1:PORT, writing every message
-#                                         as received into DIR/messages.log;
-#                                         max: its message size limit (64k)
-#   collector.sh stop DIR                 stops it and waits until it has gone
+# A private collector for the forwarding tests, never the machine's own:
+#   collector.sh start DIR PORT KIND [cert=NAME] [max=SIZE]
+#                                       starts it in the foreground mode in the
+#                                       background, listening on 127.0.0.1:PORT,
+#                                       writing every message into DIR/messages.log,
+#                                       one a line. KIND: tcp, tls, udp (rsyslog,
+#                                       each message as received, line feeds as
+#                                       #012; max: its message size limit, 64k),
+#                                       ng-lf (syslog-ng network() over TCP, a
+#                                       message a line), ng-octet (syslog-ng
+#                                       syslog() over TCP, octet counting); syslog-ng
+#                                       writes the fields it parsed in RFC 5424 order
+#                                       and joins a message's lines with blanks
+#   collector.sh stop DIR               stops it and waits until it has gone
 # For tls the certificates are made in DIR once (DIR/ca.pem is the site CA);
 # cert names the one the collector presents (good). When done it writes its exit
 # code into DIR/<command>.done, for callers that cannot wait on it (a test
@@ -60,6 +66,25 @@ input(type=\"imudp\" address=\"127.0.0.1\" port=\"$port\")"
     input="module(load=\"imtcp\"$driver)
 input(type=\"imtcp\" address=\"127.0.0.1\" port=\"$port\")"
   fi
+  case "$mode" in ng-*)
+    ng=${KV_SYSLOG_NG:-/opt/kvtest/syslog-ng}
+    if [ "$mode" = ng-lf ]; then
+      source="network(ip(\"127.0.0.1\") port($port) transport(\"tcp\") flags(syslog-protocol, no-multi-line) log-msg-size(65536))"
+    else
+      source="syslog(ip(\"127.0.0.1\") port($port) transport(\"tcp\") flags(no-multi-line) log-msg-size(65536))"
+    fi
+    cat >"$dir/syslog-ng.conf" <<CONF
+@version: 3.38
+options { keep-hostname(yes); frac-digits(3); };
+source s_in { $source; };
+destination d_file { file("$dir/messages.log" template("<\${PRI}>1 \${ISODATE} \${HOST} \${PROGRAM} \$(if (\"\${PID}\" ne \"\") \"\${PID}\" \"-\") \$(if (\"\${MSGID}\" ne \"\") \"\${MSGID}\" \"-\") \$(if (\"\${SDATA}\" ne \"\") \"\${SDATA}\" \"-\") \${MSG}\n") template-escape(no)); };
+log { source(s_in); destination(d_file); };
+CONF
+    LD_LIBRARY_PATH="$ng/usr/lib/syslog-ng" "$ng/usr/sbin/syslog-ng" -F --no-caps -f "$dir/syslog-ng.conf" \
+      --module-path="$ng/usr/lib/syslog-ng/3.38" -R "$dir/work/persist" -c "$dir/work/ctl" \
+      -p "$dir/rsyslogd.pid" >"$dir/rsyslogd.out" 2>&1 &
+    ;;
+  *)
   cat >"$dir/rsyslog.conf" <<CONF
 global(workDirectory="$dir/work" maxMessageSize="$max"${tlsfiles:-})
 $input
@@ -67,6 +92,8 @@ template(name="raw" type="string" string="%rawmsg%\n")
 action(type="omfile" file="$dir/messages.log" template="raw")
 CONF
   rsyslogd -n -f "$dir/rsyslog.conf" -i "$dir/rsyslogd.pid" >"$dir/rsyslogd.out" 2>&1 &
+  ;;
+  esac
   # Ready once it accepts connections (UDP: once the port is bound).
   ready() {
     if [ "$mode" = udp ]; then grep -qi "^ *[0-9]*: 0100007F:$(printf %04X "$port") " /proc/net/udp
@@ -88,7 +115,7 @@ stop)
   rm -f "$dir/rsyslogd.pid"
   ;;
 *)
-  echo "usage: collector.sh start DIR PORT tcp|tls | stop DIR" >&2
+  echo "usage: collector.sh start DIR PORT tcp|tls|udp|ng-lf|ng-octet | stop DIR" >&2
   exit 2
   ;;
 esac

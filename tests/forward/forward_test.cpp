@@ -2,6 +2,7 @@
 // RFC 5424 messages, every line once, through restarts of either side.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <regex>
 
@@ -60,12 +61,14 @@ TEST(Forward, TwoStationsEveryLineOnceWithItsFields) {
         EXPECT_TRUE(std::regex_match(m.stamp, stamp)) << r;
         EXPECT_EQ(0, _stricmp(MachineName().c_str(), m.host.c_str())) << r;
         const bool system = m.msgId == "syslog";
-        EXPECT_EQ(system ? "syslog" : m.text[0] == 'A' || m.text[0] == 'B' ? "Pump" : "Valve", m.app) << r;
+        EXPECT_EQ(m.text[0] == 'A' || m.text[0] == 'B' ? "Pump" : "Valve", m.app) << r;
         EXPECT_EQ(system ? "syslog.Valve.dat" : "debug." + m.app + ".log", m.file) << r;
         EXPECT_EQ(system ? "syslog" : "debuglog", m.msgId) << r;
-        const bool error = m.text.find("## EXCEPTION ##") == 0 || m.text.find("Memory error") == 0;
-        EXPECT_EQ(error ? 11 : 14, m.priority) << r;  // user facility: error, informational
-        errors += error;
+        EXPECT_EQ("-", m.procId) << r;  // a log shared by processes, lines that name none
+        // user facility: critical (a crash), error, informational
+        EXPECT_EQ(m.text.find("## EXCEPTION ##") == 0 ? 10 : m.text.find("Memory error") == 0 ? 11 : 14, m.priority)
+            << r;
+        errors += m.priority < 14;
     }
     EXPECT_EQ(2, errors);
     EXPECT_GE(kvtest::ListFolder(pumps.install.logDir(), "debug.Pump.0*").size(), 3u);  // it did roll
@@ -188,12 +191,140 @@ TEST(Forward, RunsAsAServiceOfTheServiceManager) {
 
 // Collectors and options it cannot use are refused before anything starts.
 TEST(Forward, RefusesWhatItCannotUse) {
-    for (const char* args : {"--to http://collector:514", "--to tcp://collector", "--to tcp://collector:0",
+    for (const char* args : {"--to http://collector:514", "--to tcp://collector:", "--to tcp://collector:0",
                              "--to udp://collector:70000", "--to tcp://:514", "--to tcp://collector:514 --ca x.pem",
                              "--to tcp://collector:514 Pump --all", "Pump", "--to tls://collector:6514 --bogus",
-                             "--to tcp://collector:514 --max-record 1000", "--to udp://collector:514 --max-record 9k"}) {
+                             "--to tcp://collector:514 --max-record 1000", "--to udp://collector:514 --max-record 9k",
+                             "--to tcp://::1", "--to tcp://collector --framing crlf", "--to udp://collector --framing lf"}) {
         const auto result = kvtest::RunKvdiag(std::string("forward ") + args);
         EXPECT_EQ(2u, result.exitCode) << args << "\n" << result.output;
         EXPECT_TRUE(kvtest::OutputHas(result, "usage: kvdiag forward")) << args;
+    }
+}
+
+namespace {
+
+// The messages of raw that parse and pass the filter.
+std::vector<Message> Records(const Lines& raw, const std::function<bool(const Message&)>& wanted) {
+    std::vector<Message> found;
+    for (const std::string& r : raw) {
+        Message m;
+        if (Parse(r, m) && wanted(m)) found.push_back(m);
+    }
+    return found;
+}
+
+std::vector<Message> Starting(const Lines& raw, const std::string& text) {
+    return Records(raw, [&](const Message& m) { return m.text.compare(0, text.size(), text) == 0; });
+}
+
+}  // namespace
+
+// A registered host that crashes: the crash handler's event reaches the
+// collector within 15 s as one CRASH record, critical, with the crash's facts.
+TEST(Forward, CrashOfARegisteredHostArrivesAsOneCrashRecord) {
+    kvtest::SyslogCollector collector;
+    Station station;
+    station.install.SetValue("Debug", "MiniDumpType", "1");
+    kvtest::KvdiagProcess forwarder(station.Forward(collector.url(), "Crash"));
+    ASSERT_TRUE(forwarder.ReadUntil(": connected"));
+    kvtest::ChildHost host("kvfwcrash");
+    const auto crashed = host.Run({"handler_crash", station.install.iniPath(), "access_violation", "renamed"}, 120000);
+    ASSERT_EQ(0xC0000005u, crashed.exitCode) << crashed.output;
+    const auto isCrash = [](const Message& m) { return m.msgId == "CRASH"; };
+    std::vector<Message> crashes;
+    for (const ULONGLONG ended = GetTickCount64(); crashes.empty() && GetTickCount64() - ended < 15000; Sleep(200))
+        crashes = Records(collector.Messages(), isCrash);
+    Sleep(2000);  // and no second one
+    crashes = Records(collector.Messages(), isCrash);
+    forwarder.Finish(0);
+    ASSERT_EQ(1u, crashes.size());
+    const Message& m = crashes[0];
+    const std::string dump = station.install.logDir() + "\\user.Renamed.dmp";
+    std::string sentDump = m.Param("dump");
+    for (size_t at; (at = sentDump.find("\\\\")) != std::string::npos;) sentDump.erase(at, 1);
+    EXPECT_EQ(10, m.priority);  // user facility, critical
+    EXPECT_EQ("Renamed", m.app);
+    EXPECT_EQ(m.Param("pid"), m.procId);
+    EXPECT_EQ("kvfwcrash.exe", m.Param("exe"));
+    EXPECT_EQ("0xc0000005", m.Param("code"));
+    EXPECT_EQ(0u, m.Param("signature").find("0xc0000005 ")) << m.Param("signature");
+    EXPECT_EQ(0, _stricmp(dump.c_str(), sentDump.c_str())) << sentDump;
+    EXPECT_EQ(std::to_string(kvtest::ReadFileText(dump).size()), m.Param("size"));
+}
+
+// What a process writes reads right: a memory report and a KvException dump
+// are one record each (the dump's banner starting its own), each kind of
+// error line has its severity, the process id is given where the text names
+// it, and an application-log line without its line end goes once, before
+// its end arrives, and not again after.
+TEST(Forward, RecordsReadRightAtTheCollector) {
+    kvtest::SyslogCollector collector;
+    Station station;
+    kvtest::KvdiagProcess forwarder(station.Forward(collector.url(), "--all --system --apps"));
+    ASSERT_TRUE(forwarder.ReadUntil(": connected"));
+    kvtest::ChildHost host("kvfwview");
+    const auto result = host.Run({"collector_view", station.install.iniPath(), "comp=View", "open=alarm.log",
+                                  "line=before the report", "memreport=40", "kvexception",
+                                  "line=Memory error - overwrite memory - x", "sys=## EXCEPTION ## - dump skipped",
+                                  "part=half a line", "sleep=6000", "end=", "end=next line"});
+    ASSERT_EQ(0u, result.exitCode) << result.output;
+    ASSERT_EQ(0u, result.output.find("pid=")) << result.output;
+    const std::string pid = std::to_string(strtoul(result.output.c_str() + 4, nullptr, 10));
+    Lines raw;
+    for (int waited = 0; Starting(raw, "next line").empty() && waited < 150; ++waited, Sleep(200))
+        raw = collector.Messages();
+    forwarder.Finish(0);
+
+    const struct {
+        const char* start;
+        int priority;
+        const char* procId;  // "" for this host's
+    } kinds[] = {{"before the report", 14, "-"},           {"Memory Report: ", 14, ""},
+                 {"*** KvException Dump to follow ***", 11, ""}, {"An error has been detected", 11, "-"},
+                 {"Memory error - overwrite", 11, "-"},    {"## EXCEPTION ## - dump skipped", 10, "-"},
+                 {"half a line", 14, "-"},                 {"next line", 14, "-"}};
+    for (const auto& kind : kinds) {
+        const std::vector<Message> found = Starting(raw, kind.start);
+        ASSERT_EQ(1u, found.size()) << kind.start;
+        EXPECT_EQ(kind.priority, found[0].priority) << kind.start;
+        EXPECT_EQ(*kind.procId ? kind.procId : pid, found[0].procId) << kind.start;
+        EXPECT_EQ(found[0].msgId == "applog" ? "alarm" : "View", found[0].app) << kind.start;
+    }
+    EXPECT_EQ("before the report", Starting(raw, "before the report")[0].text);  // the banner not glued on
+    const std::string report = Starting(raw, "Memory Report: ")[0].text;
+    EXPECT_NE(std::string::npos, report.find("#012Total memory buffers reported ")) << report;
+    EXPECT_NE(std::string::npos, Starting(raw, "*** KvException")[0].text.find("#012KvException : pid=" + pid));
+    for (const char* continuation : {"For PID", "Buffer,", "Total memory", "KvException :"})
+        EXPECT_TRUE(Starting(raw, continuation).empty()) << continuation;
+    EXPECT_TRUE(Records(raw, [](const Message& m) { return m.msgId == "applog" && m.text.empty(); }).empty());
+}
+
+// syslog-ng reads both framings: its network() source one message a line
+// (--framing lf), its syslog() source octet counting (the default). Every
+// line arrives once, and a report of many lines as one record.
+TEST(Forward, SyslogNgReceivesEveryLineOnceInEitherFraming) {
+    constexpr int kLines = 200;
+    for (const char* kind : {"ng-lf", "ng-octet"}) {
+        SCOPED_TRACE(kind);
+        kvtest::SyslogCollector collector(kind);
+        Station station;
+        const bool lf = kind == std::string("ng-lf");
+        kvtest::KvdiagProcess forwarder(station.Forward(collector.url(), lf ? "Ng --framing lf" : "Ng"));
+        ASSERT_TRUE(forwarder.ReadUntil(": connected"));
+        station.Write({"comp=Ng", "numbered=N:" + std::to_string(kLines) + ":2"}, 64);
+        station.WaitWriters();
+        kvtest::ChildHost reporter(lf ? "kvfwnglf" : "kvfwngoctet");
+        ASSERT_EQ(0u, reporter.Run({"collector_view", station.install.iniPath(), "comp=Ng", "memreport=30"}).exitCode);
+        // The numbered lines, "Callstack instrumentation has been enabled" and the report.
+        const Lines raw = collector.WaitForMessages(kLines + 2, 60000);
+        forwarder.Finish(0);
+        EXPECT_EQ(size_t(kLines + 2), raw.size());
+        const auto seen = Tally(raw, "N");
+        EXPECT_EQ(size_t(kLines), seen.empty() ? 0 : seen.at('N').size());
+        for (const auto& [number, times] : seen.empty() ? std::map<int, int>{} : seen.at('N')) EXPECT_EQ(1, times) << number;
+        const std::vector<Message> reports = Starting(raw, "Memory Report: ");
+        ASSERT_EQ(1u, reports.size());
+        EXPECT_NE(std::string::npos, reports[0].text.find("Total memory buffers reported "));
     }
 }

@@ -19,19 +19,37 @@ namespace kvtest {
 
 struct Message {
     int priority = 0;
-    std::string stamp, host, app, msgId, file, text;
+    std::string stamp, host, app, procId, msgId, data, file, text;
+    // A structured-data parameter's value as sent (escapes kept).
+    std::string Param(const std::string& name) const {
+        std::smatch found;
+        return std::regex_search(data, found, std::regex(" " + name + R"re(="((?:[^"\\]|\\.)*)")re")) ? found.str(1) : "";
+    }
 };
 
-// The header by a regular expression, the text (which may be long: the
-// library's matcher recurses once a character) by where the header ends.
+// By hand: the library's regex matcher recurses once a character and runs
+// out of stack on a long message (a memory report).
 inline bool Parse(const std::string& raw, Message& m) {
-    static const std::regex shape(R"re(<(\d+)>1 (\S+) (\S+) (\S+) - (\S+) \[kvlog@32473 file="([^"]*)"\])re");
-    const size_t end = raw.find("\"] ");
-    std::smatch f;
-    const std::string header = raw.substr(0, end == std::string::npos ? 0 : end + 2);
-    if (!std::regex_match(header, f, shape)) return false;
-    m = {std::stoi(f[1]), f[2], f[3], f[4], f[5], f[6], raw.substr(end + 3)};
-    return true;
+    std::string fields[6];  // <PRI>1, stamp, host, app, procId, msgId
+    size_t at = 0;
+    for (std::string& field : fields) {
+        const size_t end = raw.find(' ', at);
+        if (end == std::string::npos) return false;
+        field = raw.substr(at, end - at);
+        at = end + 1;
+    }
+    // The structured data ends at the first "]" outside quotes that no "[" follows.
+    size_t end = at;
+    for (bool quoted = false; end < raw.size(); ++end) {
+        if (raw[end] == '\\') ++end;
+        else if (raw[end] == '"') quoted = !quoted;
+        else if (!quoted && raw[end] == ']' && (end + 1 == raw.size() || raw[end + 1] != '[')) break;
+    }
+    if (fields[0][0] != '<' || end >= raw.size()) return false;
+    m = {atoi(fields[0].c_str() + 1), fields[1], fields[2], fields[3], fields[4], fields[5],
+         raw.substr(at, end + 1 - at), "", end + 2 < raw.size() ? raw.substr(end + 2) : ""};
+    m.file = m.Param("file");
+    return m.data.compare(0, 13, "[kvlog@32473 ") == 0;
 }
 
 // A station: its own product installation whose debug logs roll at sizeKb.

@@ -43,8 +43,8 @@ unsigned short FreePort() {
     return port;
 }
 
-SyslogCollector::SyslogCollector(std::string transport, std::string options)
-    : unixDir_(UnixPath(dir_.path())), port_(FreePort()), transport_(std::move(transport)), options_(std::move(options)) {
+SyslogCollector::SyslogCollector(std::string kind, std::string options)
+    : unixDir_(UnixPath(dir_.path())), port_(FreePort()), kind_(std::move(kind)), options_(std::move(options)) {
     Start();
 }
 
@@ -68,7 +68,7 @@ bool SyslogCollector::RunScript(const std::string& arguments) {
 }
 
 bool SyslogCollector::Start() {
-    running_ = RunScript("start " + unixDir_ + " " + std::to_string(port_) + " " + transport_ + " " + options_);
+    running_ = RunScript("start " + unixDir_ + " " + std::to_string(port_) + " " + kind_ + " " + options_);
     return running_;
 }
 
@@ -83,7 +83,9 @@ bool SyslogCollector::Stop() {
     return !running_;
 }
 
-std::string SyslogCollector::url() const { return transport_ + "://127.0.0.1:" + std::to_string(port_); }
+std::string SyslogCollector::url() const {
+    return (kind_.compare(0, 3, "ng-") == 0 ? "tcp" : kind_) + "://127.0.0.1:" + std::to_string(port_);
+}
 
 std::vector<std::string> SyslogCollector::Messages() const { return ReadLines(dir_ / "messages.log"); }
 

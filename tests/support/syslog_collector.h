@@ -1,7 +1,8 @@
-// A private rsyslog collector on a free port of 127.0.0.1 for the forwarding
-// tests, started and stopped through tests/forward/collector.sh. rsyslogd is a
-// Linux program: under Wine the test starts the script as a Unix process (so
-// these tests need Wine with rsyslog installed beside it).
+// A private collector (rsyslog, or syslog-ng from its unpacked package) on a
+// free port of 127.0.0.1 for the forwarding tests, started and stopped through
+// tests/forward/collector.sh. Both are Linux programs: under Wine the test
+// starts the script as a Unix process (so these tests need Wine with the
+// collectors installed beside it, as scripts/setup.sh does).
 #pragma once
 
 #include <windows.h>
@@ -15,10 +16,11 @@ namespace kvtest {
 
 class SyslogCollector {
 public:
-    // transport: "tcp", "tls" or "udp"; options: "cert=NAME" (the certificate
-    // it presents, of those tests/forward/collector.sh makes), "max=SIZE" (its
-    // message size limit), blank-separated.
-    explicit SyslogCollector(std::string transport = "tcp", std::string options = "");
+    // kind: rsyslog over "tcp", "tls" or "udp"; syslog-ng over TCP with a
+    // message a line ("ng-lf") or octet counting ("ng-octet"). options (rsyslog):
+    // "cert=NAME" (the certificate it presents, of those tests/forward/collector.sh
+    // makes), "max=SIZE" (its message size limit), blank-separated.
+    explicit SyslogCollector(std::string kind = "tcp", std::string options = "");
     ~SyslogCollector();
     SyslogCollector(const SyslogCollector&) = delete;
     SyslogCollector& operator=(const SyslogCollector&) = delete;
@@ -41,7 +43,7 @@ private:
     TempDir dir_{"kvcollector"};
     std::string unixDir_;
     unsigned short port_ = 0;
-    std::string transport_;
+    std::string kind_;
     std::string options_;
     bool running_ = false;
 };

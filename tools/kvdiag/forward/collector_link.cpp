@@ -44,7 +44,8 @@ WinsockUse::~WinsockUse() {
     if (ok_) WSACleanup();
 }
 
-CollectorLink::CollectorLink(const CollectorUrl& url, const std::string& caFile) : url_(url), caFile_(caFile) {}
+CollectorLink::CollectorLink(const CollectorUrl& url, const std::string& caFile, Framing framing)
+    : url_(url), caFile_(caFile), framing_(framing) {}
 
 CollectorLink::~CollectorLink() { Close(); }
 
@@ -97,7 +98,15 @@ bool CollectorLink::Send(const std::vector<std::string>& messages, std::string& 
     }
     std::string frames;
     for (const std::string& m : messages) {
-        frames += std::to_string(m.size()) + " " + m;
+        if (framing_ == Framing::OctetCounting) {
+            frames += std::to_string(m.size()) + " " + m;
+        } else {
+            for (char c : m) {
+                if (c == '\n') frames += "#012";
+                else frames += c;
+            }
+            frames += '\n';
+        }
         if (frames.size() < (1u << 20)) continue;
         if (!SendBytes(frames, error)) return false;
         frames.clear();

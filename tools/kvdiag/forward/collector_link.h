@@ -1,6 +1,5 @@
 // The connection to the collector. A stream (TCP, TLS) carries each message
-// as an octet-counted frame ("LENGTH MESSAGE", RFC 6587), so a message may
-// hold line feeds; UDP sends one datagram a message and promises nothing.
+// in a frame (Framing); UDP sends one datagram a message and promises nothing.
 #pragma once
 
 #include <winsock2.h>
@@ -17,7 +16,7 @@ class TlsSession;
 
 class CollectorLink {
 public:
-    CollectorLink(const CollectorUrl& url, const std::string& caFile);
+    CollectorLink(const CollectorUrl& url, const std::string& caFile, Framing framing = Framing::OctetCounting);
     ~CollectorLink();
     CollectorLink(const CollectorLink&) = delete;
     CollectorLink& operator=(const CollectorLink&) = delete;
@@ -36,6 +35,7 @@ private:
 
     CollectorUrl url_;
     std::string caFile_;
+    Framing framing_;
     SOCKET socket_ = INVALID_SOCKET;
     std::unique_ptr<TlsSession> tls_;
 };

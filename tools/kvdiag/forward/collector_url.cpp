@@ -22,18 +22,26 @@ bool ParseCollectorUrl(const std::string& text, CollectorUrl& url, std::string& 
         break;
     }
     if (rest.empty()) {
-        error = "the collector must be given as tcp://HOST:PORT, udp://HOST:PORT or tls://HOST:PORT";
+        error = "the collector must be given as tcp://HOST[:PORT], udp://HOST[:PORT] or tls://HOST[:PORT]";
         return false;
     }
     if (!rest.empty() && rest.back() == '/') rest.pop_back();
-    // [v6 address]:port or host:port
+    constexpr long kSyslogPort = 514, kSyslogTlsPort = 6514;
+    const long defaultPort = url.transport == CollectorUrl::Transport::Tls ? kSyslogTlsPort : kSyslogPort;
+    // [v6 address]:port, [v6 address], host:port or host
+    const size_t bracket = rest.rfind(']');
     size_t colon = rest.rfind(':');
-    std::string host = colon == std::string::npos ? std::string() : rest.substr(0, colon);
-    if (host.size() > 2 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
+    if (colon != std::string::npos && bracket != std::string::npos && colon < bracket) colon = std::string::npos;
+    std::string host = colon == std::string::npos ? rest : rest.substr(0, colon);
+    // An IPv6 address goes in brackets: a colon in a bare host is a port meant otherwise.
+    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+    if (bracketed) host = host.substr(1, host.size() - 2);
+    else if (host.find(':') != std::string::npos) host.clear();
     char* end = nullptr;
-    const long port = colon == std::string::npos ? 0 : strtol(rest.c_str() + colon + 1, &end, 10);
-    if (host.empty() || host.find_first_of("/ []") != std::string::npos || !end || *end || end == rest.c_str() + colon + 1 ||
-        port < 1 || port > 65535) {
+    const char* portText = colon == std::string::npos ? nullptr : rest.c_str() + colon + 1;
+    const long port = portText ? strtol(portText, &end, 10) : defaultPort;
+    const bool portOk = !portText || (end && !*end && end != portText);
+    if (host.empty() || host.find_first_of("/ []") != std::string::npos || !portOk || port < 1 || port > 65535) {
         error = "'" + text + "' does not name a host and a port (1 to 65535)";
         return false;
     }

@@ -5,8 +5,10 @@
 #include <algorithm>
 
 #include "KvLogging.h"
+#include "handler/crash_events.h"
 #include "logs/log_files.h"
 #include "logs/product_paths.h"
+#include "platform/folder_listing.h"
 
 namespace kvdiag {
 
@@ -16,13 +18,10 @@ std::string FileNameOf(const std::string& path) { return path.substr(path.find_l
 
 std::vector<std::string> FolderFiles(const std::string& folder, const char* pattern) {
     std::vector<std::string> names;
-    WIN32_FIND_DATAA found;
-    const HANDLE search = FindFirstFileA((folder + "\\" + pattern).c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) return names;
-    do {
+    kv::platform::VisitFolder(folder, pattern, [&](const WIN32_FIND_DATAA& found) {
         if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) names.push_back(found.cFileName);
-    } while (FindNextFileA(search, &found));
-    FindClose(search);
+        return true;
+    });
     return names;
 }
 
@@ -60,23 +59,18 @@ std::vector<std::string> ArchiveChain(const std::string& live) {
     const std::string stem = base.substr(slash == std::string::npos ? 0 : slash + 1);
     // Newest first by last write: an archive keeps the time of its last line.
     std::vector<std::pair<ULONGLONG, std::string>> archives;
-    WIN32_FIND_DATAA found;
-    const HANDLE search = FindFirstFileA((base + "*").c_str(), &found);
-    if (search != INVALID_HANDLE_VALUE) {
-        do {
-            const std::string name = found.cFileName;
-            const bool bak = _stricmp(name.c_str(), (stem + ".bak").c_str()) == 0;
-            const bool stamped = name.size() == stem.size() + 15 + extension.size() &&
-                                 _strnicmp(name.c_str(), stem.c_str(), stem.size()) == 0 &&
-                                 _stricmp(name.c_str() + stem.size() + 15, extension.c_str()) == 0 &&
-                                 IsTimestampedArchive(name.substr(0, stem.size() + 15));
-            if ((bak || stamped) && !(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
-                archives.push_back({(ULONGLONG(found.ftLastWriteTime.dwHighDateTime) << 32) |
-                                        found.ftLastWriteTime.dwLowDateTime,
-                                    folder + "\\" + name});
-        } while (FindNextFileA(search, &found));
-        FindClose(search);
-    }
+    kv::platform::VisitFolder(folder, (stem + "*").c_str(), [&](const WIN32_FIND_DATAA& found) {
+        const std::string name = found.cFileName;
+        const bool bak = _stricmp(name.c_str(), (stem + ".bak").c_str()) == 0;
+        const bool stamped = name.size() == stem.size() + 15 + extension.size() &&
+                             _strnicmp(name.c_str(), stem.c_str(), stem.size()) == 0 &&
+                             _stricmp(name.c_str() + stem.size() + 15, extension.c_str()) == 0 &&
+                             IsTimestampedArchive(name.substr(0, stem.size() + 15));
+        if ((bak || stamped) && !(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
+            archives.push_back({(ULONGLONG(found.ftLastWriteTime.dwHighDateTime) << 32) | found.ftLastWriteTime.dwLowDateTime,
+                                folder + "\\" + name});
+        return true;
+    });
     std::sort(archives.begin(), archives.end(), [](const auto& a, const auto& b) { return a > b; });
     std::vector<std::string> chain{live};
     for (size_t i = 0; i < archives.size() && i < kArchivesFollowed; ++i) chain.push_back(archives[i].second);
@@ -100,9 +94,14 @@ std::vector<FollowedLog> SelectLogs(const LogSelection& selection) {
     }
     if (selection.system) {
         // syslog.dat, and syslog.<component>.dat of processes that set a component.
-        for (const std::string& name : FolderFiles(folder, "syslog*.dat"))
-            logs.push_back(ArchivingLog(folder, name, "syslog", "syslog"));
+        for (const std::string& name : FolderFiles(folder, "syslog*.dat")) {
+            const size_t n = name.size();
+            const bool ofComponent = n > 11 && _strnicmp(name.c_str(), "syslog.", 7) == 0;
+            logs.push_back(ArchivingLog(folder, name, ofComponent ? name.substr(7, n - 11) : "syslog", "syslog"));
+        }
     }
+    // The crash handler's events, whatever else is followed: a crash must reach the collector.
+    logs.push_back(ArchivingLog(folder, kCrashEventsFile, "-", "event"));
     if (selection.apps) {
         for (const std::string& name : FolderFiles(folder, "*.log")) {
             std::string component;

@@ -1,6 +1,7 @@
 // Which logs of the log folder the forwarder follows, and what each is to
 // the collector: debug logs (by component) with their history files, the
-// system log files and the application logs with their archives.
+// system log files, the application logs with their archives, and always
+// the crash handler's events.
 #pragma once
 
 #include <string>

@@ -9,16 +9,18 @@ namespace kvdiag {
 
 bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& options, std::string& error) {
     options = ForwardOptions{};
-    std::string url;
+    std::string url, framing;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
         const bool hasValue = i + 1 < args.size();
-        if ((a == "--to" || a == "--ca" || a == "--state" || a == "--ini" || a == "--for" || a == "--max-record") && !hasValue) {
+        if ((a == "--to" || a == "--ca" || a == "--state" || a == "--ini" || a == "--for" || a == "--max-record" || a == "--framing") && !hasValue) {
             error = a + " needs a value";
             return false;
         }
         if (a == "--to") {
             url = args[++i];
+        } else if (a == "--framing") {
+            framing = args[++i];
         } else if (a == "--ca") {
             options.caFile = args[++i];
         } else if (a == "--state") {
@@ -71,6 +73,15 @@ bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& o
         error = "--max-record over udp:// is at most " + std::to_string(kDefaultMaxRecord) + " bytes";
         return false;
     }
+    if (!framing.empty() && _stricmp(framing.c_str(), "octet") != 0 && _stricmp(framing.c_str(), "lf") != 0) {
+        error = "--framing is octet (octet counting, the default) or lf (a line feed after each message)";
+        return false;
+    }
+    if (!framing.empty() && !options.url.stream()) {
+        error = "--framing is for tcp:// and tls:// collectors";
+        return false;
+    }
+    if (_stricmp(framing.c_str(), "lf") == 0) options.framing = Framing::LineFeed;
     if (!options.caFile.empty() && options.url.transport != CollectorUrl::Transport::Tls) {
         error = "--ca is for tls:// collectors";
         return false;

@@ -10,10 +10,12 @@
 namespace kvdiag {
 
 constexpr char kForwardUsage[] =
-    "forward --to URL [COMPONENT...|--all] [--system] [--apps] [--ca FILE] [--max-record SIZE] [--state FOLDER] [--for SECONDS] [--ini PATH]";
+    "forward --to URL [COMPONENT...|--all] [--system] [--apps] [--framing octet|lf] [--ca FILE] [--max-record SIZE] "
+    "[--state FOLDER] [--for SECONDS] [--ini PATH]";
 
 struct ForwardOptions {
     CollectorUrl url;
+    Framing framing = Framing::OctetCounting;
     std::string caFile;
     LogSelection selection;
     std::string stateFolder;  // cursors and status

@@ -5,6 +5,8 @@
 
 #include "forward/collector_link.h"
 #include "forward/cursor_store.h"
+#include "forward/entry_assembler.h"
+#include "forward/entry_record.h"
 #include "forward/forward_status.h"
 #include "forward/record_limit.h"
 #include "logs/log_follower.h"
@@ -20,12 +22,17 @@ constexpr DWORD kRescanMs = 1000;
 constexpr DWORD kStatusMs = 1000;
 constexpr DWORD kFirstRetryMs = 500;
 constexpr DWORD kLastRetryMs = 8000;
+// How long a log stays quiet before its open entry is taken as complete, and
+// before a last line without its line end is sent as it stands (WriteLog
+// adds none; a writer that ends its line later is usually quicker).
+constexpr ULONGLONG kEntryQuietMs = 1000;
+constexpr ULONGLONG kUnfinishedQuietMs = 3000;
 
 class Forwarder {
 public:
     Forwarder(const ForwardOptions& options, HANDLE stopEvent, const ForwarderNote& note)
         : options_(options), stop_(stopEvent), note_(note), cursors_(options.stateFolder),
-          link_(options.url, options.caFile) {
+          link_(options.url, options.caFile, options.framing) {
         status_.collector = options.url.text;
     }
 
@@ -35,12 +42,16 @@ private:
     struct Source {
         FollowedLog log;
         std::unique_ptr<LogFollower> follower;
-        LogPosition committed;
-        std::string lastStamp, committedStamp;
+        EntryAssembler entries;
+        LogPosition committed, openEntryAt;  // openEntryAt: where the open entry's first line is
+        std::string committedStamp;
+        ULONGLONG lastLines = 0;             // when lines last came
+        uint64_t unfinished = 0;             // bytes of a line without its end, and since when
+        ULONGLONG unfinishedSince = 0;
     };
 
     void AddNewLogs(bool atStart);
-    std::vector<std::string> Gather();
+    std::vector<std::string> Gather(bool stopping);
     void Commit();
     void Rewind();
     void SetState(const std::string& state);
@@ -69,7 +80,8 @@ void Forwarder::AddNewLogs(bool atStart) {
         const std::string& name = log.identity.fileName;
         const auto known = std::find_if(sources_.begin(), sources_.end(), [&](const Source& s) { return s.log.identity.fileName == name; });
         if (known != sources_.end()) continue;
-        Source source{log, std::make_unique<LogFollower>(log.chain), {}, {}, {}};
+        const bool stamped = log.identity.msgId != "applog";
+        Source source{log, std::make_unique<LogFollower>(log.chain), EntryAssembler(stamped), {}, {}, {}, 0, 0, 0};
         const SavedCursor cursor = cursors_.Load(name);
         const std::string live = log.chain.front();
         if (cursor.state == CursorState::Loaded) {
@@ -93,12 +105,15 @@ void Forwarder::AddNewLogs(bool atStart) {
     }
 }
 
-std::vector<std::string> Forwarder::Gather() {
+// Entries complete in what the logs hold now; stopping sends the open ones too.
+std::vector<std::string> Forwarder::Gather(bool stopping) {
     std::vector<std::string> messages;
+    const ULONGLONG now = GetTickCount64();
     for (Source& source : sources_) {
         bool gap = false;
         if (source.log.archives) source.follower->Rechain(ArchiveChain(source.log.chain.front()));
-        const std::vector<std::string> lines = source.follower->Poll(gap);
+        const bool takeUnfinished = source.unfinished > 0 && now - source.unfinishedSince >= kUnfinishedQuietMs;
+        const std::vector<std::string> lines = source.follower->Poll(gap, takeUnfinished);
         if (gap) {
             ++status_.gaps;
             note_(source.log.chain.front() + " rolled past its history files while unread; lines are missing");
@@ -108,18 +123,27 @@ std::vector<std::string> Forwarder::Gather() {
             note_("the cursor of " + source.log.chain.front() +
                   " points past the end of a file or into a line: that file is read again from its start as a new one; lines may be missing or sent twice");
         }
-        const bool timed = source.log.identity.msgId != "applog";
-        for (const LogEntry& entry : timed ? GroupEntries(lines, source.lastStamp) : LineEntries(lines))
-            for (std::string& message : LimitedMessages(source.log.identity, hostName_, entry, options_.maxRecord))
+        const uint64_t unfinished = source.follower->unfinishedBytes();
+        if (unfinished != source.unfinished) source.unfinishedSince = now;
+        source.unfinished = unfinished;
+        std::vector<LogEntry> entries = source.entries.Add(lines);
+        if (!lines.empty()) source.lastLines = now;
+        if (source.entries.openedAt() != std::string::npos)
+            source.openEntryAt = source.follower->PositionBefore(source.entries.openedAt());
+        if (stopping || (lines.empty() && now - source.lastLines >= kEntryQuietMs))
+            for (LogEntry& entry : source.entries.Flush()) entries.push_back(std::move(entry));
+        for (const LogEntry& entry : entries)
+            for (std::string& message : LimitedMessages(RecordOf(source.log.identity, entry), hostName_, options_.maxRecord))
                 messages.push_back(std::move(message));
     }
     return messages;
 }
 
+// An open entry is not sent yet: its log's cursor stays where it begins.
 void Forwarder::Commit() {
     for (Source& source : sources_) {
-        source.committed = source.follower->position();
-        source.committedStamp = source.lastStamp;
+        source.committed = source.entries.open() ? source.openEntryAt : source.follower->position();
+        source.committedStamp = source.entries.stampBefore();
         if (!cursors_.Save(source.log.identity.fileName, source.committed))
             note_("cannot save the cursor of " + source.log.identity.fileName + " in " + cursors_.folder());
     }
@@ -128,7 +152,7 @@ void Forwarder::Commit() {
 void Forwarder::Rewind() {
     for (Source& source : sources_) {
         source.follower->Resume(source.committed);
-        source.lastStamp = source.committedStamp;
+        source.entries.Restart(source.committedStamp);
     }
 }
 
@@ -164,7 +188,8 @@ int Forwarder::Run() {
     const ULONGLONG started = GetTickCount64();
     ULONGLONG lastRescan = started;
     DWORD retryMs = kFirstRetryMs;
-    bool pending = false;  // a batch sent, not yet known to be taken
+    bool pending = false;   // a batch sent, not yet known to be taken
+    bool stopping = false;  // a last round sends the entries still open
     for (;;) {
         if (link_.connected() && !link_.Alive()) {
             Rewind();
@@ -173,9 +198,12 @@ int Forwarder::Run() {
             Commit();
         }
         pending = false;
-        if (StopRequested(0) || (options_.seconds > 0 && double(GetTickCount64() - started) >= options_.seconds * 1000))
-            break;
-        if (rescan && GetTickCount64() - lastRescan >= kRescanMs) {
+        if (stopping) break;
+        if (StopRequested(0) || (options_.seconds > 0 && double(GetTickCount64() - started) >= options_.seconds * 1000)) {
+            if (!link_.connected()) break;
+            stopping = true;
+        }
+        if (!stopping && rescan && GetTickCount64() - lastRescan >= kRescanMs) {
             AddNewLogs(false);
             lastRescan = GetTickCount64();
         }
@@ -190,7 +218,7 @@ int Forwarder::Run() {
             retryMs = kFirstRetryMs;
             SetState("connected");
         }
-        const std::vector<std::string> messages = Gather();
+        const std::vector<std::string> messages = Gather(stopping);
         if (!messages.empty()) {
             if (!link_.Send(messages, error)) {
                 Rewind();
@@ -203,7 +231,8 @@ int Forwarder::Run() {
             if (!pending) Commit();  // UDP: sent is all anyone will know
         }
         SaveStatus(false);
-        StopRequested(kPollMs);
+        if (stopping) Sleep(kPollMs);  // for a close or reset to show before the last commit
+        else StopRequested(kPollMs);
     }
     link_.Close();
     status_.state = "stopped";

@@ -35,17 +35,22 @@ size_t CountedSize(const std::string& message) {
 
 }  // namespace
 
-std::vector<std::string> LimitedMessages(const LogIdentity& log, const std::string& hostName, const LogEntry& entry,
-                                         size_t maxBytes) {
-    std::string whole = SyslogMessage(log, hostName, entry);
+// The record with another text, for its parts.
+static std::string MessageWithText(SyslogRecord record, std::string text, const std::string& hostName) {
+    record.text = std::move(text);
+    return SyslogMessage(record, hostName);
+}
+
+std::vector<std::string> LimitedMessages(const SyslogRecord& record, const std::string& hostName, size_t maxBytes) {
+    std::string whole = SyslogMessage(record, hostName);
     if (CountedSize(whole) <= maxBytes) return {std::move(whole)};
-    const size_t header = SyslogMessage(log, hostName, {entry.stamp, ""}).size() + 1;
+    const size_t header = MessageWithText(record, "", hostName).size() + 1;
     const size_t limit = maxBytes > kMarkerRoom ? maxBytes - kMarkerRoom : 0;
     // At least some text a part, whatever the header: the entry gets through,
     // a little over the limit, rather than not at all.
     const size_t room = limit > header + 64 ? limit - header : 64;
     std::vector<std::string> texts;
-    const std::string& text = entry.text;
+    const std::string& text = record.text;
     for (size_t from = 0; from < text.size();) {
         // Each byte of the log counts one to four bytes in the message
         // (UTF-8, "#ooo"): a piece the size of the room, shortened by what
@@ -55,7 +60,7 @@ std::vector<std::string> LimitedMessages(const LogIdentity& log, const std::stri
             const size_t lineEnd = text.rfind('\n', end - 1);
             if (end < text.size() && lineEnd != std::string::npos && lineEnd > from + (end - from) / 2) end = lineEnd;
             else if (end < text.size()) end = CharacterBoundary(text, from, end);
-            const size_t size = CountedSize(SyslogMessage(log, hostName, {entry.stamp, text.substr(from, end - from)}));
+            const size_t size = CountedSize(MessageWithText(record, text.substr(from, end - from), hostName));
             if (size <= limit || end - from <= 1) break;
             end = from + std::max<size_t>(1, (end - from) > size - limit ? (end - from) - (size - limit) : 1);
         }
@@ -65,7 +70,7 @@ std::vector<std::string> LimitedMessages(const LogIdentity& log, const std::stri
     std::vector<std::string> parts;
     for (size_t i = 0; i < texts.size(); ++i) {
         const std::string marker = "[part " + std::to_string(i + 1) + "/" + std::to_string(texts.size()) + "] ";
-        parts.push_back(SyslogMessage(log, hostName, {entry.stamp, marker + texts[i]}));
+        parts.push_back(MessageWithText(record, marker + texts[i], hostName));
     }
     return parts;
 }

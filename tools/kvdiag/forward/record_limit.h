@@ -15,12 +15,11 @@ namespace kvdiag {
 constexpr size_t kDefaultMaxRecord = 8192;
 constexpr size_t kSmallestMaxRecord = 1024;  // room for the longest header and some text
 
-// The messages of one entry, none longer than maxBytes as a collector counts
+// The messages of one record, none longer than maxBytes as a collector counts
 // it (a line feed as the four bytes of "#012"): its own message when
 // that fits; otherwise parts whose text begins "[part K/N] ", cut after a
 // line end where one lies in the second half of a part, else between two
 // characters (the line end a part ends at is left out).
-std::vector<std::string> LimitedMessages(const LogIdentity& log, const std::string& hostName, const LogEntry& entry,
-                                         size_t maxBytes);
+std::vector<std::string> LimitedMessages(const SyslogRecord& record, const std::string& hostName, size_t maxBytes);
 
 }  // namespace kvdiag

@@ -2,38 +2,12 @@
 
 #include <windows.h>
 #include <stdio.h>
-#include <string.h>
 
 namespace kvdiag {
 
 namespace {
 
 constexpr int kFacilityUser = 1;
-constexpr int kSeverityError = 3;
-constexpr int kSeverityInfo = 6;
-// The log timestamp: "2024-03-05 14:07:09.042", a tab, "+10:00".
-constexpr char kStampShape[] = "dddd-dd-dd dd:dd:dd.ddd\t+dd:dd";
-constexpr size_t kStampLength = sizeof kStampShape - 1;
-
-// The RFC 3339 form of a log line's timestamp, or empty when the line has none.
-std::string LineStamp(const std::string& line) {
-    if (line.size() < kStampLength) return {};
-    for (size_t i = 0; i < kStampLength; ++i) {
-        const char c = line[i], shape = kStampShape[i];
-        const bool fits = shape == 'd' ? (c >= '0' && c <= '9') : shape == '+' ? (c == '+' || c == '-') : c == shape;
-        if (!fits) return {};
-    }
-    return line.substr(0, 10) + "T" + line.substr(11, 12) + line.substr(24, 6);
-}
-
-std::string UtcNow() {
-    SYSTEMTIME t;
-    GetSystemTime(&t);
-    char stamp[32];
-    snprintf(stamp, sizeof stamp, "%04u-%02u-%02uT%02u:%02u:%02u.%03uZ", t.wYear, t.wMonth, t.wDay, t.wHour, t.wMinute,
-             t.wSecond, t.wMilliseconds);
-    return stamp;
-}
 
 // Log files are written in the ANSI code page.
 std::string AnsiToUtf8(const std::string& text) {
@@ -55,14 +29,11 @@ std::string HeaderField(const std::string& text, size_t maxLength) {
     return field.empty() ? "-" : field;
 }
 
-// A structured-data parameter value escapes '"', '\' and ']'.
-std::string ParamValue(const std::string& text) {
-    std::string value;
-    for (char c : AnsiToUtf8(text)) {
-        if (c == '"' || c == '\\' || c == ']') value += '\\';
-        value += c;
-    }
-    return value;
+// An SD-NAME: printable US-ASCII but '=', ']', '"' and blanks, at most 32.
+std::string SdName(const std::string& text) {
+    std::string name;
+    for (char c : text.substr(0, 32)) name += (c > 32 && c < 127 && c != '=' && c != ']' && c != '"') ? c : '_';
+    return name;
 }
 
 std::string EscapeControls(const std::string& text) {
@@ -80,43 +51,32 @@ std::string EscapeControls(const std::string& text) {
     return escaped;
 }
 
-bool IsError(const std::string& text) {
-    return text.compare(0, 15, "## EXCEPTION ##") == 0 || text.find("Memory error") != std::string::npos;
+// A structured-data parameter value escapes '"', '\' and ']'; line ends and
+// other control characters become #ooo as in the text.
+std::string ParamValue(const std::string& text) {
+    std::string value;
+    for (char c : AnsiToUtf8(text)) {
+        if (c == '"' || c == '\\' || c == ']') value += '\\';
+        value += c;
+    }
+    std::string escaped = EscapeControls(value);
+    for (size_t at; (at = escaped.find('\n')) != std::string::npos;) escaped.replace(at, 1, "#012");
+    return escaped;
 }
 
 }  // namespace
 
-std::vector<LogEntry> GroupEntries(const std::vector<std::string>& lines, std::string& lastStamp) {
-    std::vector<LogEntry> entries;
-    for (const std::string& line : lines) {
-        const std::string stamp = LineStamp(line);
-        if (!stamp.empty()) {
-            // After the timestamp a debug log line has a blank, a system log line a tab.
-            const size_t from = kStampLength + (line.size() > kStampLength && (line[kStampLength] == ' ' || line[kStampLength] == '\t'));
-            entries.push_back({stamp, line.substr(from)});
-            lastStamp = stamp;
-        } else if (!entries.empty()) {
-            entries.back().text += "\n" + line;
-        } else {
-            entries.push_back({lastStamp.empty() ? UtcNow() : lastStamp, line});
-        }
+std::string SyslogMessage(const SyslogRecord& r, const std::string& hostName) {
+    std::string message = "<" + std::to_string(kFacilityUser * 8 + r.severity) + ">1 " + r.stamp + " " +
+                          HeaderField(hostName, 255) + " " + HeaderField(r.appName, 48) + " " +
+                          HeaderField(r.procId, 128) + " " + HeaderField(r.msgId, 32) + " ";
+    for (const SyslogRecord::Element& e : r.data) {
+        message += "[" + SdName(e.id);
+        for (const auto& [name, value] : e.params) message += " " + SdName(name) + "=\"" + ParamValue(value) + "\"";
+        message += "]";
     }
-    return entries;
-}
-
-std::vector<LogEntry> LineEntries(const std::vector<std::string>& lines) {
-    std::vector<LogEntry> entries;
-    const std::string now = UtcNow();
-    for (const std::string& line : lines) entries.push_back({now, line});
-    return entries;
-}
-
-std::string SyslogMessage(const LogIdentity& log, const std::string& hostName, const LogEntry& entry) {
-    const int priority = kFacilityUser * 8 + (IsError(entry.text) ? kSeverityError : kSeverityInfo);
-    std::string message = "<" + std::to_string(priority) + ">1 " + entry.stamp + " " + HeaderField(hostName, 255) + " " +
-                          HeaderField(log.appName, 48) + " - " + HeaderField(log.msgId, 32) + " [kvlog@32473 file=\"" +
-                          ParamValue(log.fileName) + "\"]";
-    if (!entry.text.empty()) message += " " + EscapeControls(AnsiToUtf8(entry.text));
+    if (r.data.empty()) message += "-";
+    if (!r.text.empty()) message += " " + EscapeControls(AnsiToUtf8(r.text));
     return message;
 }
 

@@ -12,6 +12,7 @@
 #include "crash/pipe_account.h"
 #include "handler/client_activity.h"
 #include "handler/client_checks.h"
+#include "handler/crash_events.h"
 #include "handler/handler_log.h"
 #include "platform/error_text.h"
 
@@ -97,6 +98,8 @@ void TakeCrash(const RegisteredClient& c) {
     HandlerSay("process %lu: dump \"%s\" %s in %.1f s (HRESULT 0x%08lx); handler peak working set %lu MB",
                Id(c.processId), dump.dumpPath, result == S_OK ? "written" : result == S_FALSE ? "skipped" : "failed",
                double(GetTickCount64() - begin) / 1000.0, static_cast<unsigned long>(result), WorkingSetMb());
+    RecordDumpEvent("CRASH", c.process.get(), c.processId, c.iniPath,
+                    dump.componentName ? dump.componentName : c.componentName.c_str(), dump.dumpPath, result);
 }
 
 // Waits for the client's end, taking its crash request once (a request

@@ -39,7 +39,7 @@ void HandlerSay(const char* format, ...) {
     std::lock_guard<std::mutex> hold(logLock);
     printf("%s\n", text.c_str());
     fflush(stdout);
-    if (iniKnown) DbgLogWrite("Crash handler: %s", text.c_str());
+    if (iniKnown) DbgLogWrite("Crash handler (pid %lu): %s", GetCurrentProcessId(), text.c_str());
 }
 
 }  // namespace kvdiag

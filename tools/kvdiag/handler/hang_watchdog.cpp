@@ -6,6 +6,7 @@
 
 #include "KvCrashHandler.h"
 #include "handler/client_checks.h"
+#include "handler/crash_events.h"
 #include "handler/handler_log.h"
 #include "platform/owned_handle.h"
 
@@ -132,6 +133,8 @@ void HangWatchdog::ReportHang(const RegisteredClient& client, Thread& t, ULONGLO
     HandlerSay("process %lu: hang dump \"%s\" %s in %.1f s (HRESULT 0x%08lx)", Id(client.processId),
                dump.dumpPath, result == S_OK ? "written" : result == S_FALSE ? "skipped" : "failed",
                double(GetTickCount64() - begin) / 1000.0, static_cast<unsigned long>(result));
+    RecordDumpEvent("HANG", client.process.get(), client.processId, client.iniPath, client.componentName,
+                    dump.dumpPath, result);
 }
 
 }  // namespace kvdiag

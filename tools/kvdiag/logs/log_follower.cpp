@@ -87,6 +87,7 @@ std::vector<std::string> LogFollower::Start(int count) {
     std::vector<std::string> lines;
     std::vector<ChainFile> files;
     seen_.clear();
+    lastReads_.clear();
     OpenChain(chain_.size(), files);
     for (ChainFile& f : files) {
         uint64_t consumed = f.file.size();
@@ -110,7 +111,7 @@ bool LogFollower::FitsFile(const SharedFile& file, uint64_t offset, std::string&
     return true;
 }
 
-std::vector<std::string> LogFollower::Poll(bool& gap) {
+std::vector<std::string> LogFollower::Poll(bool& gap, bool takeUnfinished) {
     gap = false;
     resets_ = 0;
     // The live file and the one before it: a process that still wrote to the
@@ -121,22 +122,55 @@ std::vector<std::string> LogFollower::Poll(bool& gap) {
     gap = !seen_.empty() && std::none_of(files.begin(), files.end(), [&](const ChainFile& f) { return Find(f); });
     std::vector<std::string> lines;
     std::vector<Seen> now;
+    std::vector<FileRead> reads;
+    unfinished_ = 0;
     for (auto f = files.rbegin(); f != files.rend(); ++f) {
         const Seen* seen = Find(*f);
         uint64_t from = seen ? seen->consumed : 0;
         std::string text;
-        if (seen && !FitsFile(f->file, from, text)) {
+        size_t skip = 0;
+        if (seen && seen->midLine && from <= f->file.size()) {
+            // After a line taken without its end: that end, when it arrives,
+            // is skipped; text added before it is a line of its own.
+            f->file.ReadFrom(from, text);
+            skip = text.compare(0, 2, "\r\n") == 0 ? 2 : !text.empty() && text[0] == '\n' ? 1 : 0;
+        } else if (seen && !FitsFile(f->file, from, text)) {
             from = 0;
             ++resets_;
         }
         if (text.empty()) f->file.ReadFrom(from, text);
+        text.erase(0, skip);
+        const uint64_t start = from + skip;
         // A history file never read before is complete; the hole note of a
         // chain has no line end.
-        const bool wholeTail = !seen && f->index > 0;
-        now.insert(now.begin(), {f->file.identity(), f->head, from + SplitLines(text, wholeTail, lines)});
+        const bool wholeTail = (!seen && f->index > 0) || (takeUnfinished && f->index == 0);
+        FileRead read{{f->file.identity(), f->head, 0}, start, seen != nullptr, lines.size(), {}};
+        const size_t used = SplitLines(text, wholeTail, lines);
+        for (size_t at = 0; read.lineStarts.size() < lines.size() - read.firstLine; at = text.find('\n', at) + 1)
+            read.lineStarts.push_back(start + at);
+        read.after.consumed = start + used;
+        read.after.midLine = used ? text[used - 1] != '\n' : seen && seen->midLine && skip == 0 && from == seen->consumed;
+        if (f->index == 0) unfinished_ = text.size() - used;
+        now.insert(now.begin(), read.after);
+        reads.insert(reads.begin(), std::move(read));
     }
     seen_ = std::move(now);
+    lastReads_ = std::move(reads);
     return lines;
+}
+
+std::vector<LogFollower::Seen> LogFollower::PositionBefore(size_t index) const {
+    std::vector<Seen> position;
+    for (const FileRead& read : lastReads_) {
+        if (index >= read.firstLine + read.lineStarts.size()) {
+            position.push_back(read.after);  // read before the line
+        } else if (index >= read.firstLine) {
+            position.push_back({read.after.identity, read.after.head, read.lineStarts[index - read.firstLine]});
+        } else if (read.seenBefore) {
+            position.push_back({read.after.identity, read.after.head, read.from});  // newer: not read yet
+        }  // a newer file not seen before is read whole again
+    }
+    return position;
 }
 
 }  // namespace kvdiag

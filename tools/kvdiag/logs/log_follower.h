@@ -29,7 +29,11 @@ public:
     std::vector<std::string> Start(int count);
     // The complete lines added since the last call, oldest first. gap is set
     // when files went out of the chain before they could be read to the end.
-    std::vector<std::string> Poll(bool& gap);
+    // With takeUnfinished the live file's last line counts even without its
+    // line end; when that end arrives later it is skipped, not read as a line.
+    std::vector<std::string> Poll(bool& gap, bool takeUnfinished = false);
+    // Bytes at the live file's end after its last line end, at the last Poll.
+    uint64_t unfinishedBytes() const { return unfinished_; }
     // Files of the last Poll whose position did not fit them (past their
     // end, or not after a line end: a position of another file, or one
     // edited): each was read again from its start, as a new file.
@@ -42,11 +46,20 @@ public:
         FileIdentity identity;
         std::string head;
         uint64_t consumed;  // bytes already given out
+        // consumed ends a line taken without its line end (not kept in cursors:
+        // a saved position inside a line is read again from the file's start).
+        bool midLine = false;
     };
     // Where following stands, newest file first; a follower given a position
     // saved before goes on right after it (Poll), even in another process.
     const std::vector<Seen>& position() const { return seen_; }
-    void Resume(std::vector<Seen> position) { seen_ = std::move(position); }
+    void Resume(std::vector<Seen> position) {
+        seen_ = std::move(position);
+        lastReads_.clear();
+    }
+    // The position from which line `index` of the last Poll's lines is read
+    // again (index = their count: position()).
+    std::vector<Seen> PositionBefore(size_t index) const;
 
 private:
     struct ChainFile {
@@ -60,8 +73,19 @@ private:
     const Seen* Find(const ChainFile& file) const;
     static bool FitsFile(const SharedFile& file, uint64_t offset, std::string& text);
 
+    // What the last Poll read of one file: where each of its lines starts.
+    struct FileRead {
+        Seen after;        // the file as read to the end of its last line
+        uint64_t from;     // where reading began
+        bool seenBefore;
+        size_t firstLine;  // index of its first line among the poll's lines
+        std::vector<uint64_t> lineStarts;
+    };
+
     std::vector<std::string> chain_;
     std::vector<Seen> seen_;  // newest first
+    std::vector<FileRead> lastReads_;  // newest first
+    uint64_t unfinished_ = 0;
     int unsettledPolls_ = 0;
     size_t resets_ = 0;
 };
