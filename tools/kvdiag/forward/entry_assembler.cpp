@@ -78,8 +78,10 @@ bool IsHexWord(const std::string& word) {
     return digits > 0;
 }
 
-// A line of a stack dump: return addresses only ("0x00007FF6A1B2C3D4 0x...").
+// A line of a stack dump: return addresses only ("0x00007FF6A1B2C3D4 0x..."),
+// or the "Stack modules:" line the library writes after every stack dump.
 bool IsStackLine(const std::string& text) {
+    if (StartsWith(text, "Stack modules:")) return true;
     size_t words = 0;
     for (size_t at = 0; at < text.size();) {
         const size_t end = std::min(text.find(' ', at), text.size());
