@@ -30,6 +30,7 @@
 
 namespace {
 
+using kvdiag::EndsWithIgnoringCase;
 using kvdiag::FileNameOf;
 
 constexpr double kDefaultDumpCapMb = 200;
@@ -84,11 +85,6 @@ std::string FullPath(const std::string& path) {
 std::string Lower(std::string text) {
     CharLowerBuffA(&text[0], DWORD(text.size()));
     return text;
-}
-
-bool EndsWith(const std::string& name, const char* suffix) {
-    const size_t n = strlen(suffix);
-    return name.size() >= n && Lower(name.substr(name.size() - n)) == suffix;
 }
 
 // Whether the archive can be written, tried before any work: an existing
@@ -245,7 +241,7 @@ void CollectLogFolder(Collection& c, const CollectOptions& options, const std::s
               [](const FoundFile& a, const FoundFile& b) { return a.relative < b.relative; });
     for (const FoundFile& f : files) {
         if (Lower(f.path) == Lower(archive)) continue;
-        if (EndsWith(f.relative, ".dmp")) dumps.push_back(f);
+        if (EndsWithIgnoringCase(f.relative, ".dmp")) dumps.push_back(f);
         else if (f.written < cutoff) c.Skip("Logs\\" + f.relative, "older than --since");
         else c.Add(f.path, "Logs\\" + f.relative);
     }
@@ -291,7 +287,7 @@ void CollectSymbols(Collection& c, bool iniValid) {
         std::vector<FoundFile> files;
         ListFiles(folder, false, files);
         for (const FoundFile& f : files) {
-            if (!EndsWith(f.relative, ".pdb")) continue;
+            if (!EndsWithIgnoringCase(f.relative, ".pdb")) continue;
             if (std::find(seenNames.begin(), seenNames.end(), Lower(f.relative)) != seenNames.end()) {
                 c.Skip(f.path, "a PDB of that name is already in the archive");
                 continue;

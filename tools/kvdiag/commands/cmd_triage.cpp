@@ -23,20 +23,12 @@
 
 namespace {
 
+using kvdiag::EndsWithIgnoringCase;
 using kvdiag::FileNameOf;
 using kvdiag::FolderOf;
+using kvdiag::IsFolder;
 
 constexpr int kMaxFolderDepth = 8;
-
-bool EndsWith(const std::string& text, const char* suffix) {
-    const size_t n = strlen(suffix);
-    return text.size() >= n && _stricmp(text.c_str() + text.size() - n, suffix) == 0;
-}
-
-bool IsFolder(const std::string& path) {
-    const DWORD attributes = GetFileAttributesA(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
-}
 
 // A private folder for what comes out of cabinets, removed with its files.
 class ScratchFolder {
@@ -122,7 +114,7 @@ public:
 
     void Add(const std::string& path, int depth = 0) {
         if (IsFolder(path)) return AddFolder(path, depth);
-        if (EndsWith(path, ".cab")) return AddCabinet(path);
+        if (EndsWithIgnoringCase(path, ".cab")) return AddCabinet(path);
         dumps.push_back({path, path, OriginAbove(path)});
     }
 
@@ -135,7 +127,7 @@ private:
         const DWORD error = kv::platform::VisitFolder(folder, "*", [&names, depth](const WIN32_FIND_DATAA& found) {
             const std::string name = found.cFileName;
             const bool isFolder = found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
-            if (isFolder ? depth < kMaxFolderDepth : EndsWith(name, ".dmp") || EndsWith(name, ".cab"))
+            if (isFolder ? depth < kMaxFolderDepth : EndsWithIgnoringCase(name, ".dmp") || EndsWithIgnoringCase(name, ".cab"))
                 names.push_back(name);
             return true;
         });
@@ -152,9 +144,9 @@ private:
         }
         int dumpCount = 0;
         auto targetFor = [&dumpCount](const std::string& name) -> std::string {
-            if (EndsWith(name, ".dmp")) return std::to_string(++dumpCount) + ".dmp";
+            if (EndsWithIgnoringCase(name, ".dmp")) return std::to_string(++dumpCount) + ".dmp";
             if (_stricmp(name.c_str(), "Report\\version.txt") == 0) return "version.txt";
-            if (_strnicmp(name.c_str(), "Symbols\\", 8) == 0 && EndsWith(name, ".pdb")) return FileNameOf(name);
+            if (_strnicmp(name.c_str(), "Symbols\\", 8) == 0 && EndsWithIgnoringCase(name, ".pdb")) return FileNameOf(name);
             return {};
         };
         std::vector<kvdiag::CabEntry> entries;
@@ -166,7 +158,7 @@ private:
         origin.symbols = folder;
         if (origin.machine.empty()) origin.machine = MachineFromCabinetName(FileNameOf(cabinet));
         for (const auto& e : entries)
-            if (EndsWith(e.nameInCab, ".dmp")) dumps.push_back({e.extractedPath, cabinet + "\\" + e.nameInCab, origin});
+            if (EndsWithIgnoringCase(e.nameInCab, ".dmp")) dumps.push_back({e.extractedPath, cabinet + "\\" + e.nameInCab, origin});
     }
 
     // "kvdiag-<machine>-<yyyymmdd>-<hhmmss>.cab", as collect names it.
@@ -184,7 +176,7 @@ std::string ComponentFromName(const std::string& file) {
     if (_strnicmp(name.c_str(), "user.", 5) == 0 && name.find('.', 5) != std::string::npos &&
         name.find('.', 5) == name.size() - 4 && name.find_first_not_of("0123456789", 5) < name.size() - 4)
         return name.substr(5, name.size() - 9);  // not "user.2.dmp", the second dump of one name
-    if (EndsWith(name, ".hang.dmp") && name.find('.') < name.size() - 9) return name.substr(0, name.find('.'));
+    if (EndsWithIgnoringCase(name, ".hang.dmp") && name.find('.') < name.size() - 9) return name.substr(0, name.find('.'));
     return {};
 }
 
@@ -259,7 +251,7 @@ KVDIAG_COMMAND(triage, "PATH...", "groups dumps, folders of dumps and collect ca
         progress.Stage("looking for dumps in " + path);
         if (GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES)
             inputs.problems.push_back(path + ": not found");
-        else if (EndsWith(path, ".cab") && !scratch.ok())
+        else if (EndsWithIgnoringCase(path, ".cab") && !scratch.ok())
             inputs.problems.push_back(path + ": no temporary folder to unpack it into");
         else inputs.Add(path);
     }

@@ -15,16 +15,6 @@
 namespace kvdiag {
 namespace {
 
-bool EndsWithIgnoringCase(const std::string& text, const char* suffix) {
-    const size_t n = strlen(suffix);
-    return text.size() >= n && _stricmp(text.c_str() + text.size() - n, suffix) == 0;
-}
-
-bool IsFolder(const std::string& path) {
-    const DWORD attributes = GetFileAttributesA(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
-}
-
 bool SameBytes(const std::string& a, const std::string& b) {
     const MappedFile first(a.c_str()), second(b.c_str());
     if (!first.opened() || !second.opened() || first.size() != second.size()) return false;
