@@ -9,6 +9,7 @@
 #include "kvdiag_process.h"
 #include "kvdiag_runner.h"
 #include "product_install.h"
+#include "running_handler.h"
 #include "forward_station.h"
 #include "syslog_collector.h"
 
@@ -238,6 +239,7 @@ TEST(Forward, CrashOfARegisteredHostArrivesAsOneCrashRecord) {
     Sleep(2000);  // and no second one
     crashes = Records(collector.Messages(), isCrash);
     forwarder.Finish(0);
+    kvtest::EndRunningCrashHandler();  // the one the host started serves on for a minute
     ASSERT_EQ(1u, crashes.size());
     const Message& m = crashes[0];
     const std::string dump = station.install.logDir() + "\\user.Renamed.dmp";

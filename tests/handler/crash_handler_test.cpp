@@ -7,8 +7,16 @@
 #include "installed_host.h"
 #include "kvdiag_process.h"
 #include "kvdiag_runner.h"
+#include "running_handler.h"
 
 static const char kHandler[] = "crash-handler --idle-seconds 3";
+
+// Every test of this program starts with no handler running: the one an
+// earlier test or program started would otherwise serve this test's clients.
+struct NoHandlerAtStart : testing::EmptyTestEventListener {
+    void OnTestStart(const testing::TestInfo&) override { EXPECT_TRUE(kvtest::EndRunningCrashHandler()); }
+};
+static const bool endsHandlers = (testing::UnitTest::GetInstance()->listeners().Append(new NoHandlerAtStart), true);
 
 static std::string DumpInfo(const std::string& path) {
     return kvtest::RunKvdiag("dumpinfo \"" + path + "\"").output;
