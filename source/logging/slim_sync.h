@@ -39,11 +39,13 @@ inline AddressWaits AddressWaits::Found() {
 // condition variable stands in, and a parked thread takes the lock back only
 // to leave it.
 struct SlimSync {
-    explicit SlimSync(const AddressWaits& waits) : addressWaits(waits) {}
+    explicit SlimSync(const AddressWaits& waits) : addressWaits(waits), yieldTicks(TicksIn(kYieldMicroseconds)) {}
     SlimSync(const SlimSync&) = delete;
     SlimSync& operator=(const SlimSync&) = delete;
 
-    static constexpr int kYieldsBeforeSleep = 4;
+    // How long a waiting thread yields before it sleeps: a few batches'
+    // writes (one WriteFile is 3-6 us under Wine on a quiet machine).
+    static constexpr int kYieldMicroseconds = 20;
     enum : LONG { kWaiting, kAsleep, kWoken };
     struct Sleeper {
         volatile LONG state = kWaiting;
@@ -55,8 +57,15 @@ struct SlimSync {
         CONDITION_VARIABLE cv = CONDITION_VARIABLE_INIT;
     };
     const AddressWaits addressWaits;
+    const LONGLONG yieldTicks;  // kYieldMicroseconds in performance-counter ticks
     SRWLOCK lock = SRWLOCK_INIT;
     Sleeper* due = nullptr;  // taken off their signals, to be woken when the lock is left
+
+    static LONGLONG TicksIn(int microseconds) {
+        LARGE_INTEGER frequency;
+        QueryPerformanceFrequency(&frequency);
+        return frequency.QuadPart * microseconds / 1000000;
+    }
 
     void Lock() { AcquireSRWLockExclusive(&lock); }
     void Unlock() {
@@ -80,13 +89,21 @@ struct SlimSync {
         (s.last ? s.last->next : s.first) = &me;
         s.last = &me;
         Unlock();
-        // A batch is written in microseconds: first the processor goes to
-        // threads ready to run (with more threads than processors, those that
-        // add their lines to the next batch), and only a line still unwritten
-        // after that costs a sleep and a wake. (Spinning instead, while the
-        // queue holds no more threads than processors, cost a fifth of the
+        // A batch is written in microseconds: for a few writes' time the
+        // processor goes to threads ready to run (with more threads than
+        // processors, those that add their lines to the next batch; with
+        // none ready the yield returns at once and the thread sees its line
+        // written as soon as it is), and only a line still unwritten after
+        // that costs a sleep and a wake. Counting yields instead of timing
+        // them slept most waiters of two threads on two cores, where a yield
+        // finds no one to run. (Spinning without yields cost a fifth of the
         // lines with 2 and 8 threads on a machine busy with other work.)
-        for (int yield = 0; yield < kYieldsBeforeSleep && me.state == kWaiting; ++yield) SwitchToThread();
+        LARGE_INTEGER start, now;
+        QueryPerformanceCounter(&start);
+        do {
+            SwitchToThread();
+            QueryPerformanceCounter(&now);
+        } while (me.state == kWaiting && now.QuadPart - start.QuadPart < yieldTicks);
         const LONG asleep = kAsleep;
         if (InterlockedCompareExchange(&me.state, kAsleep, kWaiting) == kWaiting)
             while (me.state == kAsleep) addressWaits.wait(&me.state, &asleep, sizeof asleep, nullptr);
