@@ -16,6 +16,7 @@
 #include "KvFrame.h"
 #include "KvLogging.h"
 #include "bench.h"
+#include "platform/owned_handle.h"
 #include "spdlog_peer.h"
 
 namespace {
@@ -70,19 +71,19 @@ void PeerLine() { kvbench::SpdlogPeerLine(kMessage); }
 // thread is preempted in the middle of a call for whole scheduler slices, and
 // the longest call shows it whatever the log does.
 struct BareFile {
-    HANDLE handle;
+    kv::platform::FileHandle handle;
     char path[MAX_PATH];
     BareFile() {
         snprintf(path, sizeof path, "%s\\Logs\\bare.%lu.log", kvbench::ScratchFolder().c_str(),
                  GetCurrentThreadId());
         CreateDirectoryA((kvbench::ScratchFolder() + "\\Logs").c_str(), nullptr);
         // Opened as the log opens its file.
-        handle = CreateFileA(path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+        handle.reset(CreateFileA(path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, CREATE_ALWAYS,
-                             FILE_ATTRIBUTE_NORMAL, nullptr);
+                             FILE_ATTRIBUTE_NORMAL, nullptr));
     }
     ~BareFile() {
-        CloseHandle(handle);
+        handle.reset();
         DeleteFileA(path);
     }
 };
@@ -90,7 +91,7 @@ void BareLine() {
     thread_local BareFile file;
     static const std::string line = std::string(kMessage) + std::string(112 - strlen(kMessage) - 2, ' ') + "\r\n";
     DWORD written;
-    WriteFile(file.handle, line.data(), DWORD(line.size()), &written, nullptr);
+    WriteFile(file.handle.get(), line.data(), DWORD(line.size()), &written, nullptr);
 }
 
 // Writes `lines` lines on each of `threads` threads; lines per second, the
@@ -238,7 +239,7 @@ KV_BENCH(logging) {
     SetComponentName("shared");
     DbgLogWrite("main ready");
     const int lines = 20000;
-    HANDLE go = CreateEventA(nullptr, TRUE, FALSE, "Local\\kvbench.logging.go");
+    const kv::platform::KernelHandle go(CreateEventA(nullptr, TRUE, FALSE, "Local\\kvbench.logging.go"));
     SetEnvironmentVariableA(kPeerVariable, (std::to_string(lines) + "," + ini).c_str());
     char exe[MAX_PATH];
     GetModuleFileNameA(nullptr, exe, sizeof exe);
@@ -247,19 +248,17 @@ KV_BENCH(logging) {
     PROCESS_INFORMATION pi{};
     std::string command = std::string("\"") + exe + "\"";
     if (CreateProcessA(exe, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi)) {
+        const kv::platform::KernelHandle thread(pi.hThread), process(pi.hProcess);
         Sleep(1500);  // the peer starts and opens the file
         const double start = Seconds();
-        SetEvent(go);
+        SetEvent(go.get());
         Calls calls = Throughput(1, lines);
-        WaitForSingleObject(pi.hProcess, 120000);
+        WaitForSingleObject(process.get(), 120000);
         calls.perSecond = 2 * lines / (Seconds() - start);  // both processes together
         kvbench::Report("DbgLogWrite, 2 processes sharing one file, rolling at 256 KB",
                         Figures(calls) + " (this process)");
-        CloseHandle(pi.hThread);
-        CloseHandle(pi.hProcess);
     }
     SetEnvironmentVariableA(kPeerVariable, nullptr);
-    CloseHandle(go);
     SetComponentName("");
     DbgHlpSetDebugLogInis(4096, 1);
 

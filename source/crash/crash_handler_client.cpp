@@ -28,6 +28,8 @@ constexpr DWORD kReplyMs = 10000;
 constexpr DWORD kTakeRequestMs = 10000;   // the handler takes a request at once unless it is stuck
 
 // Read by the crash path without a lock: written once, before `linked` is set.
+// Raw handles, not owners: they stay open through the library's detach, when
+// a late crash may still be handed over, and no destructor runs on them.
 struct HandlerLink {
     HANDLE request, started, done, handler, watchChanged;
 };
@@ -76,7 +78,7 @@ HANDLE StartHandler(const std::string& program, std::string& reason) {
         reason = "cannot start \"" + program + "\" (error " + std::to_string(GetLastError()) + ")";
         return nullptr;
     }
-    CloseHandle(started.hThread);
+    KernelHandle thread(started.hThread);  // only the process is waited for
     return started.hProcess;
 }
 
@@ -155,7 +157,7 @@ int Register(const char* handlerPath, std::string& reason) {
         reason = "no reply on " + std::string(pipe);
         return 0;
     }
-    CloseHandle(connection.release());  // the handler's pipe instance is free for the next process at once
+    connection.reset();  // the handler's pipe instance is free for the next process at once
     if (reply.protocol != kCrashHandlerProtocol || reply.handlerProcessId == 0) {
         reply.refusal[sizeof reply.refusal - 1] = 0;
         reason = "the handler on " + std::string(pipe) + " refused this process: " +
@@ -224,7 +226,7 @@ extern "C" int DbgHlpStartCrashHandler(const char* handlerPath) {
         kv::linked.store(false);
         for (HANDLE h : {kv::TheLink.request, kv::TheLink.started, kv::TheLink.done, kv::TheLink.handler,
                          kv::TheLink.watchChanged})
-            CloseHandle(h);
+            kv::platform::KernelHandle stale(h);  // closed as it leaves the loop body
     }
     std::string reason;
     if (kv::Register(handlerPath, reason)) return 1;

@@ -1,14 +1,13 @@
 // MiniDump: the write operation shared by every dump strength.
 #include "KvCrash.h"
+#include "platform/owned_handle.h"
 
 MiniDump::MiniDump(HANDLE file_, EXCEPTION_POINTERS* exceptionPointers_)
     : file(file_), exceptionPointers(exceptionPointers_) {}
 
 // The exported class holds the caller's raw handle (its layout is part of the
-// interface) and closes it, whichever invalid value it is.
-MiniDump::~MiniDump() {
-    if (file && file != INVALID_HANDLE_VALUE) CloseHandle(file);
-}
+// interface) and closes it; an owner closes neither invalid value.
+MiniDump::~MiniDump() { kv::platform::KernelHandle closing(file); }
 
 HANDLE MiniDump::GetProcessHandle() { return GetCurrentProcess(); }
 

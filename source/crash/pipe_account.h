@@ -16,6 +16,8 @@
 
 #include <string>
 
+#include "platform/owned_handle.h"
+
 namespace kv {
 
 // A SID copied out of a token.
@@ -26,32 +28,29 @@ struct AccountSid {
 
 // The user account a process runs under (it needs PROCESS_QUERY_LIMITED_INFORMATION).
 inline bool AccountOf(HANDLE process, AccountSid& sid) {
-    HANDLE token = nullptr;
-    if (!OpenProcessToken(process, TOKEN_QUERY, &token)) return false;
+    platform::KernelHandle token;
+    if (!OpenProcessToken(process, TOKEN_QUERY, token.put())) return false;
     union {
         TOKEN_USER user;
         BYTE bytes[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
     } info;
     DWORD size = 0;
-    const bool ok = GetTokenInformation(token, TokenUser, &info, sizeof info, &size) &&
-                    CopySid(sizeof sid.bytes, sid.bytes, info.user.User.Sid);
-    CloseHandle(token);
-    return ok;
+    return GetTokenInformation(token.get(), TokenUser, &info, sizeof info, &size) &&
+           CopySid(sizeof sid.bytes, sid.bytes, info.user.User.Sid);
 }
 
 // The integrity level of a process (the last part of its token's mandatory
 // label: 0x2000 medium, 0x3000 high, ...); 0 when it cannot be read.
 inline DWORD IntegrityOf(HANDLE process) {
-    HANDLE token = nullptr;
-    if (!OpenProcessToken(process, TOKEN_QUERY, &token)) return 0;
+    platform::KernelHandle token;
+    if (!OpenProcessToken(process, TOKEN_QUERY, token.put())) return 0;
     union {
         TOKEN_MANDATORY_LABEL label;
         BYTE bytes[sizeof(TOKEN_MANDATORY_LABEL) + SECURITY_MAX_SID_SIZE];
     } info;
     DWORD size = 0, level = 0;
-    if (GetTokenInformation(token, TokenIntegrityLevel, &info, sizeof info, &size))
+    if (GetTokenInformation(token.get(), TokenIntegrityLevel, &info, sizeof info, &size))
         level = *GetSidSubAuthority(info.label.Label.Sid, *GetSidSubAuthorityCount(info.label.Label.Sid) - 1);
-    CloseHandle(token);
     return level;
 }
 
@@ -119,16 +118,15 @@ inline HANDLE VerifyPipeServer(HANDLE pipe, std::string& reason) {
         return nullptr;
     }
     const std::string who = "process " + std::to_string(serverId);
-    HANDLE server = OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, serverId);
+    platform::KernelHandle server(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, serverId));
     if (!server) {
         reason = who + " serves the pipe and cannot be opened (error " + std::to_string(GetLastError()) + ")";
         return nullptr;
     }
-    if (!OfOwnAccountSessionAndLevel(server))
+    if (!OfOwnAccountSessionAndLevel(server.get()))
         reason = who + " serves the pipe under another account, session or integrity level";
     else if (!PipeAdmitsOwnAccountOnly(pipe)) reason = who + " serves the pipe with an access list that admits others";
-    else return server;
-    CloseHandle(server);
+    else return server.release();
     return nullptr;
 }
 

@@ -10,6 +10,8 @@
 #include <windows.h>
 #include <string.h>
 
+#include "platform/owned_handle.h"
+
 namespace kv {
 
 inline bool PipeTransfer(HANDLE pipe, void* data, DWORD size, bool write, DWORD limitMs) {
@@ -19,28 +21,29 @@ inline bool PipeTransfer(HANDLE pipe, void* data, DWORD size, bool write, DWORD 
     };
     auto* block = static_cast<Pending*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, sizeof(Pending) + size));
     if (!block) return false;
-    const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    platform::KernelHandle event(CreateEventA(nullptr, TRUE, FALSE, nullptr));
     if (!event) {
         HeapFree(GetProcessHeap(), 0, block);
         return false;
     }
-    block->overlapped.hEvent = event;
+    block->overlapped.hEvent = event.get();
     if (write) memcpy(block->bytes, data, size);
     const BOOL started = write ? WriteFile(pipe, block->bytes, size, nullptr, &block->overlapped)
                                : ReadFile(pipe, block->bytes, size, nullptr, &block->overlapped);
     if (!started && GetLastError() != ERROR_IO_PENDING) {
-        CloseHandle(event);
         HeapFree(GetProcessHeap(), 0, block);
         return false;
     }
-    if (WaitForSingleObject(event, limitMs) != WAIT_OBJECT_0) {
+    if (WaitForSingleObject(event.get(), limitMs) != WAIT_OBJECT_0) {
         CancelIoEx(pipe, &block->overlapped);
-        if (WaitForSingleObject(event, 1000) != WAIT_OBJECT_0) return false;  // never given back: keep the block
+        if (WaitForSingleObject(event.get(), 1000) != WAIT_OBJECT_0) {
+            event.release();  // never given back: the block and its event stay for the transfer
+            return false;
+        }
     }
     DWORD done = 0;
     const bool complete = GetOverlappedResult(pipe, &block->overlapped, &done, FALSE) && done == size;
     if (complete && !write) memcpy(data, block->bytes, size);
-    CloseHandle(event);
     HeapFree(GetProcessHeap(), 0, block);
     return complete;
 }

@@ -101,7 +101,7 @@ private:
     void CopyFrom(const CDirFunctions& other);
 
     WIN32_FIND_DATAA findData;
-    HANDLE findHandle;
+    HANDLE findHandle;  // no longer used; kept, as the layout of an exported class must be
     char workPath[MAX_PATH];
     char moduleDir[MAX_PATH];
     std::vector<BSTR> fileList;

@@ -46,7 +46,7 @@ unsigned droppedLines;
 volatile long long sizeSeen;  // one aligned 64-bit word: read whole by any thread
 
 void CloseLog() {
-    if (logFile != INVALID_HANDLE_VALUE) CloseHandle(logFile);
+    if (logFile != INVALID_HANDLE_VALUE) CloseHandle(logFile);  // raw: open through detach (see logFile)
     logFile = INVALID_HANDLE_VALUE;
     sizeSeen = 0;
 }

@@ -7,6 +7,7 @@
 #include "memory/winmem_internal.h"
 #include "memory/winmem_report.h"
 #include "memory/winmem_state.h"
+#include "platform/owned_handle.h"
 
 extern "C" {
 
@@ -45,11 +46,14 @@ void* osMemAllocProtect(int size, uint16_t flags) {
 void osMemFreeProtect(void) {}
 
 void* MemAllocShare(uint16_t size) {
-    HANDLE mapping = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, DWORD(size) + 8, nullptr);
+    kv::platform::KernelHandle mapping(
+        CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, DWORD(size) + 8, nullptr));
     if (!mapping) return nullptr;
-    char* view = static_cast<char*>(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0));
+    char* view = static_cast<char*>(MapViewOfFile(mapping.get(), FILE_MAP_ALL_ACCESS, 0, 0, 0));
     if (!view) return nullptr;
-    memcpy(view, &mapping, sizeof mapping);
+    // The block carries its mapping's handle in its first bytes until MemFreeShare.
+    const HANDLE kept = mapping.release();
+    memcpy(view, &kept, sizeof kept);
     return view + 8;
 }
 
@@ -57,8 +61,8 @@ void MemFreeShare(void* pointer) {
     if (!pointer) return;
     HANDLE mapping;
     memcpy(&mapping, static_cast<char*>(pointer) - 8, sizeof mapping);
-    UnmapViewOfFile(pointer);
-    CloseHandle(mapping);  // the block carries its mapping's raw handle: no owner object can hold it
+    UnmapViewOfFile(static_cast<char*>(pointer) - 8);
+    kv::platform::KernelHandle closing(mapping);
 }
 
 void DbgHlpDumpStack(void) { kv::DumpCallerStack(); }

@@ -21,19 +21,25 @@ DWORD WriteAll(HANDLE file, const void* data, size_t size) {
 
 }  // namespace
 
+DWORD RenameFileDurably(const std::string& from, const std::string& to, bool replaceExisting) {
+    const DWORD flags = MOVEFILE_WRITE_THROUGH | (replaceExisting ? MOVEFILE_REPLACE_EXISTING : 0);
+    return MoveFileExA(from.c_str(), to.c_str(), flags) ? 0 : GetLastError();
+}
+
 DWORD ReplaceFileDurably(const std::string& path, const void* data, size_t size) {
     if (size && !data) return ERROR_INVALID_PARAMETER;
     const std::string aside = path + ".new";
+    DeleteFileA(aside.c_str());  // a leftover of a crash, or a link: the name goes, never a target
     DWORD error = 0;
     {
         // No sharing: a second writer fails here instead of mixing its bytes in.
-        FileHandle file(CreateFileA(aside.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        FileHandle file(CreateFileA(aside.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
         if (!file) return GetLastError();
         error = WriteAll(file.get(), data, size);
         if (!error && !FlushFileBuffers(file.get())) error = GetLastError();
     }
-    if (!error && !MoveFileExA(aside.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-        error = GetLastError();
+    if (!error) error = RenameFileDurably(aside, path, true);
     if (error) DeleteFileA(aside.c_str());
     return error;
 }

@@ -8,6 +8,7 @@
 #include <string.h>
 
 #include "KvUtil.h"
+#include "platform/folder_listing.h"
 #include "platform/owned_handle.h"
 #include "util/dir_helpers.h"
 
@@ -119,12 +120,8 @@ int CDirFunctions::GetWinDir(char*& out) {
 int CDirFunctions::FileExist(const char* path) {
     return Guarded([&] {
         if (!path) return 0;
-        // The member keeps the find's handle value and data, as the class
-        // promises its callers: a raw find, closed at once.
-        findHandle = FindFirstFileA(path, &findData);
-        if (findHandle == INVALID_HANDLE_VALUE) return 0;
-        FindClose(findHandle);  // the handle value is kept, as the last find's result
-        return 1;
+        // The member keeps the match's data: GetFileSize opens with its attributes.
+        return kv::platform::FindFirstMatch(path, findData) == 0 ? 1 : 0;
     });
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "KvUtil.h"
+#include "platform/folder_listing.h"
 #include "util/dir_helpers.h"
 
 namespace {
@@ -55,8 +56,6 @@ bool IsListedFolder(DWORD word) {
     return word == 0x10 || word == 0x12 || word == 0x14 || word == 0x15 || word == 0x16 || word == 0x30;
 }
 
-bool IsDotEntry(const char* name) { return !strcmp(name, ".") || !strcmp(name, ".."); }
-
 }  // namespace
 
 int CDirFunctions::FillList(std::vector<BSTR>& list, const char* dir, int fullPath, bool folders) {
@@ -80,26 +79,22 @@ int CDirFunctions::FillList(std::vector<BSTR>& list, const char* dir, int fullPa
         }
         FreeItems(list);
         if (!workPath[0]) return 0;
+        const std::string folder = workPath;
+        // The search "<folder>\*.*" must fit MAX_PATH, as every path of the class.
         if (!kv::AppendPath(workPath, kv::EndsInBackslash(workPath) ? "*.*" : "\\*.*")) return 0;
-        // A raw walk: the members keep its handle and data, as the class promises its callers.
-        findHandle = FindFirstFileA(workPath, &findData);
-        if (findHandle == INVALID_HANDLE_VALUE) return 0;
-        struct Closer {
-            HANDLE h;
-            ~Closer() { FindClose(h); }
-        } closer{findHandle};
-        do {
-            const DWORD word = findData.dwFileAttributes;
-            const bool take = folders ? IsListedFolder(word) && !IsDotEntry(findData.cFileName) : IsListedFile(word);
-            if (!take) continue;
-            BSTR item = ToBstr(fullPath ? prefix + findData.cFileName : std::string(findData.cFileName));
+        // A folder that cannot be read lists what was found before the failure: nothing, or a part.
+        kv::platform::VisitFolder(folder, "*.*", [&](const WIN32_FIND_DATAA& found) {
+            const DWORD word = found.dwFileAttributes;
+            if (!(folders ? IsListedFolder(word) : IsListedFile(word))) return true;
+            BSTR item = ToBstr(fullPath ? prefix + found.cFileName : std::string(found.cFileName));
             try {
                 list.push_back(item);
             } catch (...) {
                 SysFreeString(item);
                 throw;
             }
-        } while (FindNextFileA(findHandle, &findData));
+            return true;
+        });
         return int(list.size());
     });
 }

@@ -38,6 +38,7 @@ FNWRITE(WriteToFile) {
     return WriteFile(reinterpret_cast<HANDLE>(hf), pv, cb, &written, nullptr) && written == cb ? written : UINT(-1);
 }
 
+// FDI holds each file as an INT_PTR from its open callback to this one: no owner can.
 FNCLOSE(CloseFile) { return CloseHandle(reinterpret_cast<HANDLE>(hf)) ? 0 : -1; }
 
 FNSEEK(SeekFile) {

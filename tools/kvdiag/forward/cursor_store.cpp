@@ -4,6 +4,7 @@
 #include <stdio.h>
 
 #include "forward/state_file.h"
+#include "platform/file_replace.h"
 #include "platform/folder_listing.h"
 
 namespace kvdiag {
@@ -96,7 +97,7 @@ bool CursorStore::Save(const std::string& logName, const LogPosition& position) 
                  static_cast<unsigned long long>(seen.consumed));
         text += numbers + ToHex(seen.head) + "\n";
     }
-    return ReplaceStateFile(PathOf(logName), text) == 0;
+    return kv::platform::ReplaceFileDurably(PathOf(logName), text) == 0;
 }
 
 std::vector<SavedCursor> CursorStore::LoadAll() const {

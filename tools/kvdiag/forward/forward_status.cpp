@@ -3,7 +3,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "forward/state_file.h"
+#include "platform/file_replace.h"
 #include "platform/owned_handle.h"
 #include "platform/small_file.h"
 
@@ -27,7 +27,7 @@ bool WriteForwardStatus(const std::string& folder, const ForwardStatus& status) 
     text += "sent: " + std::to_string(status.messages) + " lines in " + std::to_string(status.batches) + " batches\n";
     text += "gaps: " + std::to_string(status.gaps) + "\n";
     for (const std::string& log : status.logs) text += "follows: " + log + "\n";
-    return ReplaceStateFile(folder + kStatusFile, text) == 0;
+    return kv::platform::ReplaceFileDurably(folder + kStatusFile, text) == 0;
 }
 
 bool ReadForwardStatus(const std::string& folder, std::string& text, DWORD& pid) {

@@ -3,6 +3,8 @@
 #include <ctype.h>
 #include <string.h>
 
+#include "platform/owned_handle.h"
+
 namespace kvdiag {
 namespace {
 
@@ -59,18 +61,15 @@ bool ClientLogFolder(const std::string& iniPath, std::string& folder, std::strin
 }
 
 HANDLE DuplicateClientEvent(HANDLE process, uint64_t value) {
-    HANDLE own = nullptr;
-    if (!DuplicateHandle(process, reinterpret_cast<HANDLE>(static_cast<uintptr_t>(value)), GetCurrentProcess(), &own,
+    kv::platform::KernelHandle own;
+    if (!DuplicateHandle(process, reinterpret_cast<HANDLE>(static_cast<uintptr_t>(value)), GetCurrentProcess(), own.put(),
                          SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, 0))
         return nullptr;
     // Only an event can be reset: a process, thread, file or mutex handle
     // (whose access bits may overlap an event's) fails here. Resetting is
     // harmless at registration: nothing has crashed yet.
-    if (!ResetEvent(own)) {
-        CloseHandle(own);
-        return nullptr;
-    }
-    return own;
+    if (!ResetEvent(own.get())) return nullptr;
+    return own.release();
 }
 
 bool IsClientData(HANDLE process, uint64_t address, size_t size) {

@@ -13,6 +13,7 @@
 #include "dump/dump_reader.h"
 #include "handler/client_checks.h"
 #include "handler/handler_log.h"
+#include "platform/file_replace.h"
 #include "platform/owned_handle.h"
 
 namespace kvdiag {
@@ -143,7 +144,7 @@ bool Append(const std::string& folder, const std::string& line) {
     WIN32_FILE_ATTRIBUTE_DATA data;
     if (GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data) &&
         ((static_cast<unsigned long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow) >= kArchiveBytes)
-        MoveFileExA(path.c_str(), (folder + "\\crash-events.bak").c_str(), MOVEFILE_REPLACE_EXISTING);
+        kv::platform::RenameFileDurably(path, folder + "\\crash-events.bak", true);  // failing, the file grows on
     const FileHandle file(CreateFileA(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                       nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     DWORD written = 0;

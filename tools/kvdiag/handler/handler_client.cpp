@@ -197,14 +197,13 @@ bool ServeClient(const kv::CrashRegistration& r, const FILETIME& connected, std:
     HandlerSay("process %lu registered (component \"%s\", %s)", Id(r.processId), c->componentName.c_str(),
                c->iniPath.c_str());
     InterlockedIncrement(&clients);
-    HANDLE thread = CreateThread(nullptr, 0, Serve, c.get(), 0, nullptr);
+    const kv::platform::KernelHandle thread(CreateThread(nullptr, 0, Serve, c.get(), 0, nullptr));
     if (!thread) {
         InterlockedDecrement(&clients);
         refusal = "the handler cannot start a thread for it (" + kv::platform::ErrorText(GetLastError()) + ")";
         return false;
     }
     c.release();
-    CloseHandle(thread);
     return true;
 }
 

@@ -11,16 +11,16 @@ namespace {
 volatile LONG connections = 0;
 
 struct Connection {
-    HANDLE pipe;
+    kv::platform::FileHandle pipe;
     FILETIME connected;
     PipeListener::ServeFn serve;
 };
 
 DWORD WINAPI ServeOne(void* parameter) {
     std::unique_ptr<Connection> c(static_cast<Connection*>(parameter));
-    c->serve(c->pipe, c->connected);
-    DisconnectNamedPipe(c->pipe);
-    CloseHandle(c->pipe);
+    c->serve(c->pipe.get(), c->connected);
+    DisconnectNamedPipe(c->pipe.get());
+    c.reset();
     InterlockedDecrement(&connections);
     return 0;
 }
@@ -60,7 +60,8 @@ void PipeListener::HandOver(Instance& instance, ServeFn serve) {
     const bool connected = GetOverlappedResult(instance.pipe.get(), &instance.overlapped, &unused, FALSE) ||
                            GetLastError() == ERROR_PIPE_CONNECTED;
     ResetEvent(instance.event.get());
-    auto connection = std::make_unique<Connection>(Connection{instance.pipe.get(), {}, serve});
+    auto connection = std::make_unique<Connection>();
+    connection->serve = serve;
     GetSystemTimeAsFileTime(&connection->connected);
     if (!connected) {
         // Gone before it was served: the instance listens again.
@@ -68,16 +69,15 @@ void PipeListener::HandOver(Instance& instance, ServeFn serve) {
         return;
     }
     InterlockedIncrement(&connections);
-    instance.pipe.release();
-    HANDLE thread = CreateThread(nullptr, 0, ServeOne, connection.get(), 0, nullptr);
+    connection->pipe = std::move(instance.pipe);
+    const kv::platform::KernelHandle thread(CreateThread(nullptr, 0, ServeOne, connection.get(), 0, nullptr));
     if (thread) {
         connection.release();
-        CloseHandle(thread);
         return;
     }
     HandlerSay("no thread for a connection (%s): dropped", kv::platform::ErrorText(GetLastError()).c_str());
-    DisconnectNamedPipe(connection->pipe);
-    CloseHandle(connection->pipe);
+    DisconnectNamedPipe(connection->pipe.get());
+    connection.reset();
     InterlockedDecrement(&connections);
 }
 

@@ -9,6 +9,7 @@
 #include "common/path_parts.h"
 #include "dump/module_identity.h"
 #include "platform/error_text.h"
+#include "platform/file_replace.h"
 #include "platform/folder_listing.h"
 #include "platform/folder_tree.h"
 
@@ -142,8 +143,7 @@ bool SymbolStore::Put(const std::string& source, const std::string& name, const 
     DWORD error = 0;
     if (!CopyFileA(source.c_str(), partial.c_str(), TRUE)) {
         error = GetLastError();
-    } else if (!MoveFileExA(partial.c_str(), target.c_str(), MOVEFILE_WRITE_THROUGH)) {
-        error = GetLastError();
+    } else if ((error = kv::platform::RenameFileDurably(partial, target, false)) != 0) {
         DeleteFileA(partial.c_str());
         if (SameBytes(source, target)) {
             fprintf(out_, "  present  %s\n", relative.c_str());
