@@ -96,6 +96,17 @@ TEST(Platform, ReplacedFileIsOldOrNewNeverPart) {
     EXPECT_EQ(std::vector<std::string>{"cursor"}, kvtest::ListFolder(dir.path()));
 }
 
+TEST(Platform, RenameReplacesOnlyWhenAsked) {
+    kvtest::TempDir dir("kvplatform");
+    const std::string from = dir / "from", to = dir / "to";
+    ASSERT_TRUE(kvtest::WriteFileText(from, "new") && kvtest::WriteFileText(to, "old"));
+    EXPECT_EQ(DWORD(ERROR_ALREADY_EXISTS), kp::RenameFileDurably(from, to, false));
+    EXPECT_EQ("old", kvtest::ReadFileText(to));
+    EXPECT_EQ(0u, kp::RenameFileDurably(from, to, true));
+    EXPECT_EQ("new", kvtest::ReadFileText(to));
+    EXPECT_EQ(std::vector<std::string>{"to"}, kvtest::ListFolder(dir.path()));
+}
+
 TEST(Platform, FolderTreeIsMadeLevelByLevel) {
     kvtest::TempDir dir("kvplatform");
     kvtest::WriteFileText(dir / "file", "");

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "command.h"
+#include "common/console_text.h"
 
 namespace kvdiag {
 namespace {
@@ -46,7 +47,7 @@ std::string UsageLine(const Command& command) {
 }
 
 int UsageError(const std::string& problem) {
-    if (!problem.empty()) fprintf(stderr, "kvdiag: %s\n", problem.c_str());
+    if (!problem.empty()) PrintLine(problem, "kvdiag: ", stderr);
     if (running)
         fprintf(stderr, "usage: kvdiag %s\n       (kvdiag %s --help says what each option does)\n",
                 UsageLine(*running).c_str(), running->name);

@@ -72,29 +72,25 @@ FNFDINOTIFY(Notify) {
 
 }  // namespace
 
-bool ExtractCabinet(const std::string& cabinet, const std::string& folder,
-                    const std::function<std::string(const std::string& nameInCab)>& targetFor,
-                    std::vector<CabEntry>& entries, std::string& reason) {
+Failure ExtractCabinet(const std::string& cabinet, const std::string& folder,
+                       const std::function<std::string(const std::string& nameInCab)>& targetFor,
+                       std::vector<CabEntry>& entries) {
     ERF erf{};
     const HFDI fdi = FDICreate(Allocate, Release, OpenFile, ReadFromFile, WriteToFile, CloseFile, SeekFile, cpuUNKNOWN,
                                &erf);
-    if (!fdi) {
-        reason = "the cabinet API is not available";
-        return false;
-    }
+    if (!fdi) return Failure("the cabinet API is not available");
     Extraction x{folder, &targetFor, &entries};
     std::string path = FolderOf(cabinet);
     path = path.empty() ? ".\\" : path + "\\";
     std::string name = FileNameOf(cabinet);
     const BOOL ok = FDICopy(fdi, &name[0], &path[0], 0, Notify, nullptr, &x);
     FDIDestroy(fdi);
-    if (ok) return true;
-    reason = erf.erfOper == FDIERROR_NOT_A_CABINET ? "not a cabinet"
-             : erf.erfOper == FDIERROR_CORRUPT_CABINET ? "the cabinet is damaged"
-             : erf.erfOper == FDIERROR_TARGET_FILE ? "a file could not be written to " + folder
-                                                    : "the cabinet cannot be read (FDI error " +
-                                                          std::to_string(erf.erfOper) + ")";
-    return false;
+    if (ok) return {};
+    return Failure(erf.erfOper == FDIERROR_NOT_A_CABINET     ? "not a cabinet"
+                   : erf.erfOper == FDIERROR_CORRUPT_CABINET ? "the cabinet is damaged"
+                   : erf.erfOper == FDIERROR_TARGET_FILE     ? "a file could not be written to " + folder
+                                                             : "the cabinet cannot be read (FDI error " +
+                                                                   std::to_string(erf.erfOper) + ")");
 }
 
 }  // namespace kvdiag

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "common/failure.h"
+
 namespace kvdiag {
 
 struct CabEntry {
@@ -16,10 +18,10 @@ struct CabEntry {
 };
 
 // Extracts into `folder` the files for which `targetFor` gives a file name
-// ("" skips one; a name with a path in it is refused); false with the reason
-// when the cabinet cannot be read (what was extracted before stays listed).
-bool ExtractCabinet(const std::string& cabinet, const std::string& folder,
-                    const std::function<std::string(const std::string& nameInCab)>& targetFor,
-                    std::vector<CabEntry>& entries, std::string& reason);
+// ("" skips one; a name with a path in it is refused); fails when the
+// cabinet cannot be read (what was extracted before stays listed).
+Failure ExtractCabinet(const std::string& cabinet, const std::string& folder,
+                       const std::function<std::string(const std::string& nameInCab)>& targetFor,
+                       std::vector<CabEntry>& entries);
 
 }  // namespace kvdiag

@@ -164,7 +164,7 @@ CabWriter::CabWriter(const std::string& path) {
     const DWORD length = GetFullPathNameA(path.c_str(), sizeof full, full, &name);
     if (!length || length >= sizeof full || !name || size_t(name - full) >= sizeof cab_.szCabPath ||
         strlen(name) >= sizeof cab_.szCab) {
-        error_ = "the archive name is not a usable file path";
+        failure_ = Failure("the archive name is not a usable file path");
         return;
     }
     strcpy(cab_.szCab, name);
@@ -176,7 +176,7 @@ CabWriter::CabWriter(const std::string& path) {
     cab_.iCab = 1;
     context_ = FCICreate(&erf_, FilePlaced, Allocate, Release, OpenForFci, ReadForFci, WriteForFci, CloseForFci,
                          SeekForFci, DeleteForFci, TempFileForFci, &cab_, this);
-    if (!context_) error_ = Reason("cannot start the archive");
+    if (!context_) failure_ = Reason("cannot start the archive");
 }
 
 CabWriter::~CabWriter() {
@@ -195,32 +195,25 @@ void CabWriter::Status(ULONG bytesRead) {
     if (progress_) progress_(pendingDone_, pendingSize_);
 }
 
-std::string CabWriter::Reason(const char* action) const {
-    std::string text = std::string(action) + ": " + FciErrorText(erf_.erfOper);
-    if (lastWin32Error_) text += " (" + kv::platform::ErrorText(lastWin32Error_) + ")";
-    return text;
+Failure CabWriter::Reason(const char* action) const {
+    const std::string text = std::string(action) + ": " + FciErrorText(erf_.erfOper);
+    return lastWin32Error_ ? Failure(text, lastWin32Error_) : Failure(text);
 }
 
-bool CabWriter::Add(const std::string& source, const std::string& nameInCab, std::string& reason) {
-    if (!context_) {
-        reason = error_;
-        return false;
-    }
+Failure CabWriter::Add(const std::string& source, const std::string& nameInCab) {
+    if (!context_) return failure_;
     kv::platform::FileHandle h(CreateFileA(source.c_str(), GENERIC_READ,
                                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
                                            FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     if (!h) {
         const DWORD error = GetLastError();
-        reason = error == ERROR_SHARING_VIOLATION ? "held by another program that shares it with nobody (error 32)"
-                                                  : "cannot be opened (" + kv::platform::ErrorText(error) + ")";
-        return false;
+        return Failure(error == ERROR_SHARING_VIOLATION ? "held by another program that shares it with nobody"
+                                                        : "cannot be opened",
+                       error);
     }
     LARGE_INTEGER size{};
     GetFileSizeEx(h.get(), &size);
-    if (size.QuadPart >= LONGLONG(CB_MAX_DISK) / 2) {
-        reason = "larger than an archive can hold";
-        return false;
-    }
+    if (size.QuadPart >= LONGLONG(CB_MAX_DISK) / 2) return Failure("larger than an archive can hold");
     pending_ = new Handle{std::move(h), uint64_t(size.QuadPart), 0};
     pendingSize_ = uint64_t(size.QuadPart);
     pendingDone_ = 0;
@@ -230,20 +223,20 @@ bool CabWriter::Add(const std::string& source, const std::string& nameInCab, std
     const bool added = FCIAddFile(context_, const_cast<char*>(source.c_str()), &inCab[0], FALSE, NoNextCabinet,
                                   StatusForFci, OpenSource, tcompTYPE_MSZIP) != FALSE;
     delete TakePending();  // set when FCI failed before it took the file
-    if (!added) reason = Reason("not added");
     lastPacked_ = packed_ - packedBefore;
-    if (added) raw_ += pendingSize_;
-    return added;
+    if (!added) return Reason("not added");
+    raw_ += pendingSize_;
+    return {};
 }
 
-bool CabWriter::Finish() {
-    if (!context_) return false;
+Failure CabWriter::Finish() {
+    if (!context_) return failure_;
     lastWin32Error_ = 0;
     const bool flushed = FCIFlushCabinet(context_, FALSE, NoNextCabinet, StatusForFci) != FALSE;
-    if (!flushed) error_ = Reason("the archive could not be written");
+    if (!flushed) failure_ = Reason("the archive could not be written");
     FCIDestroy(context_);
     context_ = nullptr;
-    return flushed;
+    return failure_;
 }
 
 }  // namespace kvdiag

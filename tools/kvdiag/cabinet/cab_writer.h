@@ -11,6 +11,8 @@
 #include <functional>
 #include <string>
 
+#include "common/failure.h"
+
 namespace kvdiag {
 
 class CabWriter {
@@ -22,21 +24,22 @@ public:
     CabWriter& operator=(const CabWriter&) = delete;
 
     bool ok() const { return context_ != nullptr; }
-    const std::string& error() const { return error_; }
+    // Why the archive could not be started, or (after Finish) written.
+    const Failure& failure() const { return failure_; }
     // Called while a file is compressed: bytes of it read so far, its size.
     void OnProgress(std::function<void(uint64_t, uint64_t)> progress) { progress_ = std::move(progress); }
 
-    // Adds source under nameInCab (a relative path with backslashes); on
-    // failure the reason goes to reason and the archive keeps what it had.
-    bool Add(const std::string& source, const std::string& nameInCab, std::string& reason);
+    // Adds source under nameInCab (a relative path with backslashes); when
+    // that fails the archive keeps what it had.
+    Failure Add(const std::string& source, const std::string& nameInCab);
     // The bytes the last file added went in with.
     uint64_t lastSize() const { return pendingSize_; }
     // The compressed bytes its blocks took so far (the block that holds its
     // end may be packed with the next file); all files' bytes before packing.
     uint64_t lastPacked() const { return lastPacked_; }
     uint64_t rawBytes() const { return raw_; }
-    // Writes the cabinet out; false with error() when it could not be.
-    bool Finish();
+    // Writes the cabinet out, or says why it could not be.
+    Failure Finish();
 
     // Callback plumbing for FCI (public for the C callbacks only).
     struct Handle;
@@ -46,12 +49,12 @@ public:
     void Packed(ULONG bytes) { packed_ += bytes; }
 
 private:
-    std::string Reason(const char* action) const;
+    Failure Reason(const char* action) const;
 
     HFCI context_ = nullptr;
     ERF erf_{};
     CCAB cab_{};
-    std::string error_;
+    Failure failure_;
     Handle* pending_ = nullptr;  // the source of the file being added
     uint64_t pendingSize_ = 0, pendingDone_ = 0;
     uint64_t packed_ = 0, lastPacked_ = 0, raw_ = 0;

@@ -2,7 +2,6 @@
 
 #include <windows.h>
 
-#include "platform/error_text.h"
 #include "platform/module_path.h"
 #include "platform/owned_handle.h"
 
@@ -14,14 +13,11 @@ constexpr DWORD kReportTimeoutMs = 180000;
 
 }  // namespace
 
-bool RunSelf(const std::string& arguments, const std::string& outputPath, std::string& reason) {
+Failure RunSelf(const std::string& arguments, const std::string& outputPath) {
     SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
     const kv::platform::FileHandle output(CreateFileA(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
                                                       CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!output) {
-        reason = "cannot create " + outputPath + " (" + kv::platform::ErrorText(GetLastError()) + ")";
-        return false;
-    }
+    if (!output) return Failure::FromLastError("cannot create " + outputPath);
     STARTUPINFOA startup{};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
@@ -30,18 +26,15 @@ bool RunSelf(const std::string& arguments, const std::string& outputPath, std::s
     PROCESS_INFORMATION process{};
     std::string commandLine = "\"" + kv::platform::ModulePath(nullptr) + "\" " + arguments;
     if (!CreateProcessA(nullptr, &commandLine[0], nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr, nullptr,
-                        &startup, &process)) {
-        reason = "kvdiag " + arguments + " could not be started (" + kv::platform::ErrorText(GetLastError()) + ")";
-        return false;
-    }
+                        &startup, &process))
+        return Failure::FromLastError("kvdiag " + arguments + " could not be started");
     const kv::platform::KernelHandle processHandle(process.hProcess), threadHandle(process.hThread);
     if (WaitForSingleObject(process.hProcess, kReportTimeoutMs) != WAIT_OBJECT_0) {
         TerminateProcess(process.hProcess, 1);
         WaitForSingleObject(process.hProcess, INFINITE);
-        reason = "kvdiag " + arguments + " did not end within " + std::to_string(kReportTimeoutMs / 1000) + " s";
-        return false;
+        return Failure("kvdiag " + arguments + " did not end within " + std::to_string(kReportTimeoutMs / 1000) + " s");
     }
-    return true;
+    return {};
 }
 
 std::vector<std::string> ExecutablesWithSettings() {

@@ -6,11 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "common/failure.h"
+
 namespace kvdiag {
 
-// Runs "kvdiag ARGUMENTS" with stdout and stderr into outputPath; false with
-// the reason when it could not be started or did not end in time.
-bool RunSelf(const std::string& arguments, const std::string& outputPath, std::string& reason);
+// Runs "kvdiag ARGUMENTS" with stdout and stderr into outputPath; fails when
+// it could not be started or did not end in time.
+Failure RunSelf(const std::string& arguments, const std::string& outputPath);
 
 // The executables that have a per-executable settings key.
 std::vector<std::string> ExecutablesWithSettings();

@@ -19,6 +19,7 @@
 #include "command.h"
 #include "commands/ini_status.h"
 #include "commands/version_report.h"
+#include "common/console_text.h"
 #include "common/path_parts.h"
 #include "common/progress.h"
 #include "common/text_format.h"
@@ -90,19 +91,17 @@ std::string Lower(std::string text) {
 // Whether the archive can be written, tried before any work: an existing
 // file is refused unless forced (it may be a live log or an earlier archive),
 // and is then only opened, not changed; a probe this creates is removed.
-bool CanWriteArchive(const std::string& archive, bool force, std::string& reason) {
+kvdiag::Failure CanWriteArchive(const std::string& archive, bool force) {
     const bool existed = GetFileAttributesA(archive.c_str()) != INVALID_FILE_ATTRIBUTES;
     if (existed && !force) {
-        reason = "exists already (--force replaces it)";
-        return false;
+        return kvdiag::Failure("exists already (--force replaces it)");
     }
     if (!kv::platform::FileHandle(CreateFileA(archive.c_str(), GENERIC_WRITE, 0, nullptr,
                                               existed ? OPEN_EXISTING : CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr))) {
-        reason = "cannot be written (" + kv::platform::ErrorText(GetLastError()) + ")";
-        return false;
+        return kvdiag::Failure::FromLastError("cannot be written");
     }
     if (!existed) DeleteFileA(archive.c_str());
-    return true;
+    return {};
 }
 
 struct FoundFile {
@@ -155,9 +154,8 @@ public:
             snprintf(stage, sizeof stage, "compressing %s (%.1f MB)", nameInCab.c_str(), double(size) / (1024 * 1024));
             progress_.Stage(stage);
         }
-        std::string reason;
-        if (!cab_.Add(source, nameInCab, reason)) {
-            Skip(nameInCab, reason);
+        if (const kvdiag::Failure failure = cab_.Add(source, nameInCab)) {
+            Skip(nameInCab, failure.text());
             return false;
         }
         Say("  added    %-46s %12llu bytes\n", nameInCab.c_str(), static_cast<unsigned long long>(cab_.lastSize()));
@@ -174,9 +172,8 @@ public:
                           const std::string& nameInCab) {
         progress_.Stage("running kvdiag " + arguments);
         const std::string file = scratch.File(FileNameOf(nameInCab));
-        std::string reason;
-        if (kvdiag::RunSelf(arguments, file, reason)) Add(file, nameInCab);
-        else Skip(nameInCab, reason);
+        if (const kvdiag::Failure failure = kvdiag::RunSelf(arguments, file)) Skip(nameInCab, failure.text());
+        else Add(file, nameInCab);
     }
 
     kvdiag::Progress& progress() { return progress_; }
@@ -310,20 +307,15 @@ KVDIAG_COMMAND(collect, "[OUTFILE]", "one cabinet file for support: logs, dumps,
     CollectOptions options;
     if (!ParseOptions(argc, argv, options)) return kvdiag::UsageError();
     const std::string archive = FullPath(options.outFile.empty() ? DefaultArchiveName() : options.outFile);
-    std::string refusal;
-    if (!CanWriteArchive(archive, options.force, refusal)) {
-        fprintf(stderr, "kvdiag: %s %s; nothing collected\n", archive.c_str(), refusal.c_str());
-        return 1;
-    }
+    if (const kvdiag::Failure refusal = CanWriteArchive(archive, options.force))
+        return kvdiag::ReportFailure(kvdiag::Failure(archive + " " + refusal.text() + "; nothing collected"));
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
     const std::string iniArgument = ini.path.empty() ? "" : " --ini \"" + ini.path + "\"";
     kvdiag::ScratchFolder scratch;
     kvdiag::CabWriter cab(archive);
-    if (!scratch.ok() || !cab.ok()) {
-        fprintf(stderr, "kvdiag: cannot start %s: %s\n", archive.c_str(),
-                cab.ok() ? "no temporary folder" : cab.error().c_str());
-        return 1;
-    }
+    if (!scratch.ok() || !cab.ok())
+        return kvdiag::ReportFailure(kvdiag::Failure("cannot start " + archive + ": " +
+                                                     (cab.ok() ? "no temporary folder" : cab.failure().text())));
     kvdiag::Progress progress("collect");
     cab.OnProgress([&progress](uint64_t done, uint64_t total) { progress.Count(done, total); });
     Collection c(cab, progress);
@@ -347,13 +339,10 @@ KVDIAG_COMMAND(collect, "[OUTFILE]", "one cabinet file for support: logs, dumps,
     if (FILE* out = fopen(account.c_str(), "w")) {
         fputs(c.account().c_str(), out);
         fclose(out);
-        std::string reason;
-        accountAdded = cab.Add(account, "Report\\collect.txt", reason);
+        accountAdded = !cab.Add(account, "Report\\collect.txt");
     }
-    if (!cab.Finish()) {
-        fprintf(stderr, "kvdiag: %s: %s\n", archive.c_str(), cab.error().c_str());
-        return 1;
-    }
+    if (const kvdiag::Failure failure = cab.Finish())
+        return kvdiag::ReportFailure(kvdiag::Failure(archive + ": " + failure.text()));
     WIN32_FILE_ATTRIBUTE_DATA data{};
     GetFileAttributesExA(archive.c_str(), GetFileExInfoStandard, &data);
     const unsigned long long bytes = (static_cast<unsigned long long>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;

@@ -80,7 +80,7 @@ DWORD RunChild(const char* ini, DWORD timeoutMs) {
     startup.cb = sizeof startup;
     PROCESS_INFORMATION process{};
     if (!CreateProcessA(nullptr, &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) {
-        fprintf(stderr, "kvdiag: cannot start the child (%s)\n", kv::platform::ErrorText(GetLastError()).c_str());
+        kvdiag::ReportFailure(kvdiag::Failure::FromLastError("cannot start the child"));
         return 1;
     }
     const kv::platform::KernelHandle child(process.hProcess), thread(process.hThread);
@@ -143,7 +143,7 @@ KVDIAG_COMMAND(crashtest, "[light|heavy|exception]",
     else if (argc != 0 && !exception) return kvdiag::UsageError();
     const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
     if (!status.valid) {
-        fprintf(stderr, "No usable product INI file: %s\n", status.reason.c_str());
+        kvdiag::ReportFailure(kvdiag::Failure("No usable product INI file: " + status.reason));
         return 1;
     }
     // Everything below happens in a copy: the plant's INI file, dumps and

@@ -14,6 +14,7 @@
 
 #include "KvCrashHandler.h"
 #include "command.h"
+#include "common/console_text.h"
 #include "commands/ini_status.h"
 #include "platform/error_text.h"
 #include "platform/owned_handle.h"
@@ -51,9 +52,9 @@ bool FindTarget(const std::string& what, Target& target) {
         target = matches[0];
         return true;
     }
-    if (matches.empty()) fprintf(stderr, "kvdiag dump: no running process %s\n", what.c_str());
-    else fprintf(stderr, "kvdiag dump: %zu processes are called %s; give one PID:\n", matches.size(), what.c_str());
-    for (const Target& t : matches) fprintf(stderr, "  %lu %s\n", static_cast<unsigned long>(t.id), t.exe.c_str());
+    if (matches.empty()) kvdiag::ReportFailure(kvdiag::Failure::Printf("no running process %s", what.c_str()));
+    else kvdiag::ReportFailure(kvdiag::Failure::Printf("%zu processes are called %s; give one PID:", matches.size(), what.c_str()));
+    for (const Target& t : matches) kvdiag::PrintLine(std::to_string(t.id) + " " + t.exe, "  ", stderr);
     return false;
 }
 
@@ -85,14 +86,14 @@ KVDIAG_COMMAND(dump, "PID|EXE-NAME [light|heavy]",
     std::string iniPath;
     if (out) {
         if (!GetFullPathNameA(out, sizeof dump.dumpPath, dump.dumpPath, nullptr)) {
-            fprintf(stderr, "kvdiag dump: bad output path %s\n", out);
+            kvdiag::ReportFailure(kvdiag::Failure::Printf("bad output path %s", out));
             return 2;
         }
     } else {
         const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
         if (!ini.valid) {
-            fprintf(stderr, "kvdiag dump: no product log folder to name the dump in: product INI file %s; "
-                            "give --out FILE or --ini PATH\n", ini.reason.c_str());
+            kvdiag::ReportFailure(kvdiag::Failure("no product log folder to name the dump in: product INI file " +
+                                                  ini.reason + "; give --out FILE or --ini PATH"));
             return 1;
         }
         iniPath = ini.path;
@@ -102,8 +103,7 @@ KVDIAG_COMMAND(dump, "PID|EXE-NAME [light|heavy]",
     kv::platform::KernelHandle process(
         OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | PROCESS_DUP_HANDLE | SYNCHRONIZE, FALSE, target.id));
     if (!process) {
-        fprintf(stderr, "kvdiag dump: cannot open process %lu (%s)\n", static_cast<unsigned long>(target.id),
-                kv::platform::ErrorText(GetLastError()).c_str());
+        kvdiag::ReportFailure(kvdiag::Failure::FromLastError("cannot open process " + std::to_string(target.id)));
         return 1;
     }
     dump.process = process.get();
@@ -114,13 +114,13 @@ KVDIAG_COMMAND(dump, "PID|EXE-NAME [light|heavy]",
     if (WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0) {
         DWORD exitCode = 0;
         GetExitCodeProcess(process.get(), &exitCode);
-        fprintf(stderr, "kvdiag dump: process %lu ended during the dump (exit code 0x%08lx): \"%s\" is incomplete\n",
-                static_cast<unsigned long>(target.id), static_cast<unsigned long>(exitCode), dump.dumpPath);
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("process %lu ended during the dump (exit code 0x%08lx): \"%s\" is incomplete",
+                static_cast<unsigned long>(target.id), static_cast<unsigned long>(exitCode), dump.dumpPath));
         return 1;
     }
     if (result != 0) {
-        fprintf(stderr, "kvdiag dump: no dump of process %lu at \"%s\" (HRESULT 0x%08lx)\n",
-                static_cast<unsigned long>(target.id), dump.dumpPath, static_cast<unsigned long>(result));
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("no dump of process %lu at \"%s\" (HRESULT 0x%08lx)",
+                static_cast<unsigned long>(target.id), dump.dumpPath, static_cast<unsigned long>(result)));
         return 1;
     }
     WIN32_FILE_ATTRIBUTE_DATA data{};

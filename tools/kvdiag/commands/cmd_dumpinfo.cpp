@@ -10,6 +10,7 @@
 #include <string>
 
 #include "command.h"
+#include "common/console_text.h"
 #include "common/progress.h"
 #include "dump/dump_reader.h"
 #include "dump/dump_summary.h"
@@ -37,8 +38,7 @@ KVDIAG_COMMAND(dumpinfo, "FILE", "what a minidump holds: exception, named stacks
     progress.Stage("mapping the dump");
     kvdiag::MappedDump dump(path);
     if (!dump.opened()) {
-        fprintf(stderr, "cannot open %s (error %lu)\n", path, GetLastError());
-        return 1;
+        return kvdiag::ReportFailure(kvdiag::Failure::FromLastError(std::string("cannot open ") + path));
     }
     progress.Stage("reading the dump");
     return kvdiag::PrintDumpSummary(dump, path, options, stdout);

@@ -30,8 +30,8 @@ KVDIAG_COMMAND(ini, "SECTION [KEY]", "read a section or a value of the product I
     if (argc < 1 || argc > 2) return kvdiag::UsageError();
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
     if (!ini.valid) {
-        fprintf(stderr, "kvdiag: the product INI file %s is not usable: %s\n",
-                ini.path.empty() ? "(none)" : ini.path.c_str(), ini.reason.c_str());
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("the product INI file %s is not usable: %s",
+                ini.path.empty() ? "(none)" : ini.path.c_str(), ini.reason.c_str()));
         return 1;
     }
     const char* section = argv[0];
@@ -39,7 +39,7 @@ KVDIAG_COMMAND(ini, "SECTION [KEY]", "read a section or a value of the product I
     if (argc == 2) {
         const char* key = argv[1];
         if (!HasKey(section, key)) {
-            fprintf(stderr, "kvdiag: [%s] %s is not set in %s\n", section, key, ini.path.c_str());
+            kvdiag::ReportFailure(kvdiag::Failure::Printf("[%s] %s is not set in %s", section, key, ini.path.c_str()));
             return 1;
         }
         KorvanIniReadValueAsString(section, key, text, sizeof text, "");
@@ -48,7 +48,7 @@ KVDIAG_COMMAND(ini, "SECTION [KEY]", "read a section or a value of the product I
     }
     const int32_t n = KorvanIniReadSectionAsString(section, text, sizeof text);
     if (n <= 0) {
-        fprintf(stderr, "kvdiag: section [%s] is empty or missing in %s\n", section, ini.path.c_str());
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("section [%s] is empty or missing in %s", section, ini.path.c_str()));
         return 1;
     }
     printf("[%s]\n", section);

@@ -9,6 +9,7 @@
 
 #include "KvConfig.h"
 #include "command.h"
+#include "common/console_text.h"
 #include "commands/ini_status.h"
 
 namespace {
@@ -28,7 +29,7 @@ int Register(const std::string& iniPath, bool force) {
         return 0;
     }
     if (set && !force) {
-        fprintf(stderr, "kvdiag: DefaultINIPath names %s; --force replaces it\n", current);
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("DefaultINIPath names %s; --force replaces it", current));
         return 1;
     }
     HKEY key;
@@ -40,8 +41,9 @@ int Register(const std::string& iniPath, bool force) {
         RegCloseKey(key);
     }
     if (rc != ERROR_SUCCESS) {
-        fprintf(stderr, "kvdiag: cannot write HKEY_LOCAL_MACHINE\\%s\\DefaultINIPath (error %ld%s)\n", rootKey, rc,
-                rc == ERROR_ACCESS_DENIED ? ": run kvdiag as an administrator" : "");
+        kvdiag::ReportFailure(
+            kvdiag::Failure("cannot write HKEY_LOCAL_MACHINE\\" + std::string(rootKey) + "\\DefaultINIPath", DWORD(rc))
+                .Note(rc == ERROR_ACCESS_DENIED ? "run kvdiag as an administrator" : ""));
         return 1;
     }
     printf("DefaultINIPath (HKEY_LOCAL_MACHINE\\%s, 32-bit view) %s %s%s%s.\n", rootKey, set ? "changed to" : "set to",
@@ -66,13 +68,13 @@ KVDIAG_COMMAND(init, "", "create a default product INI file where none exists; -
     if (force && !registerPath) return kvdiag::UsageError("--force goes with --register");
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
     if (ini.path.empty()) {
-        fprintf(stderr, "kvdiag: no INI path: %s\n", ini.reason.c_str());
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("no INI path: %s", ini.reason.c_str()));
         return 1;
     }
     if (GetFileAttributesA(ini.path.c_str()) != INVALID_FILE_ATTRIBUTES) {
         printf("%s exists; left unchanged.\n", ini.path.c_str());
     } else if (!CreateDefaultIniFile()) {
-        fprintf(stderr, "kvdiag: cannot create %s (does its folder exist?)\n", ini.path.c_str());
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("cannot create %s (does its folder exist?)", ini.path.c_str()));
         return 1;
     } else {
         printf("Created %s:\n[KVEDIT]\n", ini.path.c_str());

@@ -11,6 +11,7 @@
 
 #include "KvLogging.h"
 #include "command.h"
+#include "common/console_text.h"
 #include "commands/ini_status.h"
 #include "commands/log_arguments.h"
 #include "logs/log_files.h"
@@ -137,13 +138,13 @@ KVDIAG_COMMAND(log, "COMPONENT TEXT", "write TEXT (COUNT times) to COMPONENT's d
     if (!kvdiag::CheckComponentName(argv[0])) return 2;
     const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
     if (!status.valid) {
-        fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", status.reason.c_str());
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("the product INI file is not usable: %s", status.reason.c_str()));
         return 1;
     }
     SetComponentName(argv[0]);
     char path[260];
     if (GetDebugLogFilePath(-1, 1, path, sizeof path) < 0) {
-        fprintf(stderr, "kvdiag: the log folder cannot be found or created\n");
+        kvdiag::ReportFailure(kvdiag::Failure("the log folder cannot be found or created"));
         return 1;
     }
     const std::vector<std::string> chain = kvdiag::DebugLogChain(argv[0]);
@@ -158,10 +159,10 @@ KVDIAG_COMMAND(log, "COMPONENT TEXT", "write TEXT (COUNT times) to COMPONENT's d
     // Fewer found is still all written when the log rolled its oldest ones
     // away: the last line is one of them and the library noted no loss.
     if (arrival.found < count && !(arrival.found > 0 && arrival.lastIsOurs && !arrival.dropNoted)) {
-        fprintf(stderr, "kvdiag: %s reach %s (held by another program, or the folder or file is read-only)\n",
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("%s reach %s (held by another program, or the folder or file is read-only)",
                 arrival.found ? (std::to_string(count - arrival.found) + " of the lines did not").c_str()
                               : count == 1 ? "the line did not" : "the lines did not",
-                path);
+                path));
         return 1;
     }
     printf("%d line%s written to %s", count, count == 1 ? "" : "s", path);

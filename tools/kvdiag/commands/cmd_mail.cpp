@@ -7,6 +7,7 @@
 
 #include "KvDebugHelp.h"
 #include "command.h"
+#include "common/console_text.h"
 
 KVDIAG_COMMAND(mail, "RECIPIENT FILE [NOTE]",
                "hand a crash report with FILE attached to the mail client (RECIPIENT \"\": the support mailbox)") {
@@ -15,8 +16,8 @@ KVDIAG_COMMAND(mail, "RECIPIENT FILE [NOTE]",
     // it; support would then get a report without the file it is about.
     const DWORD attributes = GetFileAttributesA(argv[1]);
     if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY)) {
-        fprintf(stderr, "kvdiag: %s %s; no mail sent\n", argv[1],
-                attributes == INVALID_FILE_ATTRIBUTES ? "does not exist" : "is a folder, not a file");
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("%s %s; no mail sent", argv[1],
+                attributes == INVALID_FILE_ATTRIBUTES ? "does not exist" : "is a folder, not a file"));
         return 1;
     }
     char computer[MAX_COMPUTERNAME_LENGTH + 1] = {};
@@ -27,7 +28,7 @@ KVDIAG_COMMAND(mail, "RECIPIENT FILE [NOTE]",
     const int result = KvSendCrashHandlerMail(argv[0], note.c_str(), argv[1]);
     switch (result) {
     case 0: printf("The mail client accepted the crash report.\n"); return 0;
-    case 2: fprintf(stderr, "kvdiag: no mail: MAPI is switched off or no mail client is installed (MAPI error 2)\n"); return 1;
-    default: fprintf(stderr, "kvdiag: the mail client answered MAPI error %d\n", result); return 1;
+    case 2: kvdiag::ReportFailure(kvdiag::Failure("no mail: MAPI is switched off or no mail client is installed (MAPI error 2)")); return 1;
+    default: kvdiag::ReportFailure(kvdiag::Failure::Printf("the mail client answered MAPI error %d", result)); return 1;
     }
 }

@@ -72,12 +72,12 @@ bool Contains(const std::string& line, const char* text) { return line.find(text
 std::string DefaultLog(int& argc, char** argv) {
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(kvdiag::TakeIniOption(argc, argv));
     if (!ini.valid) {
-        fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", ini.reason.c_str());
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("the product INI file is not usable: %s", ini.reason.c_str()));
         return "";
     }
     char name[260];
     const std::string live = GetDebugLogFilePath(-1, 0, name, sizeof name) <= 0 ? "" : kvdiag::InLogFolder(name);
-    if (live.empty()) fprintf(stderr, "kvdiag: the product INI file names no log folder\n");
+    if (live.empty()) kvdiag::ReportFailure(kvdiag::Failure("the product INI file names no log folder"));
     return live;
 }
 
@@ -89,7 +89,7 @@ KVDIAG_COMMAND(memreport, "[LOGFILE]", "summarise the last memory report of a de
     if (path.empty()) return 1;
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        fprintf(stderr, "kvdiag: cannot read %s\n", path.c_str());
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("cannot read %s", path.c_str()));
         return 1;
     }
     in.seekg(0, std::ios::end);

@@ -48,7 +48,7 @@ KVDIAG_COMMAND(paths, "", "the product INI file, its validation and every produc
     printf("INI file                %s%s\n", ini.path.empty() ? "(none)" : kvdiag::ShownLine(ini.path).c_str(),
            iniOption ? " (from --ini)" : "");
     printf("Validated               %s%s%s\n", ini.valid ? "yes" : "no", ini.reason.empty() ? "" : " - ",
-           ini.reason.c_str());
+           kvdiag::ShownLine(ini.reason).c_str());
     if (!ini.valid) return 1;
 
     printf("\nProduct folders (section KVEDIT)\n");

@@ -4,6 +4,7 @@
 
 #include "KvDebugHelp.h"
 #include "command.h"
+#include "common/console_text.h"
 #include "commands/ini_status.h"
 
 KVDIAG_COMMAND(run, "TOOL", "start a registered tool with its macros expanded", kvdiag::kIniOption) {
@@ -12,7 +13,7 @@ KVDIAG_COMMAND(run, "TOOL", "start a registered tool with its macros expanded", 
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
     if (!ini.valid) printf("Note: %s; the folder macros expand to nothing.\n", ini.reason.c_str());
     if (!ToolIsRegistered(argv[0])) {
-        fprintf(stderr, "kvdiag: '%s' is not a registered tool (see kvdiag tools)\n", argv[0]);
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("'%s' is not a registered tool (see kvdiag tools)", argv[0]));
         return 1;
     }
     const int result = StartRegisteredTool(argv[0]);
@@ -20,9 +21,5 @@ KVDIAG_COMMAND(run, "TOOL", "start a registered tool with its macros expanded", 
         printf("Started %s.\n", argv[0]);
         return 0;
     }
-    char text[256] = {};
-    FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, DWORD(result), 0, text,
-                   sizeof text, nullptr);
-    fprintf(stderr, "kvdiag: %s did not start: error %d %s", argv[0], result, text[0] ? text : "\n");
-    return 1;
+    return kvdiag::ReportFailure(kvdiag::Failure(std::string(argv[0]) + " did not start", DWORD(result)));
 }

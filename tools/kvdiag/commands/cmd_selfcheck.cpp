@@ -4,6 +4,7 @@
 
 #include "KvDebugHelp.h"
 #include "command.h"
+#include "common/console_text.h"
 #include "commands/ini_status.h"
 #include "commands/scratch_install.h"
 
@@ -32,7 +33,7 @@ KVDIAG_COMMAND(selfcheck, "", "run the library's self-check; prints how many che
     const int failed = PrintUnitTestSummary();
     if (file) {
         const unsigned error = PrintUnitTestSummaryToFile(file);
-        if (error) fprintf(stderr, "summary file %s not written (Win32 error %u)\n", file, error);
+        if (error) kvdiag::ReportFailure(kvdiag::Failure(std::string("summary file ") + file + " not written", error));
         else printf("Summary written to %s%s\n", strpbrk(file, "\\/:") ? "" : "the log folder as ", file);
     }
     // The count is in the summary; the exit code keeps the meaning it has in

@@ -9,6 +9,7 @@
 #include "KvFrame.h"
 #include "KvLogging.h"
 #include "command.h"
+#include "common/console_text.h"
 
 namespace {
 
@@ -58,21 +59,21 @@ bool IsSettingName(const char* name) {
 
 int SetSetting(const char* exe, const char* name, const char* text) {
     if (!IsSettingName(name)) {
-        fprintf(stderr, "kvdiag: '%s' is not a KvDebugHelp setting\n", name);
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("'%s' is not a KvDebugHelp setting", name));
         return 2;
     }
     char* end = nullptr;
     const long long value = strtoll(text, &end, 0);
     if (!*text || *end || value < INT32_MIN || value > UINT32_MAX) {
-        fprintf(stderr, "kvdiag: '%s' is not a 32-bit number\n", text);
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("'%s' is not a 32-bit number", text));
         return 2;
     }
     // A value out of range would be stored and then clamped at attach: the
     // engineer would believe in a setting no process gets.
     int32_t low = 0, high = 0;
     if (DbgHlpGetSettingRange(name, &low, &high) == 1 && (value < low || value > high)) {
-        fprintf(stderr, "kvdiag: %s must lie in %ld..%ld%s; %lld was not set\n", name, long(low), long(high),
-                strcmp(name, "DebugLogSize") ? "" : " (KB)", value);
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("%s must lie in %ld..%ld%s; %lld was not set", name, long(low), long(high),
+                strcmp(name, "DebugLogSize") ? "" : " (KB)", value));
         return 2;
     }
     char path[300];
@@ -85,7 +86,7 @@ int SetSetting(const char* exe, const char* name, const char* text) {
         RegCloseKey(key);
     }
     if (rc != ERROR_SUCCESS) {
-        fprintf(stderr, "kvdiag: cannot write %s\\%s (error %ld)\n", path, name, rc);
+        kvdiag::ReportFailure(kvdiag::Failure(std::string("cannot write ") + path + "\\" + name, DWORD(rc)));
         return 1;
     }
     printf("Set %s = %lld for %s; it applies to processes started from now on.\n\n", name, value, exe);
@@ -94,7 +95,7 @@ int SetSetting(const char* exe, const char* name, const char* text) {
 
 int RemoveSetting(const char* exe, const char* name) {
     if (!IsSettingName(name)) {
-        fprintf(stderr, "kvdiag: '%s' is not a KvDebugHelp setting\n", name);
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("'%s' is not a KvDebugHelp setting", name));
         return 2;
     }
     char path[300];
@@ -106,11 +107,11 @@ int RemoveSetting(const char* exe, const char* name) {
         RegCloseKey(key);
     }
     if (rc == ERROR_FILE_NOT_FOUND) {
-        fprintf(stderr, "kvdiag: %s is not set for %s\n", name, exe);
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("%s is not set for %s", name, exe));
         return 1;
     }
     if (rc != ERROR_SUCCESS) {
-        fprintf(stderr, "kvdiag: cannot remove %s\\%s (error %ld)\n", path, name, rc);
+        kvdiag::ReportFailure(kvdiag::Failure(std::string("cannot remove ") + path + "\\" + name, DWORD(rc)));
         return 1;
     }
     printf("Removed %s for %s; processes started from now on get the default.\n\n", name, exe);
@@ -136,7 +137,7 @@ KVDIAG_COMMAND(settings, "EXE [NAME VALUE|NAME --remove]", "show, set or remove 
     // The name becomes one registry key below KvDebugHelp: a plain name, as a process's base name is.
     const std::string exe = ExecutableBaseName(argv[0]);
     if (exe.empty() || exe == "." || exe == ".." || !FileNameGenerator::IsComponentName(exe)) {
-        fprintf(stderr, "kvdiag: '%s' is not an executable's base name (such as RuntimeManager)\n", argv[0]);
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("'%s' is not an executable's base name (such as RuntimeManager)", argv[0]));
         return 2;
     }
     if (argc == 1) return PrintSettings(exe.c_str());

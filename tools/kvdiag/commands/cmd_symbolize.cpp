@@ -92,11 +92,8 @@ KVDIAG_COMMAND(symbolize, "[FILE]",
     }
     std::vector<std::string> lines;
     if (file) {
-        unsigned long error = 0;
-        if (!kvdiag::LastLines(file, INT_MAX, lines, error)) {
-            fprintf(stderr, "kvdiag: cannot read %s (error %lu)\n", file, error);
-            return 1;
-        }
+        if (const kvdiag::Failure failure = kvdiag::LastLines(file, INT_MAX, lines))
+            return kvdiag::ReportFailure(failure);
         if (!kvdiag::FolderOf(file).empty()) folders.push_back(kvdiag::FolderOf(file));
     } else {
         for (std::string line; std::getline(std::cin, line);) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "command.h"
+#include "common/console_text.h"
 #include "common/path_parts.h"
 #include "platform/error_text.h"
 #include "platform/folder_tree.h"
@@ -29,8 +30,7 @@ KVDIAG_COMMAND(symbols, "add PATH... --store DIR",
     if (wrongUse || paths.empty() || store.empty()) return kvdiag::UsageError();
     while (store.size() > 3 && (store.back() == '\\' || store.back() == '/')) store.pop_back();
     if (const DWORD error = kv::platform::CreateFolderTree(store)) {
-        fprintf(stderr, "kvdiag symbols: cannot create the store %s (%s)\n", store.c_str(),
-                kv::platform::ErrorText(error).c_str());
+        kvdiag::ReportFailure(kvdiag::Failure("cannot create the store " + store, error));
         return 1;
     }
     // PDBs named on the command line are offered to every image as well.

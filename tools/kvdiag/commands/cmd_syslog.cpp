@@ -35,12 +35,11 @@ std::vector<std::string> SystemLogs(const std::string& folder) {
 // Prints the last count events of one file; false when it cannot be read.
 bool PrintEvents(const std::string& path, int count) {
     std::vector<std::string> lines;
-    unsigned long error = 0;
-    if (!kvdiag::LastLines(path, count, lines, error)) {
-        fprintf(stderr, "kvdiag: cannot read %s (error %lu)\n", path.c_str(), error);
+    if (const kvdiag::Failure failure = kvdiag::LastLines(path, count, lines)) {
+        kvdiag::ReportFailure(failure);
         return false;
     }
-    printf("== %s\n", path.c_str());
+    kvdiag::PrintLine(path, "== ");
     for (const auto& line : lines) kvdiag::PrintLine(line);
     if (lines.empty()) printf("(empty)\n");
     return true;
@@ -61,26 +60,26 @@ KVDIAG_COMMAND(syslog, "[COMPONENT|--all]", "last events of a component's system
     if (one && !kvdiag::CheckComponentName(args[0])) return 2;
     const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
     if (!status.valid) {
-        fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", status.reason.c_str());
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("the product INI file is not usable: %s", status.reason.c_str()));
         return 1;
     }
     std::string folder;
     if (!kvdiag::LogFolder(folder)) {
-        fprintf(stderr, "kvdiag: the product INI file names no log folder\n");
+        kvdiag::ReportFailure(kvdiag::Failure("the product INI file names no log folder"));
         return 1;
     }
     if (one) {
         const std::string path = folder + "\\syslog." + args[0] + ".dat";
         if (GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES) {
-            fprintf(stderr, "kvdiag: no system log of component \"%s\": %s does not exist\n", args[0].c_str(),
-                    path.c_str());
+            kvdiag::ReportFailure(kvdiag::Failure::Printf("no system log of component \"%s\": %s does not exist", args[0].c_str(),
+                    path.c_str()));
             return 1;
         }
         return PrintEvents(path, count) ? 0 : 1;
     }
     const std::vector<std::string> names = SystemLogs(folder);
     if (names.empty()) {
-        fprintf(stderr, "kvdiag: no system log in %s (no program has written one yet)\n", folder.c_str());
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("no system log in %s (no program has written one yet)", folder.c_str()));
         return 1;
     }
     int rc = 0;

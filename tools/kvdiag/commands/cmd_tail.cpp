@@ -136,8 +136,9 @@ public:
                 // A log that appeared while following is new: all of it is shown.
                 merge.Add(i, i < known ? followers_[i].follower.Poll(gap) : followers_[i].follower.Start(INT_MAX));
                 if (gap)
-                    fprintf(stderr, "kvdiag: %s rolled past its history files between two reads; lines may be missing\n",
-                            followers_[i].follower.livePath().c_str());
+                    kvdiag::PrintLine(followers_[i].follower.livePath() +
+                                          " rolled past its history files between two reads; lines may be missing",
+                                      "kvdiag: ", stderr);
             }
             if (!Print(merge, true)) Sleep(kPollMs);
         }
@@ -187,7 +188,7 @@ KVDIAG_COMMAND(tail, "[COMPONENT...|--all]", "last lines of debug logs (every lo
     if (!ParseOptions(std::vector<std::string>(argv, argv + argc), options)) return kvdiag::UsageError();
     const kvdiag::IniStatus status = kvdiag::ValidateProductIni(ini);
     if (!status.valid) {
-        fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", status.reason.c_str());
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("the product INI file is not usable: %s", status.reason.c_str()));
         return 1;
     }
     Tail tail(options);
@@ -195,16 +196,16 @@ KVDIAG_COMMAND(tail, "[COMPONENT...|--all]", "last lines of debug logs (every lo
     if (options.all && options.components.empty() && !options.follow) {
         std::string folder;
         if (!kvdiag::LogFolder(folder)) {
-            fprintf(stderr, "kvdiag: the product INI file names no log folder\n");
+            kvdiag::ReportFailure(kvdiag::Failure("the product INI file names no log folder"));
             return 1;
         }
-        fprintf(stderr, "kvdiag: no debug log in %s (no program has logged yet)\n", folder.c_str());
+        kvdiag::ReportFailure(kvdiag::Failure::Printf("no debug log in %s (no program has logged yet)", folder.c_str()));
         return 1;
     }
     for (const auto& component : options.components) {
         if (!kvdiag::CheckComponentName(component)) return 2;
         if (tail.Add(component)) continue;
-        fprintf(stderr, "kvdiag: the product INI file names no log folder\n");
+        kvdiag::ReportFailure(kvdiag::Failure("the product INI file names no log folder"));
         return 1;
     }
     if (!options.follow) {
@@ -212,19 +213,18 @@ KVDIAG_COMMAND(tail, "[COMPONENT...|--all]", "last lines of debug logs (every lo
         for (const auto& component : options.components) {
             const std::vector<std::string> chain = kvdiag::DebugLogChain(component);
             std::vector<std::string> lines;
-            unsigned long error = 0;
-            const bool read = kvdiag::LastLines(chain[0], options.count, lines, error);
+            const kvdiag::Failure failure = kvdiag::LastLines(chain[0], options.count, lines);
+            const DWORD error = failure.osError();
             const bool absent = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;  // no folder yet
-            if (!read && absent && !HasHistory(chain)) {
-                fprintf(stderr, "kvdiag: no debug log %s: %s does not exist\n",
+            if (failure && absent && !HasHistory(chain)) {
+                kvdiag::ReportFailure(kvdiag::Failure::Printf("no debug log %s: %s does not exist",
                         component.empty() ? "without a component" : ("of component \"" + component + "\"").c_str(),
-                        chain[0].c_str());
+                        chain[0].c_str()));
                 rc = 1;
                 continue;
             }
-            if (!read && !absent) {
-                fprintf(stderr, "kvdiag: cannot read %s (error %lu%s)\n", chain[0].c_str(), error,
-                        error == ERROR_SHARING_VIOLATION ? ": held by a program that shares it with nobody" : "");
+            if (failure && !absent) {
+                kvdiag::ReportFailure(failure);
                 rc = 1;
                 continue;
             }

@@ -8,6 +8,7 @@
 
 #include "KvDebugHelp.h"
 #include "command.h"
+#include "common/console_text.h"
 #include "commands/ini_status.h"
 
 KVDIAG_COMMAND(tools, "", "list the registered tools with their expanded commands", kvdiag::kIniOption) {
@@ -15,7 +16,7 @@ KVDIAG_COMMAND(tools, "", "list the registered tools with their expanded command
     if (!ini.valid) printf("Note: %s; the folder macros expand to nothing.\n", ini.reason.c_str());
     char root[MAX_PATH] = {};
     if (GetRootRegistryKeyPath(root, sizeof root) <= 0) {
-        fprintf(stderr, "kvdiag: the product root key path is not available\n");
+        kvdiag::ReportFailure(kvdiag::Failure("the product root key path is not available"));
         return 1;
     }
     std::vector<std::string> names;

@@ -150,9 +150,8 @@ private:
             return {};
         };
         std::vector<kvdiag::CabEntry> entries;
-        std::string reason;
-        if (!kvdiag::ExtractCabinet(cabinet, folder, targetFor, entries, reason))
-            problems.push_back(cabinet + ": " + reason);
+        if (const kvdiag::Failure failure = kvdiag::ExtractCabinet(cabinet, folder, targetFor, entries))
+            problems.push_back(cabinet + ": " + failure.text());
         for (const auto& e : entries) scratch_.Made(e.extractedPath);
         Origin origin = ReadVersionReport(folder + "\\version.txt");
         origin.symbols = folder;
@@ -262,7 +261,7 @@ KVDIAG_COMMAND(triage, "PATH...", "groups dumps, folders of dumps and collect ca
     }
     if (csv) table.PrintCsv(stdout);
     else table.Print(stdout);
-    for (const auto& problem : inputs.problems) fprintf(stderr, "kvdiag triage: %s\n", problem.c_str());
-    if (table.size() == 0) fprintf(stderr, "kvdiag triage: no dumps found\n");
+    for (const auto& problem : inputs.problems) kvdiag::ReportFailure(kvdiag::Failure(problem));
+    if (table.size() == 0) kvdiag::ReportFailure(kvdiag::Failure("no dumps found"));
     return inputs.problems.empty() && table.size() ? 0 : 1;
 }

@@ -46,14 +46,10 @@ int PrintForwardStatus(const std::string& folder) {
 
 int RunForwardCommand(const std::vector<std::string>& args, HANDLE stopEvent) {
     ForwardOptions options;
-    std::string error;
-    if (!ParseForwardOptions(args, options, error)) return UsageError(error);
+    if (const Failure wrong = ParseForwardOptions(args, options)) return UsageError(wrong.text());
     if (options.status) return PrintForwardStatus(options.stateFolder);
     const IniStatus ini = ValidateProductIni(options.ini.empty() ? nullptr : options.ini.c_str());
-    if (!ini.valid) {
-        fprintf(stderr, "kvdiag: the product INI file is not usable: %s\n", ini.reason.c_str());
-        return kExitFailed;
-    }
+    if (!ini.valid) return ReportFailure(Failure("the product INI file is not usable: " + ini.reason));
     // The forwarder's notes name logs and collectors from the plant's own settings.
     return RunForwarder(options, stopEvent, [](const std::string& text) { PrintLine(text, "kvdiag: ", stderr); });
 }

@@ -21,7 +21,7 @@ bool TakeLineCount(std::vector<std::string>& args, int& count) {
         if (args[i] != "-n") continue;
         char* end = nullptr;
         if (i + 1 >= args.size() || (count = int(strtol(args[i + 1].c_str(), &end, 10)), *end) || count < 0) {
-            fprintf(stderr, "kvdiag: -n needs a line count\n");  // the caller adds the usage
+            kvdiag::ReportFailure(kvdiag::Failure("-n needs a line count"));  // the caller adds the usage
             return false;
         }
         args.erase(args.begin() + long(i), args.begin() + long(i) + 2);

@@ -11,6 +11,7 @@
 
 #include "KvConfig.h"
 #include "KvUtil.h"
+#include "common/console_text.h"
 #include "logs/product_paths.h"
 #include "platform/error_text.h"
 #include "platform/folder_listing.h"
@@ -87,20 +88,20 @@ ScratchInstall::ScratchInstall(const std::string& liveIni, const char* label) {
     snprintf(name, sizeof name, "kvdiag-%s-%04u%02u%02u-%02u%02u%02u-%lu", label, now.wYear, now.wMonth, now.wDay,
              now.wHour, now.wMinute, now.wSecond, GetCurrentProcessId());
     if (temp.empty()) {
-        error_ = "no temporary folder";
+        failure_ = Failure("no temporary folder");
         return;
     }
     root_ = temp + name;
     if (!CreateDirectoryA(root_.c_str(), nullptr) || !CreateDirectoryA(logDir().c_str(), nullptr)) {
-        error_ = "cannot create " + root_ + " (" + kv::platform::ErrorText(GetLastError()) + ")";
+        failure_ = Failure::FromLastError("cannot create " + root_);
         return;
     }
     if (!CopyFileA(liveIni.c_str(), iniPath().c_str(), TRUE)) {
-        error_ = "cannot copy " + liveIni + " (" + kv::platform::ErrorText(GetLastError()) + ")";
+        failure_ = Failure::FromLastError("cannot copy " + liveIni);
         return;
     }
     SetFileAttributesA(iniPath().c_str(), FILE_ATTRIBUTE_NORMAL);  // a read-only original stays so, the copy not
-    if (!Set("KVEDIT", "LOGS", logDir().c_str())) error_ = "cannot write " + iniPath();
+    if (!Set("KVEDIT", "LOGS", logDir().c_str())) failure_ = Failure("cannot write " + iniPath());
     // A library lookup creates a missing product folder: one the plant does
     // not have is looked up here instead, so the plant gets no new folder.
     for (const ProductFolderRow& row : kProductFolders) {
@@ -108,7 +109,7 @@ ScratchInstall::ScratchInstall(const std::string& liveIni, const char* label) {
         GetPrivateProfileStringA("KVEDIT", row.key, "", folder, sizeof folder, iniPath().c_str());
         const bool missing = folder[0] && GetFileAttributesA(folder) == INVALID_FILE_ATTRIBUTES;
         if (missing && !Set("KVEDIT", row.key, (root_ + "\\" + row.key).c_str()))
-            error_ = "cannot write " + iniPath();
+            failure_ = Failure("cannot write " + iniPath());
     }
 }
 
@@ -122,13 +123,13 @@ std::string UseScratchInstall(const std::string& liveIni, const char* label, con
         printf("Removed %zu older scratch installation%s of kvdiag %s from %s (the newest %zu are kept)\n", removed,
                removed == 1 ? "" : "s", label, TempFolder().c_str(), kKeptScratchInstalls);
     const ScratchInstall scratch(liveIni, label);
-    std::string error = scratch.error();
-    if (error.empty() && value && !scratch.Set(valueSection, valueKey, value))
-        error = "cannot write " + scratch.iniPath();
-    if (error.empty() && !(SetKorvanIniFilePath(scratch.iniPath().c_str()), ValidateKorvanIniFile() == 1))
-        error = scratch.iniPath() + " is not usable";
-    if (!error.empty()) {
-        fprintf(stderr, "kvdiag: no scratch installation: %s\n", error.c_str());
+    Failure failure = scratch.failure();
+    if (!failure && value && !scratch.Set(valueSection, valueKey, value))
+        failure = Failure("cannot write " + scratch.iniPath());
+    if (!failure && !(SetKorvanIniFilePath(scratch.iniPath().c_str()), ValidateKorvanIniFile() == 1))
+        failure = Failure(scratch.iniPath() + " is not usable");
+    if (failure) {
+        ReportFailure(Failure("no scratch installation: " + failure.text()));
         return {};
     }
     printf("Scratch installation: %s (a copy of %s; the plant's logs, dumps and INI file are left alone)\n",

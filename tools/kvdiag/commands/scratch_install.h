@@ -9,16 +9,18 @@
 
 #include <string>
 
+#include "common/failure.h"
+
 namespace kvdiag {
 
 class ScratchInstall {
 public:
     // Copies liveIni into %TEMP%\kvdiag-<label>-<time>-<pid>\ and points its
-    // [KVEDIT] LOGS there; error() says what failed.
+    // [KVEDIT] LOGS there; failure() says what failed.
     ScratchInstall(const std::string& liveIni, const char* label);
 
-    bool ok() const { return error_.empty(); }
-    const std::string& error() const { return error_; }
+    bool ok() const { return !failure_; }
+    const Failure& failure() const { return failure_; }
     const std::string& root() const { return root_; }
     std::string iniPath() const { return root_ + "\\product.ini"; }
     std::string logDir() const { return root_ + "\\Logs"; }
@@ -27,7 +29,7 @@ public:
 
 private:
     std::string root_;
-    std::string error_;
+    Failure failure_;
 };
 
 // The scratch installations of label that kvdiag made in the temporary

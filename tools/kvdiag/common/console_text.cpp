@@ -25,4 +25,9 @@ void PrintLine(const std::string& line, const char* prefix, FILE* out) {
     fprintf(out, "%s%s\n", prefix, shown.c_str());
 }
 
+int ReportFailure(const Failure& failure) {
+    PrintLine(failure.text(), "kvdiag: ", stderr);
+    return 1;
+}
+
 }  // namespace kvdiag

@@ -2,11 +2,15 @@
 // log may hold control characters, which would move the cursor, clear the
 // screen or change the console's colours and title; here they are shown as
 // \xNN instead, and a line longer than a screenful is cut with its length said.
+// Failures are printed here too, so that a file name or a value read from the
+// plant inside one is cleaned the same way.
 #pragma once
 
 #include <stdio.h>
 
 #include <string>
+
+#include "common/failure.h"
 
 namespace kvdiag {
 
@@ -20,5 +24,9 @@ inline std::string ShownLine(const std::string& text) { return ShownLine(text.da
 
 // Prints prefix, the shown line and a line end to out.
 void PrintLine(const std::string& line, const char* prefix = "", FILE* out = stdout);
+
+// Prints "kvdiag: <failure>" to stderr, cleaned as ShownLine; returns 1
+// (kExitFailed), so that a command can end with return ReportFailure(...).
+int ReportFailure(const Failure& failure);
 
 }  // namespace kvdiag

@@ -113,38 +113,32 @@ bool Holds(HCERTSTORE store, PCCERT_CONTEXT cert) {
 // anchor. The chain engine checks most of this too (Windows', and Wine's in
 // its way); it is done here again so that no refusal rests on one system's
 // engine, and so that a refusal names the certificate and the reason.
-// Returns the index of the anchor, or -1 with the reason.
-int WalkChain(const CERT_SIMPLE_CHAIN& chain, HCERTSTORE anchors, const std::string& trusted, std::string& error) {
+// Fails with the reason unless the walk reaches an anchor.
+Failure WalkChain(const CERT_SIMPLE_CHAIN& chain, HCERTSTORE anchors, const std::string& trusted) {
     for (DWORD i = 0; i < chain.cElement; ++i) {
         const PCCERT_CONTEXT cert = chain.rgpElement[i]->pCertContext;
         const LONG time = CertVerifyTimeValidity(nullptr, cert->pCertInfo);
-        if (time != 0) {
-            error = "certificate " + Quoted(cert) + " in the collector's chain " +
-                    (time < 0 ? "is not valid before " + Day(cert->pCertInfo->NotBefore)
-                              : "expired on " + Day(cert->pCertInfo->NotAfter));
-            return -1;
-        }
+        if (time != 0)
+            return Failure("certificate " + Quoted(cert) + " in the collector's chain " +
+                           (time < 0 ? "is not valid before " + Day(cert->pCertInfo->NotBefore)
+                                     : "expired on " + Day(cert->pCertInfo->NotAfter)));
         std::string why;
-        if (i > 0 && !MaySign(cert, i - 1, why)) {
-            error = "certificate " + Quoted(cert) + " in the collector's chain " + why;
-            return -1;
-        }
+        if (i > 0 && !MaySign(cert, i - 1, why))
+            return Failure("certificate " + Quoted(cert) + " in the collector's chain " + why);
         // The collector's own certificate is no authority, even when the CA
         // file holds it: an authority issues, it is not the one it vouches for.
-        if (i > 0 && Holds(anchors, cert)) return int(i);
+        if (i > 0 && Holds(anchors, cert)) return {};
         const PCCERT_CONTEXT issuer = i + 1 < chain.cElement ? chain.rgpElement[i + 1]->pCertContext : cert;
-        if (!SignedBy(cert, issuer)) {
-            error = i + 1 < chain.cElement
-                        ? "the signature of " + Quoted(cert) + " in the collector's chain does not verify"
-                        : "the collector's chain ends at " + Quoted(cert) + ", whose issuer the collector did not send and is not in " +
-                              trusted;
-            return -1;
-        }
+        if (!SignedBy(cert, issuer))
+            return Failure(i + 1 < chain.cElement
+                               ? "the signature of " + Quoted(cert) + " in the collector's chain does not verify"
+                               : "the collector's chain ends at " + Quoted(cert) +
+                                     ", whose issuer the collector did not send and is not in " + trusted);
     }
     const PCCERT_CONTEXT top = chain.rgpElement[chain.cElement - 1]->pCertContext;
-    error = chain.cElement == 1 ? "the collector's certificate " + Quoted(top) + " is self-signed, not issued by " + trusted
-                                : "the collector's chain ends at " + Quoted(top) + ", which is not in " + trusted;
-    return -1;
+    return Failure(chain.cElement == 1
+                       ? "the collector's certificate " + Quoted(top) + " is self-signed, not issued by " + trusted
+                       : "the collector's chain ends at " + Quoted(top) + ", which is not in " + trusted);
 }
 
 // The system's SSL policy for a server: trust, usage, dates and (for a DNS
@@ -169,19 +163,18 @@ DWORD SslPolicyError(PCCERT_CHAIN_CONTEXT chain, const std::string& host) {
 
 }  // namespace
 
-bool CheckServerCertificate(PCCERT_CONTEXT server, const std::string& caFile, const std::string& hostName,
-                            std::string& error) {
+Failure CheckServerCertificate(PCCERT_CONTEXT server, const std::string& caFile, const std::string& hostName) {
     if (!server) {
-        error = "the collector sent no certificate";
-        return false;
+        return Failure("the collector sent no certificate");
     }
     const bool ownAuthority = !caFile.empty();
-    CertStore anchors(ownAuthority ? LoadCertificateFile(caFile, error)
-                                   : CertOpenStore(CERT_STORE_PROV_SYSTEM_A, 0, 0,
-                                                   CERT_SYSTEM_STORE_LOCAL_MACHINE | CERT_STORE_READONLY_FLAG, "Root"));
-    if (!anchors) {
-        if (!ownAuthority) error = "cannot open this machine's trusted root certificates";
-        return false;
+    CertStore anchors(nullptr);
+    if (ownAuthority) {
+        if (Failure failure = LoadCertificateFile(caFile, anchors)) return failure;
+    } else {
+        anchors.reset(CertOpenStore(CERT_STORE_PROV_SYSTEM_A, 0, 0,
+                                    CERT_SYSTEM_STORE_LOCAL_MACHINE | CERT_STORE_READONLY_FLAG, "Root"));
+        if (!anchors) return Failure("cannot open this machine's trusted root certificates");
     }
     const std::string trusted = ownAuthority ? "the CA file " + caFile : "this machine's trusted roots";
     EngineOwner engine;
@@ -189,8 +182,7 @@ bool CheckServerCertificate(PCCERT_CONTEXT server, const std::string& caFile, co
     // What the collector sent, and the anchors where no exclusive engine holds them.
     CertStore extra(CertOpenStore(CERT_STORE_PROV_COLLECTION, 0, 0, 0, nullptr));
     if (!extra) {
-        error = "cannot make a certificate store";
-        return false;
+        return Failure("cannot make a certificate store");
     }
     if (server->hCertStore) CertAddStoreToCollection(extra.get(), server->hCertStore, 0, 0);
     if (ownAuthority) CertAddStoreToCollection(extra.get(), anchors.get(), 0, 1);
@@ -205,14 +197,12 @@ bool CheckServerCertificate(PCCERT_CONTEXT server, const std::string& caFile, co
     const HCERTCHAINENGINE chainEngine = engine.engine ? engine.engine : HCCE_LOCAL_MACHINE;
     if (!CertGetCertificateChain(chainEngine, server, nullptr, extra.get(), &para, kChainFlags, nullptr, &built.chain) ||
         !built.chain || built.chain->cChain == 0 || built.chain->rgpChain[0]->cElement == 0) {
-        error = "the system could not build the collector's certificate chain (" + Hex(GetLastError()) + ")";
-        return false;
+        return Failure("the system could not build the collector's certificate chain (" + Hex(GetLastError()) + ")");
     }
     const CERT_SIMPLE_CHAIN& chain = *built.chain->rgpChain[0];
-    if (WalkChain(chain, anchors.get(), trusted, error) < 0) return false;
+    if (Failure failure = WalkChain(chain, anchors.get(), trusted)) return failure;
     if (!CertificateNamesHost(server, hostName)) {
-        error = "the collector's certificate " + Quoted(server) + " does not name " + hostName;
-        return false;
+        return Failure("the collector's certificate " + Quoted(server) + " does not name " + hostName);
     }
     // The walk found one of the CA file's authorities in the chain. An engine
     // that does not take it as a root calls it an unknown root, or the chain
@@ -225,15 +215,13 @@ bool CheckServerCertificate(PCCERT_CONTEXT server, const std::string& caFile, co
     const DWORD ignored = CERT_TRUST_REVOCATION_STATUS_UNKNOWN | CERT_TRUST_IS_OFFLINE_REVOCATION;
     const DWORD trust = built.chain->TrustStatus.dwErrorStatus & ~(overruled | ignored);
     if (trust) {
-        error = "the system's chain engine refuses the collector's certificate chain (trust status " + Hex(trust) + ")";
-        return false;
+        return Failure("the system's chain engine refuses the collector's certificate chain (trust status " + Hex(trust) + ")");
     }
     const DWORD policy = SslPolicyError(built.chain, hostName);
     if (policy && !(overruled && (policy == DWORD(CERT_E_UNTRUSTEDROOT) || policy == DWORD(CERT_E_CHAINING)))) {
-        error = "the system's SSL policy refuses the collector's certificate: " + kv::platform::ErrorText(policy) + " (" + Hex(policy) + ")";
-        return false;
+        return Failure("the system's SSL policy refuses the collector's certificate: " + kv::platform::ErrorText(policy) + " (" + Hex(policy) + ")");
     }
-    return true;
+    return {};
 }
 
 }  // namespace kvdiag

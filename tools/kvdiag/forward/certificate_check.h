@@ -16,12 +16,13 @@
 
 #include <string>
 
+#include "common/failure.h"
+
 namespace kvdiag {
 
 // True when server (as the TLS provider received it, with the intermediates
-// the collector sent in its store) may be trusted for hostName; otherwise
-// false with the reason. caFile: PEM or DER, empty for the machine's roots.
-bool CheckServerCertificate(PCCERT_CONTEXT server, const std::string& caFile, const std::string& hostName,
-                            std::string& error);
+// the collector sent in its store) may be trusted for hostName; otherwise a
+// failure with the reason. caFile: PEM or DER, empty for the machine's roots.
+Failure CheckServerCertificate(PCCERT_CONTEXT server, const std::string& caFile, const std::string& hostName);
 
 }  // namespace kvdiag

@@ -45,16 +45,14 @@ int AddPemBlocks(HCERTSTORE store, const std::string& text, bool& damaged) {
 
 }  // namespace
 
-HCERTSTORE LoadCertificateFile(const std::string& path, std::string& error) {
+Failure LoadCertificateFile(const std::string& path, CertStore& loaded) {
     std::string bytes;
     if (const DWORD failure = kv::platform::ReadSmallFile(path, kMaxFileBytes, bytes)) {
-        error = "cannot read the CA file " + path + " (" + kv::platform::ErrorText(failure) + ")";
-        return nullptr;
+        return Failure("cannot read the CA file " + path, failure);
     }
     CertStore store(CertOpenStore(CERT_STORE_PROV_MEMORY, 0, 0, CERT_STORE_CREATE_NEW_FLAG, nullptr));
     if (!store) {
-        error = "cannot make a certificate store";
-        return nullptr;
+        return Failure("cannot make a certificate store");
     }
     bool damaged = false;
     const bool pem = bytes.find("-----BEGIN ") != std::string::npos;
@@ -63,10 +61,10 @@ HCERTSTORE LoadCertificateFile(const std::string& path, std::string& error) {
     // A bundle with one damaged block is refused whole: which authority the
     // engineer meant is then not certain.
     if (!added || damaged) {
-        error = "the CA file " + path + (damaged ? " holds a damaged certificate" : " holds no certificate");
-        return nullptr;
+        return Failure("the CA file " + path + (damaged ? " holds a damaged certificate" : " holds no certificate"));
     }
-    return store.release();
+    loaded.reset(store.release());
+    return {};
 }
 
 }  // namespace kvdiag

@@ -7,6 +7,8 @@
 
 #include <string>
 
+#include "common/failure.h"
+
 namespace kvdiag {
 
 // A certificate store held for the life of the object.
@@ -20,6 +22,10 @@ public:
     CertStore& operator=(const CertStore&) = delete;
     HCERTSTORE get() const { return store_; }
     explicit operator bool() const { return store_ != nullptr; }
+    void reset(HCERTSTORE store) {
+        if (store_) CertCloseStore(store_, 0);
+        store_ = store;
+    }
     HCERTSTORE release() {
         const HCERTSTORE store = store_;
         store_ = nullptr;
@@ -30,8 +36,8 @@ private:
     HCERTSTORE store_;
 };
 
-// Every certificate of the file in a memory store; null with the reason when
-// the file cannot be read or holds no certificate.
-HCERTSTORE LoadCertificateFile(const std::string& path, std::string& error);
+// Every certificate of the file, in a memory store put into loaded; fails
+// when the file cannot be read or holds no certificate.
+Failure LoadCertificateFile(const std::string& path, CertStore& loaded);
 
 }  // namespace kvdiag

@@ -13,7 +13,7 @@ constexpr DWORD kIoTimeoutMs = 30000;
 // Larger datagrams are cut: many collectors take no more over UDP.
 constexpr size_t kMaxDatagram = 8192;
 
-std::string SocketError(const char* what) { return std::string(what) + " (error " + std::to_string(WSAGetLastError()) + ")"; }
+Failure SocketFailure(const std::string& what) { return Failure(what, DWORD(WSAGetLastError())); }
 
 // Connects within the timeout, so that an unreachable host does not hold up
 // a stop for the twenty seconds a blocking connect may take.
@@ -49,17 +49,15 @@ CollectorLink::CollectorLink(const CollectorUrl& url, const std::string& caFile,
 
 CollectorLink::~CollectorLink() { Close(); }
 
-bool CollectorLink::Connect(std::string& error) {
+Failure CollectorLink::Connect() {
     Close();
     addrinfo hints{};
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = url_.stream() ? SOCK_STREAM : SOCK_DGRAM;
     addrinfo* found = nullptr;
     if (getaddrinfo(url_.host.c_str(), std::to_string(url_.port).c_str(), &hints, &found) != 0 || !found) {
-        error = SocketError(("cannot resolve " + url_.host).c_str());
-        return false;
+        return SocketFailure("cannot resolve " + url_.host);
     }
-    error = "cannot connect to " + url_.text;
     for (const addrinfo* a = found; a && socket_ == INVALID_SOCKET; a = a->ai_next) {
         SOCKET s = socket(a->ai_family, a->ai_socktype, a->ai_protocol);
         if (s == INVALID_SOCKET) continue;
@@ -69,32 +67,30 @@ bool CollectorLink::Connect(std::string& error) {
             closesocket(s);
     }
     freeaddrinfo(found);
-    if (socket_ == INVALID_SOCKET) return false;
+    if (socket_ == INVALID_SOCKET) return Failure("cannot connect to " + url_.text);
     const DWORD timeout = kIoTimeoutMs;
     setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<const char*>(&timeout), sizeof timeout);
     setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&timeout), sizeof timeout);
     if (url_.transport == CollectorUrl::Transport::Tls) {
         tls_.reset(new TlsSession);
-        if (!tls_->Start(socket_, url_.host, caFile_, error)) {
+        if (Failure failure = tls_->Start(socket_, url_.host, caFile_)) {
             tls_.reset();
             Close();
-            return false;
+            return failure;
         }
     }
-    error.clear();
-    return true;
+    return {};
 }
 
-bool CollectorLink::Send(const std::vector<std::string>& messages, std::string& error) {
+Failure CollectorLink::Send(const std::vector<std::string>& messages) {
     if (!connected()) {
-        error = "not connected";
-        return false;
+        return Failure("not connected");
     }
     if (!url_.stream()) {
         // Nothing tells whether a datagram arrived; a refused one only
         // shows as an error on a later send, which is ignored alike.
         for (const std::string& m : messages) send(socket_, m.data(), int(m.size() < kMaxDatagram ? m.size() : kMaxDatagram), 0);
-        return true;
+        return {};
     }
     std::string frames;
     for (const std::string& m : messages) {
@@ -108,26 +104,27 @@ bool CollectorLink::Send(const std::vector<std::string>& messages, std::string& 
             frames += '\n';
         }
         if (frames.size() < (1u << 20)) continue;
-        if (!SendBytes(frames, error)) return false;
+        if (Failure failure = SendBytes(frames)) return failure;
         frames.clear();
     }
-    return frames.empty() || SendBytes(frames, error);
+    return frames.empty() ? Failure() : SendBytes(frames);
 }
 
-bool CollectorLink::SendBytes(const std::string& bytes, std::string& error) {
-    bool sent = true;
+Failure CollectorLink::SendBytes(const std::string& bytes) {
+    Failure failure;
     if (tls_) {
-        sent = tls_->Send(socket_, bytes.data(), bytes.size(), error);
+        failure = tls_->Send(socket_, bytes.data(), bytes.size());
     } else {
+        bool sent = true;
         for (size_t done = 0; sent && done < bytes.size();) {
             const int n = send(socket_, bytes.data() + done, int(bytes.size() - done), 0);
             sent = n > 0;
             done += sent ? size_t(n) : 0;
         }
-        if (!sent) error = SocketError("the collector went away");
+        if (!sent) failure = SocketFailure("the collector went away");
     }
-    if (!sent) Close();
-    return sent;
+    if (failure) Close();
+    return failure;
 }
 
 bool CollectorLink::Alive() {

@@ -21,17 +21,17 @@ public:
     CollectorLink(const CollectorLink&) = delete;
     CollectorLink& operator=(const CollectorLink&) = delete;
 
-    bool Connect(std::string& error);
+    Failure Connect();
     bool connected() const { return socket_ != INVALID_SOCKET; }
-    // Sends the messages in order; false when the connection broke (it is then closed).
-    bool Send(const std::vector<std::string>& messages, std::string& error);
+    // Sends the messages in order; fails when the connection broke (it is then closed).
+    Failure Send(const std::vector<std::string>& messages);
     // A collector only ever listens: anything to read on a stream means it
     // closed or reset the connection. UDP is always "alive".
     bool Alive();
     void Close();
 
 private:
-    bool SendBytes(const std::string& bytes, std::string& error);
+    Failure SendBytes(const std::string& bytes);
 
     CollectorUrl url_;
     std::string caFile_;

@@ -5,7 +5,7 @@
 
 namespace kvdiag {
 
-bool ParseCollectorUrl(const std::string& text, CollectorUrl& url, std::string& error) {
+Failure ParseCollectorUrl(const std::string& text, CollectorUrl& url) {
     static const struct {
         const char* prefix;
         CollectorUrl::Transport transport;
@@ -22,8 +22,7 @@ bool ParseCollectorUrl(const std::string& text, CollectorUrl& url, std::string& 
         break;
     }
     if (rest.empty()) {
-        error = "the collector must be given as tcp://HOST[:PORT], udp://HOST[:PORT] or tls://HOST[:PORT]";
-        return false;
+        return Failure("the collector must be given as tcp://HOST[:PORT], udp://HOST[:PORT] or tls://HOST[:PORT]");
     }
     if (!rest.empty() && rest.back() == '/') rest.pop_back();
     constexpr long kSyslogPort = 514, kSyslogTlsPort = 6514;
@@ -42,12 +41,11 @@ bool ParseCollectorUrl(const std::string& text, CollectorUrl& url, std::string& 
     const long port = portText ? strtol(portText, &end, 10) : defaultPort;
     const bool portOk = !portText || (end && !*end && end != portText);
     if (host.empty() || host.find_first_of("/ []") != std::string::npos || !portOk || port < 1 || port > 65535) {
-        error = "'" + text + "' does not name a host and a port (1 to 65535)";
-        return false;
+        return Failure("'" + text + "' does not name a host and a port (1 to 65535)");
     }
     url.host = host;
     url.port = static_cast<unsigned short>(port);
-    return true;
+    return {};
 }
 
 }  // namespace kvdiag

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "common/failure.h"
+
 namespace kvdiag {
 
 struct CollectorUrl {
@@ -24,8 +26,8 @@ struct CollectorUrl {
 // such as syslog-ng's network() source, need).
 enum class Framing { OctetCounting, LineFeed };
 
-// False (with the reason) for anything but the three forms with a host and,
-// if given, a port of 1 to 65535.
-bool ParseCollectorUrl(const std::string& text, CollectorUrl& url, std::string& error);
+// Fails for anything but the three forms with a host and, if given, a port
+// of 1 to 65535.
+Failure ParseCollectorUrl(const std::string& text, CollectorUrl& url);
 
 }  // namespace kvdiag

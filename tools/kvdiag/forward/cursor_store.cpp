@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <stdio.h>
 
+#include "common/failure.h"
 #include "forward/state_file.h"
 #include "platform/file_replace.h"
 #include "platform/folder_listing.h"
@@ -83,7 +84,7 @@ SavedCursor CursorStore::Load(const std::string& logName) const {
     cursor.state = CursorState::Damaged;
     if (error == ERROR_FILE_TOO_LARGE) cursor.problem = "it is larger than a cursor can be";
     else if (error == kErrorStoppedOnLink) cursor.problem = "it is a link, which the forwarder does not follow";
-    else if (error) cursor.problem = "it cannot be read (error " + std::to_string(error) + ")";
+    else if (error) cursor.problem = Failure("it cannot be read", error).text();
     else if (Parse(text, cursor.position, cursor.problem)) cursor.state = CursorState::Loaded;
     if (cursor.state != CursorState::Loaded) cursor.position.clear();
     return cursor;

@@ -7,15 +7,14 @@
 
 namespace kvdiag {
 
-bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& options, std::string& error) {
+Failure ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& options) {
     options = ForwardOptions{};
     std::string url, framing;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
         const bool hasValue = i + 1 < args.size();
         if ((a == "--to" || a == "--ca" || a == "--state" || a == "--ini" || a == "--for" || a == "--max-record" || a == "--framing") && !hasValue) {
-            error = a + " needs a value";
-            return false;
+            return Failure(a + " needs a value");
         }
         if (a == "--to") {
             url = args[++i];
@@ -31,8 +30,7 @@ bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& o
             char* end = nullptr;
             options.seconds = strtod(args[++i].c_str(), &end);
             if (*end || !(options.seconds > 0)) {
-                error = "--for needs a number of seconds";
-                return false;
+                return Failure("--for needs a number of seconds");
             }
         } else if (a == "--max-record") {
             // Bytes, or with k kilobytes as collectors write it ("8k").
@@ -43,8 +41,7 @@ bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& o
             options.maxRecord = size_t(n) * (kilo ? 1024 : 1);
             if (end == value.c_str() || *(end + kilo) || n > (1u << 20) || options.maxRecord < kSmallestMaxRecord ||
                 options.maxRecord > (64u << 20)) {
-                error = "--max-record needs a size of " + std::to_string(kSmallestMaxRecord) + " bytes or more (8192, 8k)";
-                return false;
+                return Failure("--max-record needs a size of " + std::to_string(kSmallestMaxRecord) + " bytes or more (8192, 8k)");
             }
         } else if (a == "--all") {
             options.selection.allComponents = true;
@@ -55,45 +52,38 @@ bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& o
         } else if (a == "--status") {
             options.status = true;
         } else if (a.empty() || a[0] == '-') {
-            error = "unknown option '" + a + "'";
-            return false;
+            return Failure("unknown option '" + a + "'");
         } else {
             options.selection.components.push_back(a);
         }
     }
     if (options.stateFolder.empty()) options.stateFolder = DefaultStateFolder();
-    if (options.status) return true;
+    if (options.status) return {};
     if (url.empty()) {
-        error = "--to URL names the collector";
-        return false;
+        return Failure("--to URL names the collector");
     }
-    if (!ParseCollectorUrl(url, options.url, error)) return false;
+    if (Failure failure = ParseCollectorUrl(url, options.url)) return failure;
     // A datagram is cut at 8 KB on its way out (see CollectorLink).
     if (options.url.transport == CollectorUrl::Transport::Udp && options.maxRecord > kDefaultMaxRecord) {
-        error = "--max-record over udp:// is at most " + std::to_string(kDefaultMaxRecord) + " bytes";
-        return false;
+        return Failure("--max-record over udp:// is at most " + std::to_string(kDefaultMaxRecord) + " bytes");
     }
     if (!framing.empty() && _stricmp(framing.c_str(), "octet") != 0 && _stricmp(framing.c_str(), "lf") != 0) {
-        error = "--framing is octet (octet counting, the default) or lf (a line feed after each message)";
-        return false;
+        return Failure("--framing is octet (octet counting, the default) or lf (a line feed after each message)");
     }
     if (!framing.empty() && !options.url.stream()) {
-        error = "--framing is for tcp:// and tls:// collectors";
-        return false;
+        return Failure("--framing is for tcp:// and tls:// collectors");
     }
     if (_stricmp(framing.c_str(), "lf") == 0) options.framing = Framing::LineFeed;
     if (!options.caFile.empty() && options.url.transport != CollectorUrl::Transport::Tls) {
-        error = "--ca is for tls:// collectors";
-        return false;
+        return Failure("--ca is for tls:// collectors");
     }
     LogSelection& s = options.selection;
     if (s.allComponents && !s.components.empty()) {
-        error = "give components or --all, not both";
-        return false;
+        return Failure("give components or --all, not both");
     }
     // Nothing named: the debug log without a component.
     if (s.components.empty() && !s.allComponents && !s.system && !s.apps) s.components.push_back("");
-    return true;
+    return {};
 }
 
 std::string DefaultStateFolder() {

@@ -25,7 +25,8 @@ struct ForwardOptions {
     bool status = false;      // show the state of a forwarder instead
 };
 
-bool ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& options, std::string& error);
+// A failure names the first wrong argument (a usage error).
+Failure ParseForwardOptions(const std::vector<std::string>& args, ForwardOptions& options);
 
 // %ProgramData%\KvDiag\forward: a place every account (the service's too) shares.
 std::string DefaultStateFolder();

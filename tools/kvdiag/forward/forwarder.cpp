@@ -171,7 +171,7 @@ void Forwarder::SaveStatus(bool now) {
 
 int Forwarder::Run() {
     if (const DWORD error = kv::platform::CreateFolderTree(options_.stateFolder)) {
-        note_("cannot create the state folder " + options_.stateFolder + " (" + kv::platform::ErrorText(error) + ")");
+        note_(Failure("cannot create the state folder " + options_.stateFolder, error).text());
         return 1;
     }
     WinsockUse winsock;
@@ -207,10 +207,9 @@ int Forwarder::Run() {
             AddNewLogs(false);
             lastRescan = GetTickCount64();
         }
-        std::string error;
         if (!link_.connected()) {
-            if (!link_.Connect(error)) {
-                SetState("unreachable: " + error);
+            if (const Failure failure = link_.Connect()) {
+                SetState("unreachable: " + failure.text());
                 if (StopRequested(retryMs)) break;
                 retryMs = std::min(retryMs * 2, kLastRetryMs);
                 continue;
@@ -220,9 +219,9 @@ int Forwarder::Run() {
         }
         const std::vector<std::string> messages = Gather(stopping);
         if (!messages.empty()) {
-            if (!link_.Send(messages, error)) {
+            if (const Failure failure = link_.Send(messages)) {
                 Rewind();
-                SetState("unreachable: " + error);
+                SetState("unreachable: " + failure.text());
                 continue;
             }
             status_.messages += messages.size();

@@ -38,7 +38,7 @@ TlsSession::~TlsSession() {
     if (haveCredentials_) FreeCredentialsHandle(&credentials_);
 }
 
-bool TlsSession::Start(SOCKET socket, const std::string& serverName, const std::string& caFile, std::string& error) {
+Failure TlsSession::Start(SOCKET socket, const std::string& serverName, const std::string& caFile) {
     serverName_ = serverName;
     caFile_ = caFile;
     SCHANNEL_CRED cred{};
@@ -52,39 +52,34 @@ bool TlsSession::Start(SOCKET socket, const std::string& serverName, const std::
     SECURITY_STATUS status = AcquireCredentialsHandleA(nullptr, const_cast<char*>(UNISP_NAME_A), SECPKG_CRED_OUTBOUND,
                                                        nullptr, &cred, nullptr, nullptr, &credentials_, nullptr);
     if (status != SEC_E_OK) {
-        error = "the system's TLS provider gave no credentials (" + Hex(status) + ")";
-        return false;
+        return Failure("the system's TLS provider gave no credentials (" + Hex(status) + ")");
     }
     haveCredentials_ = true;
-    if (!Handshake(socket, error)) return false;
+    if (Failure failure = Handshake(socket)) return failure;
     // A provider that gave the certificate only now: still before any record is sent.
-    if (!collectorChecked_ && !CheckCollector(true, error)) return false;
+    if (!collectorChecked_)
+        if (Failure failure = CheckCollector(true)) return failure;
     status = QueryContextAttributesA(&context_, SECPKG_ATTR_STREAM_SIZES, &sizes_);
     if (status != SEC_E_OK) {
-        error = "the TLS session gave no record sizes (" + Hex(status) + ")";
-        return false;
+        return Failure("the TLS session gave no record sizes (" + Hex(status) + ")");
     }
-    return true;
+    return {};
 }
 
 // Checks the collector's certificate once the provider has it. Checked
 // before the client's last handshake message leaves, a refused collector
 // never gets a session at all, let alone a record.
-bool TlsSession::CheckCollector(bool mustHave, std::string& error) {
+Failure TlsSession::CheckCollector(bool mustHave) {
     PCCERT_CONTEXT server = nullptr;
     const SECURITY_STATUS status = QueryContextAttributesA(&context_, SECPKG_ATTR_REMOTE_CERT_CONTEXT, &server);
-    if (status != SEC_E_OK || !server) {
-        if (mustHave) error = "the collector sent no certificate";
-        return !mustHave;
-    }
+    if (status != SEC_E_OK || !server) return mustHave ? Failure("the collector sent no certificate") : Failure();
     collectorChecked_ = true;
-    const bool trusted = CheckServerCertificate(server, caFile_, serverName_, error);
+    const Failure refusal = CheckServerCertificate(server, caFile_, serverName_);
     CertFreeCertificateContext(server);
-    if (!trusted) error = "refused: " + error;
-    return trusted;
+    return refusal ? Failure("refused: " + refusal.text()) : Failure();
 }
 
-bool TlsSession::Handshake(SOCKET socket, std::string& error) {
+Failure TlsSession::Handshake(SOCKET socket) {
     std::vector<char> in;
     bool needInput = false;
     for (int round = 0; round < 64; ++round) {
@@ -92,8 +87,7 @@ bool TlsSession::Handshake(SOCKET socket, std::string& error) {
             char chunk[16384];
             const int got = recv(socket, chunk, sizeof chunk, 0);
             if (got <= 0) {
-                error = "the collector ended the TLS handshake";
-                return false;
+                return Failure("the collector ended the TLS handshake");
             }
             in.insert(in.end(), chunk, chunk + got);
         }
@@ -106,26 +100,26 @@ bool TlsSession::Handshake(SOCKET socket, std::string& error) {
             &credentials_, haveContext_ ? &context_ : nullptr, const_cast<char*>(serverName_.c_str()), kContextFlags, 0, 0,
             haveContext_ ? &inDesc : nullptr, 0, haveContext_ ? nullptr : &context_, &outDesc, &attributes, nullptr);
         haveContext_ = true;
-        if (!collectorChecked_ && (status == SEC_E_OK || status == SEC_I_CONTINUE_NEEDED) && !CheckCollector(false, error)) {
-            if (outBuffer.pvBuffer) FreeContextBuffer(outBuffer.pvBuffer);
-            return false;
+        if (!collectorChecked_ && (status == SEC_E_OK || status == SEC_I_CONTINUE_NEEDED)) {
+            if (Failure refusal = CheckCollector(false)) {
+                if (outBuffer.pvBuffer) FreeContextBuffer(outBuffer.pvBuffer);
+                return refusal;
+            }
         }
         if (outBuffer.pvBuffer) {
             const bool sent = !outBuffer.cbBuffer || SendAll(socket, static_cast<char*>(outBuffer.pvBuffer), outBuffer.cbBuffer);
             FreeContextBuffer(outBuffer.pvBuffer);
             if (!sent) {
-                error = "the collector went away during the TLS handshake";
-                return false;
+                return Failure("the collector went away during the TLS handshake");
             }
         }
-        if (status == SEC_E_OK) return true;  // the collector sends nothing after it
+        if (status == SEC_E_OK) return {};  // the collector sends nothing after it
         if (status == SEC_E_INCOMPLETE_MESSAGE) {
             needInput = true;
             continue;
         }
         if (status != SEC_I_CONTINUE_NEEDED) {
-            error = "TLS handshake failed (" + Hex(status) + ")";
-            return false;
+            return Failure("TLS handshake failed (" + Hex(status) + ")");
         }
         // What the provider did not use yet stays for the next round.
         if (inBuffers[1].BufferType == SECBUFFER_EXTRA && inBuffers[1].cbBuffer) {
@@ -136,11 +130,10 @@ bool TlsSession::Handshake(SOCKET socket, std::string& error) {
             needInput = true;
         }
     }
-    error = "TLS handshake did not finish";
-    return false;
+    return Failure("TLS handshake did not finish");
 }
 
-bool TlsSession::Send(SOCKET socket, const char* data, size_t size, std::string& error) {
+Failure TlsSession::Send(SOCKET socket, const char* data, size_t size) {
     std::vector<char> record(sizes_.cbHeader + sizes_.cbMaximumMessage + sizes_.cbTrailer);
     while (size) {
         const ULONG part = ULONG(size < sizes_.cbMaximumMessage ? size : sizes_.cbMaximumMessage);
@@ -152,17 +145,15 @@ bool TlsSession::Send(SOCKET socket, const char* data, size_t size, std::string&
         SecBufferDesc desc{SECBUFFER_VERSION, 4, buffers};
         const SECURITY_STATUS status = EncryptMessage(&context_, 0, &desc, 0);
         if (status != SEC_E_OK) {
-            error = "TLS encryption failed (" + Hex(status) + ")";
-            return false;
+            return Failure("TLS encryption failed (" + Hex(status) + ")");
         }
         if (!SendAll(socket, record.data(), buffers[0].cbBuffer + buffers[1].cbBuffer + buffers[2].cbBuffer)) {
-            error = "the collector went away";
-            return false;
+            return Failure("the collector went away");
         }
         data += part;
         size -= part;
     }
-    return true;
+    return {};
 }
 
 void TlsSession::Shutdown(SOCKET socket) {

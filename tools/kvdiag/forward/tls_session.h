@@ -9,6 +9,8 @@
 
 #include <string>
 
+#include "common/failure.h"
+
 namespace kvdiag {
 
 class TlsSession {
@@ -22,16 +24,16 @@ public:
     // CheckServerCertificate (with caFile's authorities, or the machine's
     // roots when it is empty) before the handshake ends; a refused one ends
     // it with "refused: " and the reason.
-    bool Start(SOCKET socket, const std::string& serverName, const std::string& caFile, std::string& error);
+    Failure Start(SOCKET socket, const std::string& serverName, const std::string& caFile);
     // Encrypts and sends all of data.
-    bool Send(SOCKET socket, const char* data, size_t size, std::string& error);
+    Failure Send(SOCKET socket, const char* data, size_t size);
     // Tells the collector the session ends (close_notify), best effort.
     void Shutdown(SOCKET socket);
 
 private:
-    bool Handshake(SOCKET socket, std::string& error);
-    // False when the collector's certificate is refused, or (mustHave) not there.
-    bool CheckCollector(bool mustHave, std::string& error);
+    Failure Handshake(SOCKET socket);
+    // Fails when the collector's certificate is refused, or (mustHave) not there.
+    Failure CheckCollector(bool mustHave);
 
     CredHandle credentials_{};
     CtxtHandle context_{};

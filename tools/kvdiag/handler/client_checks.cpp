@@ -17,47 +17,40 @@ DWORD AttributesOf(const std::string& path) { return GetFileAttributesA(path.c_s
 
 }  // namespace
 
-bool IsLocalPath(const std::string& path, std::string& reason) {
+Failure IsLocalPath(const std::string& path) {
     char full[MAX_PATH];
     const DWORD length = StartsAsLocal(path.c_str()) ? GetFullPathNameA(path.c_str(), sizeof full, full, nullptr) : 0;
     const char root[] = {path.empty() ? '?' : path[0], ':', '\\', 0};
     const UINT drive = GetDriveTypeA(root);
     if (length == 0 || length >= sizeof full || !StartsAsLocal(full))
-        reason = "\"" + path + "\" is not a full local path";
-    else if (drive == DRIVE_REMOTE)
-        reason = "\"" + path + "\" is on a network drive";
-    else if (drive == DRIVE_NO_ROOT_DIR || drive == DRIVE_UNKNOWN)
-        reason = "\"" + path + "\" is on no drive of this machine";
-    else
-        return true;
-    return false;
+        return Failure("\"" + path + "\" is not a full local path");
+    if (drive == DRIVE_REMOTE) return Failure("\"" + path + "\" is on a network drive");
+    if (drive == DRIVE_NO_ROOT_DIR || drive == DRIVE_UNKNOWN)
+        return Failure("\"" + path + "\" is on no drive of this machine");
+    return {};
 }
 
-bool ClientLogFolder(const std::string& iniPath, std::string& folder, std::string& reason) {
-    if (!IsLocalPath(iniPath, reason)) return false;
+Failure ClientLogFolder(const std::string& iniPath, std::string& folder) {
+    if (Failure failure = IsLocalPath(iniPath)) return failure;
     const DWORD ini = AttributesOf(iniPath);
     if (ini == INVALID_FILE_ATTRIBUTES || (ini & FILE_ATTRIBUTE_DIRECTORY)) {
-        reason = "the INI file \"" + iniPath + "\" does not exist";
-        return false;
+        return Failure("the INI file \"" + iniPath + "\" does not exist");
     }
     char logs[MAX_PATH] = "";
     GetPrivateProfileStringA("KVEDIT", "LOGS", "", logs, sizeof logs, iniPath.c_str());
     folder = logs;
     if (folder.empty()) {
-        reason = "the INI file \"" + iniPath + "\" names no log folder";
-        return false;
+        return Failure("the INI file \"" + iniPath + "\" names no log folder");
     }
-    if (!IsLocalPath(folder, reason)) return false;
+    if (Failure failure = IsLocalPath(folder)) return failure;
     const DWORD attributes = AttributesOf(folder);
     if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY)) {
-        reason = "the log folder \"" + folder + "\" does not exist";
-        return false;
+        return Failure("the log folder \"" + folder + "\" does not exist");
     }
     if (attributes & FILE_ATTRIBUTE_REPARSE_POINT) {
-        reason = "the log folder \"" + folder + "\" is a link";
-        return false;
+        return Failure("the log folder \"" + folder + "\" is a link");
     }
-    return true;
+    return {};
 }
 
 HANDLE DuplicateClientEvent(HANDLE process, uint64_t value) {

@@ -9,6 +9,8 @@
 
 #include <string>
 
+#include "common/failure.h"
+
 namespace kvdiag {
 
 // True when path is a full path on a local drive: a drive letter and ":\",
@@ -16,13 +18,13 @@ namespace kvdiag {
 // when made full (a device name such as "C:\x\CON" becomes "\\.\CON"). UNC
 // and device paths (\\server\share, \\?\, \\.\) are refused, so that the
 // handler never authenticates to another machine on a client's word.
-bool IsLocalPath(const std::string& path, std::string& reason);
+Failure IsLocalPath(const std::string& path);
 
 // The log folder ("LOGS" of "KVEDIT") of a client's INI file: the INI file a
 // local file, the folder a full local path to an existing folder that is not
-// a link. The handler creates nothing on a client's word. False with the
+// a link. The handler creates nothing on a client's word. Fails with the
 // reason otherwise.
-bool ClientLogFolder(const std::string& iniPath, std::string& folder, std::string& reason);
+Failure ClientLogFolder(const std::string& iniPath, std::string& folder);
 
 // A handle value of the client's, duplicated out of the process with the
 // access an event needs; null unless it is an event.

@@ -121,8 +121,8 @@ void ReadDump(const std::string& dumpPath, CrashEvent& event) {
 // handler's own checks (a local, existing folder, not a link), else the
 // folder the handler wrote the dump into; nothing else a client names.
 std::string EventFolder(const std::string& iniPath, const std::string& dumpPath) {
-    std::string folder, reason;
-    if (!iniPath.empty() && ClientLogFolder(iniPath, folder, reason)) return folder;
+    std::string folder;
+    if (!iniPath.empty() && !ClientLogFolder(iniPath, folder)) return folder;
     const size_t slash = dumpPath.find_last_of('\\');
     return slash == std::string::npos ? std::string() : dumpPath.substr(0, slash);
 }
@@ -171,9 +171,11 @@ void RecordDumpEvent(const char* kind, HANDLE process, unsigned long pid, const 
         ReadDump(dump, event);
     }
     const std::string folder = EventFolder(iniPath, dump);
-    if (folder.empty() || !Append(folder, EventLine(event)))
-        HandlerSay("process %lu: its %s event could not be written to %s in \"%s\" (error %lu)", pid, kind,
-                   kCrashEventsFile, folder.c_str(), GetLastError());
+    if (folder.empty() || !Append(folder, EventLine(event))) {
+        const Failure failure = Failure::FromLastError("its " + std::string(kind) + " event could not be written to " +
+                                                       kCrashEventsFile + " in \"" + folder + "\"");
+        HandlerSay("process %lu: %s", pid, failure.text().c_str());
+    }
 }
 
 bool ParseCrashEvent(const std::string& text, CrashEvent& event) {

@@ -67,10 +67,10 @@ void TakeCrash(const RegisteredClient& c) {
         return;
     }
     SetEvent(c.started.get());
-    std::string folder, reason;
-    if (!ClientLogFolder(c.iniPath, folder, reason)) {
+    std::string folder;
+    if (const Failure refusal = ClientLogFolder(c.iniPath, folder)) {
         HandlerSay("process %lu: thread %lu crashed; no dump from here: %s", Id(c.processId),
-                   static_cast<unsigned long>(block.crashingThread), reason.c_str());
+                   static_cast<unsigned long>(block.crashingThread), refusal.text().c_str());
         Answer(c, kv::kCrashRefusedByHandler, 0);
         return;
     }
@@ -153,36 +153,30 @@ std::string Bounded(const char (&text)[MAX_PATH]) { return std::string(text, str
 ULONGLONG Ticks(const FILETIME& time) { return (ULONGLONG(time.dwHighDateTime) << 32) | time.dwLowDateTime; }
 
 // Everything but the process's own identity, which the caller checked.
-bool CheckRegistration(const kv::CrashRegistration& r, const FILETIME& connected, RegisteredClient& c,
-                       std::string& refusal) {
+Failure CheckRegistration(const kv::CrashRegistration& r, const FILETIME& connected, RegisteredClient& c) {
     c.componentName = Bounded(r.componentName);
     c.iniPath = Bounded(r.iniPath);
+    if (!FileNameGenerator::IsComponentName(c.componentName))
+        return Failure("the component name \"" + c.componentName.substr(0, 100) + "\" is not a plain name");
     std::string folder;
+    if (Failure refusal = ClientLogFolder(c.iniPath, folder)) return refusal;
+    if (!c.process) return Failure("the process cannot be opened");
+    if (!kv::OfOwnAccountSessionAndLevel(c.process.get()))
+        return Failure("the process runs under another account, session or integrity level");
     FILETIME created{}, unused[3];
-    if (!FileNameGenerator::IsComponentName(c.componentName)) {
-        refusal = "the component name \"" + c.componentName.substr(0, 100) + "\" is not a plain name";
-    } else if (!ClientLogFolder(c.iniPath, folder, refusal)) {
-    } else if (!c.process) {
-        refusal = "the process cannot be opened";
-    } else if (!kv::OfOwnAccountSessionAndLevel(c.process.get())) {
-        refusal = "the process runs under another account, session or integrity level";
-    } else if (!GetProcessTimes(c.process.get(), &created, &unused[0], &unused[1], &unused[2]) ||
-               Ticks(created) > Ticks(connected)) {
-        // Its id was taken again by a process started after the connection.
-        refusal = "the process was started after the connection was made";
-    } else if (!(c.request && c.started && c.done && c.watchChanged)) {
-        refusal = "its handles are not four events of its own";
-    } else if (!IsClientData(c.process.get(), r.block, sizeof(kv::CrashBlock))) {
-        refusal = "its crash block is not writable data of its own";
-    } else {
-        return true;
-    }
-    return false;
+    if (!GetProcessTimes(c.process.get(), &created, &unused[0], &unused[1], &unused[2]) ||
+        Ticks(created) > Ticks(connected))  // its id was taken again by a process started after the connection
+        return Failure("the process was started after the connection was made");
+    if (!(c.request && c.started && c.done && c.watchChanged))
+        return Failure("its handles are not four events of its own");
+    if (!IsClientData(c.process.get(), r.block, sizeof(kv::CrashBlock)))
+        return Failure("its crash block is not writable data of its own");
+    return {};
 }
 
 }  // namespace
 
-bool ServeClient(const kv::CrashRegistration& r, const FILETIME& connected, std::string& refusal) {
+Failure ServeClient(const kv::CrashRegistration& r, const FILETIME& connected) {
     auto c = std::make_unique<RegisteredClient>();
     c->processId = r.processId;
     *c->process.put() = OpenProcess(kClientAccess, FALSE, r.processId);
@@ -192,7 +186,7 @@ bool ServeClient(const kv::CrashRegistration& r, const FILETIME& connected, std:
         *c->done.put() = DuplicateClientEvent(c->process.get(), r.doneEvent);
         *c->watchChanged.put() = DuplicateClientEvent(c->process.get(), r.watchEvent);
     }
-    if (!CheckRegistration(r, connected, *c, refusal)) return false;
+    if (Failure refusal = CheckRegistration(r, connected, *c)) return refusal;
     c->block = r.block;
     HandlerSay("process %lu registered (component \"%s\", %s)", Id(r.processId), c->componentName.c_str(),
                c->iniPath.c_str());
@@ -200,11 +194,10 @@ bool ServeClient(const kv::CrashRegistration& r, const FILETIME& connected, std:
     const kv::platform::KernelHandle thread(CreateThread(nullptr, 0, Serve, c.get(), 0, nullptr));
     if (!thread) {
         InterlockedDecrement(&clients);
-        refusal = "the handler cannot start a thread for it (" + kv::platform::ErrorText(GetLastError()) + ")";
-        return false;
+        return Failure::FromLastError("the handler cannot start a thread for it");
     }
     c.release();
-    return true;
+    return {};
 }
 
 long ClientCount() { return InterlockedCompareExchange(&clients, 0, 0); }

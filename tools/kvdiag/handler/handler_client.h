@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "common/failure.h"
 #include "crash/crash_handler_protocol.h"
 #include "platform/owned_handle.h"
 
@@ -32,8 +33,8 @@ struct RegisteredClient {
 // Takes a registration that came from process registration.processId
 // (checked on the pipe by the caller), connected at `connected`: opens the
 // process, checks the registration and starts the thread that waits for the
-// client's crash or its end. False with the reason when it is refused.
-bool ServeClient(const kv::CrashRegistration& registration, const FILETIME& connected, std::string& refusal);
+// client's crash or its end. Fails with the reason when it is refused.
+Failure ServeClient(const kv::CrashRegistration& registration, const FILETIME& connected);
 
 // Clients registered and not yet ended.
 long ClientCount();

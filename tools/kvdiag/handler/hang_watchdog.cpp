@@ -115,9 +115,9 @@ void HangWatchdog::ReportHang(const RegisteredClient& client, Thread& t, ULONGLO
              static_cast<unsigned long>(t.threadId), ProgramName(client).c_str(), Id(client.processId),
              named ? ", component " : "", client.componentName.c_str(), static_cast<unsigned long>(silentMs / 1000),
              static_cast<unsigned long>(t.seconds));
-    std::string folder, reason;
-    if (!ClientLogFolder(client.iniPath, folder, reason)) {
-        HandlerSay("process %lu: %s; no hang dump from here: %s", Id(client.processId), note, reason.c_str());
+    std::string folder;
+    if (const Failure refusal = ClientLogFolder(client.iniPath, folder)) {
+        HandlerSay("process %lu: %s; no hang dump from here: %s", Id(client.processId), note, refusal.text().c_str());
         return;
     }
     HandlerSay("process %lu: %s: writing a hang dump", Id(client.processId), note);

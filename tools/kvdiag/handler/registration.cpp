@@ -19,17 +19,17 @@ void ServeConnection(HANDLE pipe, const FILETIME& connected) {
         return;
     }
     kv::CrashRegistrationReply reply{kv::kCrashHandlerProtocol, 0, ""};
-    std::string refusal;
+    Failure refusal;
     if (registration.protocol != kv::kCrashHandlerProtocol)
-        refusal = "protocol " + std::to_string(registration.protocol) + ", this handler speaks " +
-                  std::to_string(kv::kCrashHandlerProtocol);
+        refusal = Failure("protocol " + std::to_string(registration.protocol) + ", this handler speaks " +
+                          std::to_string(kv::kCrashHandlerProtocol));
     else if (clientId == 0 || registration.processId != clientId)
-        refusal = "it registers process " + std::to_string(registration.processId) + ", not itself";
-    else if (ServeClient(registration, connected, refusal))
+        refusal = Failure("it registers process " + std::to_string(registration.processId) + ", not itself");
+    else if (!(refusal = ServeClient(registration, connected)))
         reply.handlerProcessId = GetCurrentProcessId();
-    if (!refusal.empty()) {
-        HandlerSay("process %lu refused: %s", static_cast<unsigned long>(clientId), refusal.c_str());
-        snprintf(reply.refusal, sizeof reply.refusal, "%s", refusal.c_str());
+    if (refusal) {
+        HandlerSay("process %lu refused: %s", static_cast<unsigned long>(clientId), refusal.text().c_str());
+        snprintf(reply.refusal, sizeof reply.refusal, "%s", refusal.text().c_str());
     }
     // Disconnecting discards what the client has not read yet: the reply is
     // left until the client closes its end (the read below then fails at

@@ -17,15 +17,21 @@
 
 namespace kvdiag {
 
-bool LastLines(const std::string& path, int count, std::vector<std::string>& lines, unsigned long& error) {
+namespace {
+
+Failure CannotRead(const std::string& path, DWORD error) {
+    return Failure("cannot read " + path, error)
+        .Note(error == ERROR_SHARING_VIOLATION ? "held by a program that shares it with nobody" : "");
+}
+
+}  // namespace
+
+Failure LastLines(const std::string& path, int count, std::vector<std::string>& lines) {
     lines.clear();
     const kv::platform::FileHandle file(CreateFileA(path.c_str(), GENERIC_READ,
                                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                                     OPEN_EXISTING, 0, nullptr));
-    if (!file) {
-        error = GetLastError();
-        return false;
-    }
+    if (!file) return CannotRead(path, GetLastError());
     // Read backwards a block at a time until count line ends precede the
     // last line (or the file's start): a long log costs only its tail, and
     // at most kMaxTailBytes (the first line shown may then be cut).
@@ -35,7 +41,7 @@ bool LastLines(const std::string& path, int count, std::vector<std::string>& lin
     std::vector<std::string> blocks;  // newest first
     int64_t start = size.QuadPart;
     size_t lineEnds = 0;  // in what was read, not counting the file's last byte
-    bool ok = true;
+    DWORD error = 0;
     while (start > 0 && count > 0 && lineEnds < size_t(count) && size.QuadPart - start < kMaxTailBytes) {
         const int64_t length = start < kBlock ? start : kBlock;
         start -= length;
@@ -46,7 +52,6 @@ bool LastLines(const std::string& path, int count, std::vector<std::string>& lin
         if (!SetFilePointerEx(file.get(), at, nullptr, FILE_BEGIN) ||
             !ReadFile(file.get(), &block[0], DWORD(length), &got, nullptr)) {
             error = GetLastError();
-            ok = false;
             break;
         }
         block.resize(got);
@@ -56,7 +61,7 @@ bool LastLines(const std::string& path, int count, std::vector<std::string>& lin
     }
     std::string tail;
     for (auto it = blocks.rbegin(); it != blocks.rend(); ++it) tail += *it;
-    if (!ok) return false;
+    if (error) return CannotRead(path, error);
     std::deque<std::string> found;
     size_t from = 0;
     while (from < tail.size()) {
@@ -70,7 +75,7 @@ bool LastLines(const std::string& path, int count, std::vector<std::string>& lin
     // The first piece may be a line cut at the block's start: only whole lines count.
     while (found.size() > size_t(count)) found.pop_front();
     lines.assign(found.begin(), found.end());
-    return true;
+    return {};
 }
 
 std::vector<std::string> DebugLogChain(const std::string& component) {

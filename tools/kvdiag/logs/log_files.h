@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "common/failure.h"
+
 namespace kvdiag {
 
 // The most of a file's end that is read for its last lines or its last
@@ -11,8 +13,8 @@ namespace kvdiag {
 // disk image) or one without line ends must not fill the memory.
 constexpr long long kMaxTailBytes = 64LL * 1024 * 1024;
 // The last count lines of a file, without their line ends, read from its
-// end; false with the Win32 error when the file cannot be opened or read.
-bool LastLines(const std::string& path, int count, std::vector<std::string>& lines, unsigned long& error);
+// end; fails (with the system's error) when the file cannot be opened or read.
+Failure LastLines(const std::string& path, int count, std::vector<std::string>& lines);
 // The live debug log of a component ("" for none) and its history files
 // 1..10; empty when the log folder cannot be found or created.
 std::vector<std::string> DebugLogChain(const std::string& component);

@@ -5,13 +5,9 @@ namespace kvdiag {
 SharedFile::SharedFile(const std::string& path) {
     handle_.reset(CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                               nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!handle_) {
-        error_ = GetLastError();
-        return;
-    }
+    if (!handle_) return;
     BY_HANDLE_FILE_INFORMATION info;
     if (!GetFileInformationByHandle(handle_.get(), &info)) {
-        error_ = GetLastError();
         handle_.reset();
         return;
     }

@@ -27,7 +27,6 @@ public:
     SharedFile& operator=(SharedFile&&) = delete;
 
     bool opened() const { return handle_.valid(); }
-    DWORD error() const { return error_; }  // why it did not open
     HANDLE handle() const { return handle_.get(); }
     const FileIdentity& identity() const { return identity_; }
     uint64_t size() const { return size_; }            // when it was opened
@@ -40,7 +39,6 @@ public:
 
 private:
     kv::platform::FileHandle handle_;
-    DWORD error_ = 0;
     FileIdentity identity_;
     uint64_t size_ = 0;
     FILETIME lastWrite_{};

@@ -71,16 +71,13 @@ bool IsTrusted(PSID sid) {
 // The accounts other than the trusted ones that hold a right that counts on
 // path, joined with ", "; "" when there are none. Deny entries are not
 // weighed: a folder that needs one to be safe is refused all the same.
-bool OthersWhoCanWrite(const std::string& path, Role role, std::string& who, std::string& error) {
+Failure OthersWhoCanWrite(const std::string& path, Role role, std::string& who) {
     PSID owner = nullptr;
     PACL dacl = nullptr;
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     const DWORD status = GetNamedSecurityInfoA(path.c_str(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION,
                                                &owner, nullptr, &dacl, nullptr, &descriptor);
-    if (status != ERROR_SUCCESS) {
-        error = "cannot read the access list of " + path + " (error " + std::to_string(status) + ")";
-        return false;
-    }
+    if (status != ERROR_SUCCESS) return Failure("cannot read the access list of " + path, status);
     const DWORD counted = RightsThatCount(role);
     std::vector<std::string> names;
     const auto add = [&](PSID sid) {
@@ -111,23 +108,23 @@ bool OthersWhoCanWrite(const std::string& path, Role role, std::string& who, std
     LocalFree(descriptor);
     who.clear();
     for (const std::string& name : names) who += (who.empty() ? "" : ", ") + name;
-    return true;
+    return {};
 }
 
-std::string Problem(const std::string& path, Role role) {
-    std::string who, error;
-    if (!OthersWhoCanWrite(path, role, who, error)) return error;
+Failure Problem(const std::string& path, Role role) {
+    std::string who;
+    if (Failure failure = OthersWhoCanWrite(path, role, who)) return failure;
     if (who.empty()) return {};
     const char* what = role == Role::File ? "file" : "folder";
-    return std::string(what) + " " + path + (role == Role::Above ? " (above the one used)" : "") + " can be " +
-           (role == Role::Above ? "changed" : "written") + " by " + who + ", not only by administrators and SYSTEM";
+    return Failure(std::string(what) + " " + path + (role == Role::Above ? " (above the one used)" : "") + " can be " +
+                   (role == Role::Above ? "changed" : "written") + " by " + who +
+                   ", not only by administrators and SYSTEM");
 }
 
-std::string AboveProblem(std::string path) {
+Failure AboveProblem(std::string path) {
     for (size_t slash = path.find_last_of('\\'); slash != std::string::npos && slash > 2; slash = path.find_last_of('\\')) {
         path.resize(slash);  // up to the folder below the drive's root, which cannot be renamed
-        const std::string problem = Problem(path, Role::Above);
-        if (!problem.empty()) return problem;
+        if (Failure problem = Problem(path, Role::Above)) return problem;
     }
     return {};
 }
@@ -142,33 +139,33 @@ std::string FullPath(const std::string& path) {
 
 }  // namespace
 
-std::string ServiceFolderProblem(const std::string& given, bool withPrograms) {
+Failure ServiceFolderProblem(const std::string& given, bool withPrograms) {
     const std::string folder = FullPath(given);
     const DWORD attributes = GetFileAttributesA(folder.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY))
-        return "the folder " + folder + " is not there";
+        return Failure("the folder " + folder + " is not there");
     // A junction or link would lead the service to another folder than the one checked.
-    if (attributes & FILE_ATTRIBUTE_REPARSE_POINT) return "the folder " + folder + " is a link to another place";
-    std::string problem = Problem(folder, Role::Folder);
-    if (problem.empty() && withPrograms) {
+    if (attributes & FILE_ATTRIBUTE_REPARSE_POINT) return Failure("the folder " + folder + " is a link to another place");
+    Failure problem = Problem(folder, Role::Folder);
+    if (!problem && withPrograms) {
         kv::platform::VisitFolder(folder, "*", [&](const WIN32_FIND_DATAA& found) {
             const char* dot = strrchr(found.cFileName, '.');
             if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && dot && (!_stricmp(dot, ".exe") || !_stricmp(dot, ".dll")))
                 problem = Problem(folder + "\\" + found.cFileName, Role::File);
-            return problem.empty();
+            return !problem;
         });
     }
-    return problem.empty() ? AboveProblem(folder) : problem;
+    return problem ? problem : AboveProblem(folder);
 }
 
-std::string ServiceFileProblem(const std::string& given) {
+Failure ServiceFileProblem(const std::string& given) {
     const std::string file = FullPath(given);
     const DWORD attributes = GetFileAttributesA(file.c_str());
-    if (attributes == INVALID_FILE_ATTRIBUTES) return "the file " + file + " is not there";
-    if (attributes & FILE_ATTRIBUTE_REPARSE_POINT) return "the file " + file + " is a link to another place";
-    std::string problem = Problem(file, Role::File);
-    if (problem.empty()) problem = Problem(file.substr(0, file.find_last_of('\\')), Role::Folder);
-    return problem.empty() ? AboveProblem(file.substr(0, file.find_last_of('\\'))) : problem;
+    if (attributes == INVALID_FILE_ATTRIBUTES) return Failure("the file " + file + " is not there");
+    if (attributes & FILE_ATTRIBUTE_REPARSE_POINT) return Failure("the file " + file + " is a link to another place");
+    Failure problem = Problem(file, Role::File);
+    if (!problem) problem = Problem(file.substr(0, file.find_last_of('\\')), Role::Folder);
+    return problem ? problem : AboveProblem(file.substr(0, file.find_last_of('\\')));
 }
 
 DWORD CreateProtectedFolder(const std::string& given) {

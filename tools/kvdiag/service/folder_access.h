@@ -16,15 +16,17 @@
 #include <string>
 #include <vector>
 
+#include "common/failure.h"
+
 namespace kvdiag {
 
 // What must be safe before the service is installed: the program folder
 // (with every .exe and .dll in it), the state folder, and files it reads
 // (--ca, --ini). Each is checked with the folders above it (a user who can
-// rename a folder above can put another tree in its place). "" when all are
-// safe; otherwise what is wrong, naming the folder or file and who can write it.
-std::string ServiceFolderProblem(const std::string& folder, bool withPrograms);
-std::string ServiceFileProblem(const std::string& file);
+// rename a folder above can put another tree in its place). No failure when
+// all are safe; otherwise what is wrong, naming the folder or file and who can write it.
+Failure ServiceFolderProblem(const std::string& folder, bool withPrograms);
+Failure ServiceFileProblem(const std::string& file);
 
 // Creates folder and the missing folders above it, each with an access list
 // of Administrators and SYSTEM only, inherited by what is made in them and

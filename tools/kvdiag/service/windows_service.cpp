@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <stdio.h>
 
+#include "common/console_text.h"
 #include "forward/forward_options.h"
 #include "commands/forward_command.h"
 #include "platform/module_path.h"
@@ -54,8 +55,6 @@ std::vector<std::string> WithFullPaths(std::vector<std::string> args) {
     return args;
 }
 
-std::string ErrorText(const char* what) { return std::string(what) + " (error " + std::to_string(GetLastError()) + ")"; }
-
 // The running service's state, shared with the control handler.
 SERVICE_STATUS_HANDLE statusHandle = nullptr;
 SERVICE_STATUS status{};
@@ -89,8 +88,7 @@ void WINAPI ServiceMain(DWORD, char**) {
     // A state folder removed since the install is made again as install made
     // it: under ProgramData, users could otherwise create files in it.
     ForwardOptions options;
-    std::string error;
-    if (ParseForwardOptions(serviceArgs, options, error) && GetFileAttributesA(options.stateFolder.c_str()) == INVALID_FILE_ATTRIBUTES)
+    if (!ParseForwardOptions(serviceArgs, options) && GetFileAttributesA(options.stateFolder.c_str()) == INVALID_FILE_ATTRIBUTES)
         CreateProtectedFolder(options.stateFolder);
     Report(SERVICE_RUNNING);
     const int code = RunForwardCommand(serviceArgs, stopEvent);
@@ -100,14 +98,14 @@ void WINAPI ServiceMain(DWORD, char**) {
 // A LocalSystem service may run and keep only what administrators alone can
 // change: its program folder, the files it reads, its state folder (made
 // here with such an access list when it is not there). "" when all are so.
-std::string UnsafeServicePlaces(const ForwardOptions& options, const std::string& program) {
-    std::string problem = ServiceFolderProblem(program.substr(0, program.find_last_of('\\')), true);
+Failure UnsafeServicePlaces(const ForwardOptions& options, const std::string& program) {
+    Failure problem = ServiceFolderProblem(program.substr(0, program.find_last_of('\\')), true);
     for (const std::string* file : {&options.caFile, &options.ini})
-        if (problem.empty() && !file->empty()) problem = ServiceFileProblem(*file);
-    if (!problem.empty()) return problem;
+        if (!problem && !file->empty()) problem = ServiceFileProblem(*file);
+    if (problem) return problem;
     if (GetFileAttributesA(options.stateFolder.c_str()) == INVALID_FILE_ATTRIBUTES) {
         const DWORD error = CreateProtectedFolder(options.stateFolder);
-        if (error) return "cannot create the state folder " + options.stateFolder + " (error " + std::to_string(error) + ")";
+        if (error) return Failure("cannot create the state folder " + options.stateFolder, error);
     }
     return ServiceFolderProblem(options.stateFolder, false);
 }
@@ -116,39 +114,29 @@ std::string UnsafeServicePlaces(const ForwardOptions& options, const std::string
 
 int InstallForwardService(const std::vector<std::string>& forwardArgs) {
     ForwardOptions options;
-    std::string error;
-    if (!ParseForwardOptions(forwardArgs, options, error) || options.status) {
-        fprintf(stderr, "kvdiag: %s\nusage: kvdiag service install %s\n", options.status ? "--status is not a service" : error.c_str(),
-                kForwardUsage);
+    const Failure wrong = ParseForwardOptions(forwardArgs, options);
+    if (wrong || options.status) {
+        ReportFailure(options.status ? Failure("--status is not a service") : wrong);
+        fprintf(stderr, "usage: kvdiag service install %s\n", kForwardUsage);
         return 2;
     }
     const std::string self = kv::platform::ModulePath(nullptr);
-    if (self.empty()) {
-        fprintf(stderr, "kvdiag: %s\n", ErrorText("cannot find kvdiag's own path").c_str());
-        return 1;
-    }
+    if (self.empty()) return ReportFailure(Failure::FromLastError("cannot find kvdiag's own path"));
     std::string commandLine = QuoteArgument(self) + " service run forward";
     for (const std::string& arg : WithFullPaths(forwardArgs)) commandLine += " " + QuoteArgument(arg);
     ScHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CREATE_SERVICE));
-    if (!manager.handle) {
-        fprintf(stderr, "kvdiag: %s; run as an administrator\n", ErrorText("cannot open the service manager").c_str());
-        return 1;
-    }
-    const std::string problem = UnsafeServicePlaces(options, self);
-    if (!problem.empty()) {
-        fprintf(stderr, "kvdiag: the service is not installed: %s\n", problem.c_str());
-        return 1;
-    }
+    if (!manager.handle)
+        return ReportFailure(Failure::FromLastError("cannot open the service manager").Note("run as an administrator"));
+    if (const Failure problem = UnsafeServicePlaces(options, self))
+        return ReportFailure(Failure("the service is not installed: " + problem.text()));
     // LocalSystem, started at boot whether or not anyone logs in.
     ScHandle service(CreateServiceA(manager.handle, kServiceName, "KvDebugHelp log forwarder", SERVICE_ALL_ACCESS,
                                     SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START, SERVICE_ERROR_NORMAL,
                                     commandLine.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
-    if (!service.handle) {
-        const bool exists = GetLastError() == ERROR_SERVICE_EXISTS;
-        fprintf(stderr, "kvdiag: %s\n", exists ? "the service is installed already; kvdiag service remove takes it away"
-                                                 : ErrorText("cannot create the service").c_str());
-        return 1;
-    }
+    if (!service.handle)
+        return ReportFailure(GetLastError() == ERROR_SERVICE_EXISTS
+                                 ? Failure("the service is installed already; kvdiag service remove takes it away")
+                                 : Failure::FromLastError("cannot create the service"));
     SERVICE_DESCRIPTIONA description{const_cast<char*>("Forwards the KvDebugHelp logs of this station to the syslog collector.")};
     ChangeServiceConfig2A(service.handle, SERVICE_CONFIG_DESCRIPTION, &description);
     // A forwarder that dies is started again a little later; its cursors let it go on.
@@ -162,16 +150,12 @@ int InstallForwardService(const std::vector<std::string>& forwardArgs) {
 
 int RemoveForwardService() {
     ScHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
-    if (!manager.handle) {
-        fprintf(stderr, "kvdiag: %s; run as an administrator\n", ErrorText("cannot open the service manager").c_str());
-        return 1;
-    }
+    if (!manager.handle)
+        return ReportFailure(Failure::FromLastError("cannot open the service manager").Note("run as an administrator"));
     ScHandle service(OpenServiceA(manager.handle, kServiceName, SERVICE_STOP | SERVICE_QUERY_STATUS | DELETE));
-    if (!service.handle) {
-        fprintf(stderr, "kvdiag: %s\n", GetLastError() == ERROR_SERVICE_DOES_NOT_EXIST ? "the service is not installed"
-                                                                                        : ErrorText("cannot open the service").c_str());
-        return 1;
-    }
+    if (!service.handle)
+        return ReportFailure(GetLastError() == ERROR_SERVICE_DOES_NOT_EXIST ? Failure("the service is not installed")
+                                                                            : Failure::FromLastError("cannot open the service"));
     SERVICE_STATUS state{};
     if (ControlService(service.handle, SERVICE_CONTROL_STOP, &state)) {
         // Waits for the forwarder to save its cursors and end.
@@ -179,12 +163,9 @@ int RemoveForwardService() {
                                state.dwCurrentState != SERVICE_STOPPED;
              waited += 100)
             Sleep(100);
-        if (state.dwCurrentState != SERVICE_STOPPED) fprintf(stderr, "kvdiag: the service did not stop in time\n");
+        if (state.dwCurrentState != SERVICE_STOPPED) ReportFailure(Failure("the service did not stop in time"));
     }
-    if (!DeleteService(service.handle)) {
-        fprintf(stderr, "kvdiag: %s\n", ErrorText("cannot remove the service").c_str());
-        return 1;
-    }
+    if (!DeleteService(service.handle)) return ReportFailure(Failure::FromLastError("cannot remove the service"));
     printf("removed service %s\n", kServiceName);
     return 0;
 }
@@ -193,10 +174,9 @@ int RunForwardService(const std::vector<std::string>& forwardArgs) {
     serviceArgs = forwardArgs;
     SERVICE_TABLE_ENTRYA table[] = {{const_cast<char*>(kServiceName), ServiceMain}, {nullptr, nullptr}};
     if (StartServiceCtrlDispatcherA(table)) return int(status.dwServiceSpecificExitCode);
-    fprintf(stderr, "kvdiag: %s\n", GetLastError() == ERROR_FAILED_SERVICE_CONTROLLER_CONNECT
-                                        ? "service run is started by the service manager; use kvdiag forward in a console"
-                                        : ErrorText("the service dispatcher did not start").c_str());
-    return 1;
+    return ReportFailure(GetLastError() == ERROR_FAILED_SERVICE_CONTROLLER_CONNECT
+                             ? Failure("service run is started by the service manager; use kvdiag forward in a console")
+                             : Failure::FromLastError("the service dispatcher did not start"));
 }
 
 }  // namespace kvdiag
