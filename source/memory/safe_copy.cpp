@@ -109,31 +109,31 @@ void Copy(const char* line, void* dst, const void* src, uint32_t count, uint32_t
     DumpCallerStack();
 }
 
-void Move(const char* line, void* dst, const void* src, uint32_t count, uint32_t room, bool checked) {
-    if (!src || !dst || count == 0) {
+// Applies a move or fill of count bytes to dst within its room: whole when it
+// fits, else cut to the room when truncating or done whole as asked. True
+// when it fitted; false, with nothing done, for a missing pointer, a zero
+// count (room then 0) or a checked target that is no block of the heap.
+template <class Apply>
+bool ApplyWithinRoom(void* dst, bool sourceGiven, uint32_t count, uint32_t& room, bool checked, Apply apply) {
+    if (!sourceGiven || !dst || count == 0) {
         room = 0;
-    } else if (checked && !CheckedRoom(dst, room)) {
-        // nothing moved
-    } else {
-        const bool fits = count <= room;
-        memmove(dst, src, fits || !Settings.truncateMemSafeCopy ? count : room);
-        if (fits) return;
+        return false;
     }
+    if (checked && !CheckedRoom(dst, room)) return false;
+    const bool fits = count <= room;
+    apply(fits || !Settings.truncateMemSafeCopy ? count : room);
+    return fits;
+}
+
+void Move(const char* line, void* dst, const void* src, uint32_t count, uint32_t room, bool checked) {
+    if (ApplyWithinRoom(dst, src != nullptr, count, room, checked, [&](uint32_t n) { memmove(dst, src, n); })) return;
     if (!Settings.logMemSafeCopy) return;
     DbgLogWrite(line, dst, Annotation(dst, count), src, Annotation(src, count), long(count), long(room));
     DumpCallerStack();
 }
 
 void Set(const char* line, void* dst, uint8_t value, uint32_t count, uint32_t room, bool checked) {
-    if (!dst || count == 0) {
-        room = 0;
-    } else if (checked && !CheckedRoom(dst, room)) {
-        // nothing filled
-    } else {
-        const bool fits = count <= room;
-        memset(dst, value, fits || !Settings.truncateMemSafeCopy ? count : room);
-        if (fits) return;
-    }
+    if (ApplyWithinRoom(dst, true, count, room, checked, [&](uint32_t n) { memset(dst, value, n); })) return;
     if (!Settings.logMemSafeCopy) return;
     DbgLogWrite(line, dst, Annotation(dst, count), long(count), long(room));
     DumpCallerStack();

@@ -3,6 +3,7 @@
 #include <mutex>
 #include <stdexcept>
 
+#include "platform/command_line.h"
 #include "temp_dir.h"
 
 namespace kvtest {
@@ -43,23 +44,6 @@ void ChildHost::SetSetting(const std::string& value, DWORD data) {  // creates t
 void ChildHost::SetEnv(const std::string& name, const std::string& value) { env_[name] = value; }
 
 namespace {
-
-std::string Quote(const std::string& arg) {
-    if (!arg.empty() && arg.find_first_of(" \t\"") == std::string::npos) return arg;
-    std::string out = "\"";
-    size_t backslashes = 0;
-    for (char c : arg) {
-        if (c == '\\') {
-            ++backslashes;
-            continue;
-        }
-        out.append(c == '"' ? backslashes * 2 + 1 : backslashes, '\\');  // a quote's backslashes doubled, plus its own
-        backslashes = 0;
-        out += c;
-    }
-    out.append(backslashes * 2, '\\');
-    return out + "\"";
-}
 
 // The parent's environment with the overrides applied, as a CreateProcess block.
 std::string EnvironmentBlock(const std::map<std::string, std::string>& overrides) {
@@ -103,12 +87,12 @@ struct ChildHost::Output {
 
 bool ChildHost::Start(const std::vector<std::string>& args) {
     std::string arguments;
-    for (const auto& a : args) arguments += " " + Quote(a);
+    for (const auto& a : args) arguments += " " + kv::platform::QuoteArgument(a);
     return StartCommandLine(arguments);
 }
 
 bool ChildHost::StartCommandLine(const std::string& arguments) {
-    std::string commandLine = Quote(exePath_) + " " + arguments;
+    std::string commandLine = kv::platform::QuoteArgument(exePath_) + " " + arguments;
     SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
     HANDLE writePipe;
     output_ = std::make_shared<Output>();

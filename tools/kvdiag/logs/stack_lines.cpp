@@ -29,6 +29,21 @@ bool Tokens(const std::string& message, std::vector<std::string>& tokens) {
     return !tokens.empty() && tokens.size() <= 4;
 }
 
+// The tokens of a stack line, each parsed by parse(token, value); false when
+// the message is no such line or a token does not parse.
+template <class Value, class Parse>
+bool ParseTokens(const std::string& message, std::vector<Value>& values, Parse parse) {
+    std::vector<std::string> tokens;
+    if (!Tokens(message, tokens)) return false;
+    values.clear();
+    for (const auto& t : tokens) {
+        Value value = 0;
+        if (!parse(t, value)) return false;
+        values.push_back(value);
+    }
+    return true;
+}
+
 }  // namespace
 
 std::string MessageOf(const std::string& line) {
@@ -40,27 +55,20 @@ std::string MessageOf(const std::string& line) {
 }
 
 bool ParseStackWords(const std::string& message, std::vector<uint32_t>& words) {
-    std::vector<std::string> tokens;
-    if (!Tokens(message, tokens)) return false;
-    words.clear();
-    for (const auto& t : tokens) {
-        if (t == "00000000") words.push_back(0);
-        else if (t.size() == 10 && t[0] == '0' && t[1] == 'x' && IsHex(t, 2, 8))
-            words.push_back(uint32_t(strtoul(t.c_str() + 2, nullptr, 16)));
-        else return false;
-    }
-    return true;
+    return ParseTokens(message, words, [](const std::string& t, uint32_t& word) {
+        if (t == "00000000") return true;
+        if (t.size() != 10 || t[0] != '0' || t[1] != 'x' || !IsHex(t, 2, 8)) return false;
+        word = uint32_t(strtoul(t.c_str() + 2, nullptr, 16));
+        return true;
+    });
 }
 
 bool ParseStackAddresses(const std::string& message, std::vector<uint64_t>& addresses) {
-    std::vector<std::string> tokens;
-    if (!Tokens(message, tokens)) return false;
-    addresses.clear();
-    for (const auto& t : tokens) {
+    return ParseTokens(message, addresses, [](const std::string& t, uint64_t& address) {
         if (t.size() != 18 || t[0] != '0' || t[1] != 'x' || !IsHex(t, 2, 16)) return false;
-        addresses.push_back(strtoull(t.c_str() + 2, nullptr, 16));
-    }
-    return true;
+        address = strtoull(t.c_str() + 2, nullptr, 16);
+        return true;
+    });
 }
 
 bool ParseStackModules(const std::string& message, std::vector<LoggedModule>& modules) {

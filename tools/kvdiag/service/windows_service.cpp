@@ -6,6 +6,7 @@
 #include "common/console_text.h"
 #include "forward/forward_options.h"
 #include "commands/forward_command.h"
+#include "platform/command_line.h"
 #include "platform/module_path.h"
 #include "service/folder_access.h"
 
@@ -24,23 +25,6 @@ struct ScHandle {
     ScHandle(const ScHandle&) = delete;
     ScHandle& operator=(const ScHandle&) = delete;
 };
-
-// One argument as the C runtime splits a command line back into argv.
-std::string QuoteArgument(const std::string& arg) {
-    if (!arg.empty() && arg.find_first_of(" \t\"") == std::string::npos) return arg;
-    std::string quoted = "\"";
-    size_t backslashes = 0;
-    for (char c : arg) {
-        if (c == '\\') {
-            ++backslashes;
-            continue;
-        }
-        quoted.append(c == '"' ? 2 * backslashes + 1 : backslashes, '\\');
-        backslashes = 0;
-        quoted += c;
-    }
-    return quoted.append(2 * backslashes, '\\') + "\"";
-}
 
 // The service starts in the system folder: paths given relative to where
 // install ran are made full.
@@ -122,6 +106,7 @@ int InstallForwardService(const std::vector<std::string>& forwardArgs) {
     }
     const std::string self = kv::platform::ModulePath(nullptr);
     if (self.empty()) return ReportFailure(Failure::FromLastError("cannot find kvdiag's own path"));
+    using kv::platform::QuoteArgument;
     std::string commandLine = QuoteArgument(self) + " service run forward";
     for (const std::string& arg : WithFullPaths(forwardArgs)) commandLine += " " + QuoteArgument(arg);
     ScHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CREATE_SERVICE));
