@@ -14,6 +14,7 @@
 #include "command.h"
 #include "commands/ini_status.h"
 #include "commands/scratch_install.h"
+#include "common/console_text.h"
 #include "platform/module_path.h"
 #include "platform/owned_handle.h"
 
@@ -35,8 +36,16 @@ void PrintLogFrom(const std::string& path, long offset) {
     FILE* f = fopen(path.c_str(), "rb");
     if (!f) return;
     fseek(f, offset, SEEK_SET);
-    char line[1024];
-    while (fgets(line, sizeof line, f)) printf("    %s", line);
+    char piece[1024];
+    std::string line;  // a line longer than the buffer comes in pieces
+    while (fgets(piece, sizeof piece, f)) {
+        line += piece;
+        if (line.back() != '\n') continue;
+        while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
+        kvdiag::PrintLine(line, "    ");
+        line.clear();
+    }
+    if (!line.empty()) kvdiag::PrintLine(line, "    ");
     fclose(f);
 }
 

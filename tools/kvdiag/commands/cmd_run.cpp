@@ -11,7 +11,7 @@ KVDIAG_COMMAND(run, "TOOL", "start a registered tool with its macros expanded", 
     const char* iniOption = kvdiag::TakeIniOption(argc, argv);
     if (argc != 1) return kvdiag::UsageError();
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(iniOption);
-    if (!ini.valid) printf("Note: %s; the folder macros expand to nothing.\n", ini.reason.c_str());
+    if (!ini.valid) printf("Note: %s; the folder macros expand to nothing.\n", kvdiag::ShownLine(ini.reason).c_str());
     if (!ToolIsRegistered(argv[0])) {
         kvdiag::ReportFailure(kvdiag::Failure::Printf("'%s' is not a registered tool (see kvdiag tools)", argv[0]));
         return 1;

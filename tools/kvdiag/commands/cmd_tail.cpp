@@ -160,7 +160,7 @@ private:
         while ((!counted || options_.maxLines == 0 || printed_ < options_.maxLines) && merge.Next(source, line)) {
             if (prefixed) {
                 const std::string& c = followers_[source].component;
-                printf("%s | ", c.empty() ? "(none)" : c.c_str());
+                printf("%s | ", c.empty() ? "(none)" : kvdiag::ShownLine(c).c_str());
             }
             kvdiag::PrintLine(line);
             any = true;

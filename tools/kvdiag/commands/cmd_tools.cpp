@@ -13,7 +13,7 @@
 
 KVDIAG_COMMAND(tools, "", "list the registered tools with their expanded commands", kvdiag::kIniOption) {
     const kvdiag::IniStatus ini = kvdiag::ValidateProductIni(kvdiag::TakeIniOption(argc, argv));
-    if (!ini.valid) printf("Note: %s; the folder macros expand to nothing.\n", ini.reason.c_str());
+    if (!ini.valid) printf("Note: %s; the folder macros expand to nothing.\n", kvdiag::ShownLine(ini.reason).c_str());
     char root[MAX_PATH] = {};
     if (GetRootRegistryKeyPath(root, sizeof root) <= 0) {
         kvdiag::ReportFailure(kvdiag::Failure("the product root key path is not available"));
@@ -30,10 +30,11 @@ KVDIAG_COMMAND(tools, "", "list the registered tools with their expanded command
         if (GetRegisteredToolCommand(name.c_str(), 0, command, sizeof command, folder, sizeof folder) < 0 ||
             GetRegisteredToolCommand(name.c_str(), 1, expanded, sizeof expanded, nullptr, 0) < 0)
             continue;
-        printf("  %s\n", name.c_str());
-        printf("    registered: %s\n", command);
-        printf("    starts:     %s\n", expanded);
-        printf("    in folder:  %s\n", folder[0] ? folder : "(the shell's default)");
+        // Key names and values as the registry holds them: shown cleaned.
+        kvdiag::PrintLine(name, "  ");
+        kvdiag::PrintLine(command, "    registered: ");
+        kvdiag::PrintLine(expanded, "    starts:     ");
+        kvdiag::PrintLine(folder[0] ? folder : "(the shell's default)", "    in folder:  ");
         ++listed;
     }
     if (!listed) printf("  (none)\n");
