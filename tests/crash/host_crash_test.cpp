@@ -21,8 +21,7 @@ static uint64_t CrashDumpSize(const std::string& path, const std::string& output
     if (!exception) return 0;
     EXPECT_EQ(0xC0000005u, exception->ExceptionRecord.ExceptionCode);
     EXPECT_EQ(0x10u, exception->ExceptionRecord.ExceptionInformation[1]) << "faulting data address";
-    const auto at = output.find("thread=");
-    EXPECT_EQ(at == std::string::npos ? 0 : strtoul(output.c_str() + at + 7, nullptr, 10), exception->ThreadId);
+    EXPECT_EQ(kvtest::NumberAfter(output, "thread="), exception->ThreadId);
     const auto* full = dump.Stream<MINIDUMP_MEMORY64_LIST>(Memory64ListStream);
     EXPECT_EQ(fullMemory, full != nullptr && full->NumberOfMemoryRanges > 0);
     return dump.size();

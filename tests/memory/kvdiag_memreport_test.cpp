@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
 
 #include "kvdiag_runner.h"
 #include "temp_dir.h"
@@ -54,12 +53,8 @@ TEST(KvdiagMemReport, LogsWithoutAReportAndMissingLogsFail) {
     kvtest::TempDir dir("memreport");
     kvtest::WriteFileText(dir / "debug.log",
                           "2026-11-21 09:00:00 +01:00 Memory Report: cut.exe PID 1 - CmdLine cut\r\n");
-    for (const auto& c :
-         {std::make_pair("debug.log", "No memory report in "), std::make_pair("absent.log", "cannot read")}) {
-        const kvtest::HostResult r = RunKvdiag("memreport \"" + (dir / c.first) + "\"");
-        EXPECT_EQ(1u, r.exitCode) << r.output;
-        EXPECT_HAS(r.output, c.second);
-    }
+    kvtest::ExpectKvdiagRuns({{"memreport \"" + dir / "debug.log\"", 1, "No memory report in "},
+                              {"memreport \"" + dir / "absent.log\"", 1, "cannot read"}});
     // A table cut short (the process ended while writing it) still summarises.
     kvtest::WriteFileText(dir / "cut.log",
                           "Type, Timestamp, Bytes, PID, Pointer, Source, Content\r\n"
