@@ -21,6 +21,8 @@ constexpr size_t kHeadBytes = 64;
 // Polls that may pass while rolls keep the chain moving before what could be
 // opened is read anyway (a history file deleted by hand leaves a lasting hole).
 constexpr int kMaxUnsettledPolls = 20;
+// Files seen before but not opened by a poll that are still recognised later.
+constexpr size_t kUnopenedKept = 4;
 
 // The last count whole lines of a file, read from a window at its end that
 // doubles until it holds them (a long log costs only its tail); returns the
@@ -153,6 +155,15 @@ std::vector<std::string> LogFollower::Poll(bool& gap, bool takeUnfinished) {
         if (f->index == 0) unfinished_ = text.size() - used;
         now.insert(now.begin(), read.after);
         reads.insert(reads.begin(), std::move(read));
+    }
+    // Files known before that this poll did not open stay known for a while:
+    // a log archived under a new name between the listing of its chain and
+    // this poll is missing from this chain but in the next one, and must be
+    // read on from where it was left, not again from its start.
+    for (const Seen& before : seen_) {
+        if (now.size() >= files.size() + kUnopenedKept) break;
+        const bool opened = std::any_of(files.begin(), files.end(), [&](const ChainFile& f) { return Find(f) == &before; });
+        if (!opened) now.push_back(before);
     }
     seen_ = std::move(now);
     lastReads_ = std::move(reads);
