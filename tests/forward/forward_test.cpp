@@ -254,7 +254,7 @@ TEST(Forward, RecordsReadRightAtTheCollector) {
     const auto result = host.Run({"log_script", station.install.iniPath(), "pid", "comp=View", "open=alarm.log:1024",
                                   "line=before the report", "memreport=40", "kvexception",
                                   "line=Memory error - overwrite memory - x", "sys=## EXCEPTION ## - dump skipped",
-                                  "part=half a line", "sleep=6000", "write=", "write=next line"});
+                                  "part=half a line", "sleep=6000", "write=", "write=next line", "close"});
     ASSERT_EQ(0u, result.exitCode) << result.output;
     ASSERT_EQ(0u, result.output.find("pid=")) << result.output;
     const std::string pid = std::to_string(kvtest::NumberAfter(result.output, "pid="));
