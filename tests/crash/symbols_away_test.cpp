@@ -19,10 +19,9 @@ namespace {
 using kvtest::HostResult;
 using kvtest::LineFrom;
 
-// The number the host printed after "<label> " ("?" when it printed none).
+// The number the host printed after "<label> " ("0", a line no site has, when it printed none).
 std::string Printed(const std::string& output, const std::string& label) {
-    const size_t at = output.find(label + " ");
-    return at == std::string::npos ? "?" : std::to_string(atoi(output.c_str() + at + label.size() + 1));
+    return std::to_string(kvtest::NumberAfter(output, label + " "));
 }
 
 // Where the PDBs go: beside the binaries, nowhere, or into a folder that

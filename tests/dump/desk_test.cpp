@@ -15,16 +15,6 @@ namespace {
 
 using kvtest::HostResult;
 
-// kvdiag run from `folder` as its current directory.
-HostResult KvdiagIn(const std::string& folder, const std::string& arguments,
-                    const std::map<std::string, std::string>& env = {}) {
-    kvtest::ChildHost kvdiag(kvtest::ChildHost::Program{"kvdiag.exe"});
-    kvdiag.SetWorkingDirectory(folder);
-    for (const auto& [name, value] : env) kvdiag.SetEnv(name, value);
-    kvdiag.StartCommandLine(arguments);
-    return kvdiag.Wait(180000);
-}
-
 std::string Quoted(const std::string& path) { return "\"" + path + "\""; }
 
 // The host "name" with the library and the PDBs in a folder of its own.
@@ -91,7 +81,7 @@ TEST(SupportDesk, NamesALightCrashDumpThroughTheStoreAndSaysWhatIsMissingWithout
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.label);
-        const HostResult r = KvdiagIn(desk.path(), c.arguments, c.env);
+        const HostResult r = kvtest::RunKvdiag(c.arguments, c.env, 180000, desk.path());
         EXPECT_EQ(c.exitCode, r.exitCode);
         EXPECT_TRUE(kvtest::InOrder(kvtest::Squeezed(r.output), c.parts)) << r.output;
     }
@@ -128,8 +118,8 @@ TEST(SupportDesk, ExplainsDeadlocksOfTwoAndThreeThreadsFromAHangDump) {
             ASSERT_TRUE(CopyFileA((kvtest::ProgramFolder() + "\\" + pdb).c_str(), (pdbs / pdb).c_str(), FALSE));
         for (const std::string& symbols : {"srv*" + store.path(), pdbs.path()}) {
             SCOPED_TRACE(symbols);
-            const HostResult r =
-                KvdiagIn(desk.path(), "dumpinfo " + Quoted(desk / "ring.dmp") + " --symbols " + Quoted(symbols));
+            const HostResult r = kvtest::RunKvdiag("dumpinfo " + Quoted(desk / "ring.dmp") + " --symbols " + Quoted(symbols),
+                                                   {}, 180000, desk.path());
             EXPECT_EQ(0u, r.exitCode) << r.output;
             if (symbols == pdbs.path())
                 EXPECT_HAS(r.output, "desk_ring: image rebuilt from the dump's memory; no file of it in: ");

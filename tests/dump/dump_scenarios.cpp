@@ -1,7 +1,7 @@
 // Child-host scenarios for reading dumps away from the plant: crashes at
 // three sites, each dumped the way Windows writes a light dump (modules,
 // threads and their stacks, no heap), and hosts whose threads deadlock on
-// critical sections in a ring.
+// critical sections in a ring (also kvdiag dump's deadlocked host).
 #include <windows.h>
 #include <dbghelp.h>
 #include <stdio.h>

@@ -114,21 +114,6 @@ TEST(Forward, NothingLostWhenForwarderOrCollectorRestarts) {
     EXPECT_FALSE(kvtest::OutputHas(result, "lines are missing")) << result.output;
 }
 
-// Over UDP (one datagram a message, nothing acknowledged): a paced log
-// arrives whole on the loopback.
-TEST(Forward, UdpSendsEachLineAsADatagram) {
-    kvtest::SyslogCollector collector("udp");
-    Station station;
-    kvtest::KvdiagProcess forwarder(station.Forward(collector.url(), "Udp --for 30"));
-    ASSERT_TRUE(forwarder.ReadUntil(": connected"));
-    station.Write({"comp=Udp", "numbered=U:40:5"}, 2);
-    station.WaitWriters();
-    const Lines raw = collector.WaitForMessages(40, 20000);
-    forwarder.Finish(0);
-    const auto seen = Tally(raw, "U");
-    EXPECT_EQ(40u, seen.empty() ? 0 : seen.at('U').size()) << raw.size() << " messages";
-}
-
 // An application log archived under a new time-stamped name each time
 // ([Debug] SysLogArchive=1): followed into every archive, each line once.
 TEST(Forward, AppLogFollowedIntoTimeStampedArchives) {
@@ -266,13 +251,13 @@ TEST(Forward, RecordsReadRightAtTheCollector) {
     kvtest::KvdiagProcess forwarder(station.Forward(collector.url(), "--all --system --apps"));
     ASSERT_TRUE(forwarder.ReadUntil(": connected"));
     kvtest::ChildHost host("kvfwview");
-    const auto result = host.Run({"collector_view", station.install.iniPath(), "comp=View", "open=alarm.log",
+    const auto result = host.Run({"log_script", station.install.iniPath(), "pid", "comp=View", "open=alarm.log:1024",
                                   "line=before the report", "memreport=40", "kvexception",
                                   "line=Memory error - overwrite memory - x", "sys=## EXCEPTION ## - dump skipped",
-                                  "part=half a line", "sleep=6000", "end=", "end=next line"});
+                                  "part=half a line", "sleep=6000", "write=", "write=next line", "close"});
     ASSERT_EQ(0u, result.exitCode) << result.output;
     ASSERT_EQ(0u, result.output.find("pid=")) << result.output;
-    const std::string pid = std::to_string(strtoul(result.output.c_str() + 4, nullptr, 10));
+    const std::string pid = std::to_string(kvtest::NumberAfter(result.output, "pid="));
     Lines raw;
     for (int waited = 0; Starting(raw, "next line").empty() && waited < 150; ++waited, Sleep(200))
         raw = collector.Messages();
@@ -302,31 +287,42 @@ TEST(Forward, RecordsReadRightAtTheCollector) {
     EXPECT_TRUE(Records(raw, [](const Message& m) { return m.msgId == "applog" && m.text.empty(); }).empty());
 }
 
-// syslog-ng reads both framings: its network() source one message a line
-// (--framing lf), its syslog() source octet counting (the default). Every
-// line arrives once, and a report of many lines as one record.
-TEST(Forward, SyslogNgReceivesEveryLineOnceInEitherFraming) {
-    constexpr int kLines = 200;
-    for (const char* kind : {"ng-lf", "ng-octet"}) {
-        SCOPED_TRACE(kind);
-        kvtest::SyslogCollector collector(kind);
+// Over UDP (one datagram a message, nothing acknowledged) a paced log arrives
+// whole on the loopback. syslog-ng reads both framings: its network() source
+// one message a line (--framing lf), its syslog() source octet counting (the
+// default). Every line arrives once, and a report of many lines as one record.
+TEST(Forward, EveryLineOnceOverUdpAndToSyslogNgInEitherFraming) {
+    const struct {
+        const char *kind, *options;
+        int lines, pauseMs;
+        DWORD rollKb;
+        bool report;
+    } cases[] = {{"udp", "Udp --for 30", 40, 5, 2, false},
+                 {"ng-lf", "Ng --framing lf", 200, 2, 64, true},
+                 {"ng-octet", "Ng", 200, 2, 64, true}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.kind);
+        kvtest::SyslogCollector collector(c.kind);
         Station station;
-        const bool lf = kind == std::string("ng-lf");
-        kvtest::KvdiagProcess forwarder(station.Forward(collector.url(), lf ? "Ng --framing lf" : "Ng"));
+        const std::string comp = std::string(c.options).substr(0, std::string(c.options).find(' '));
+        kvtest::KvdiagProcess forwarder(station.Forward(collector.url(), c.options));
         ASSERT_TRUE(forwarder.ReadUntil(": connected"));
-        station.Write({"comp=Ng", "numbered=N:" + std::to_string(kLines) + ":2"}, 64);
+        station.Write({"comp=" + comp, "numbered=N:" + std::to_string(c.lines) + ":" + std::to_string(c.pauseMs)}, c.rollKb);
         station.WaitWriters();
-        kvtest::ChildHost reporter(lf ? "kvfwnglf" : "kvfwngoctet");
-        ASSERT_EQ(0u, reporter.Run({"collector_view", station.install.iniPath(), "comp=Ng", "memreport=30"}).exitCode);
-        // The numbered lines, "Callstack instrumentation has been enabled" and the report.
-        const Lines raw = collector.WaitForMessages(kLines + 2, 60000);
+        if (c.report) {
+            kvtest::ChildHost reporter(std::string("kvfwreport") + c.kind);
+            ASSERT_EQ(0u, reporter.Run({"log_script", station.install.iniPath(), "comp=" + comp, "memreport=30"}).exitCode);
+        }
+        // The numbered lines; with the report "Callstack instrumentation has been enabled" and the report.
+        const size_t expected = size_t(c.lines) + (c.report ? 2 : 0);
+        const Lines raw = collector.WaitForMessages(expected, 60000);
         forwarder.Finish(0);
-        EXPECT_EQ(size_t(kLines + 2), raw.size());
+        EXPECT_EQ(expected, raw.size());
         const auto seen = Tally(raw, "N");
-        EXPECT_EQ(size_t(kLines), seen.empty() ? 0 : seen.at('N').size());
+        EXPECT_EQ(size_t(c.lines), seen.empty() ? 0 : seen.at('N').size());
         for (const auto& [number, times] : seen.empty() ? std::map<int, int>{} : seen.at('N')) EXPECT_EQ(1, times) << number;
         const std::vector<Message> reports = Starting(raw, "Memory Report: ");
-        ASSERT_EQ(1u, reports.size());
-        EXPECT_NE(std::string::npos, reports[0].text.find("Total memory buffers reported "));
+        ASSERT_EQ(c.report ? 1u : 0u, reports.size());
+        if (c.report) EXPECT_NE(std::string::npos, reports[0].text.find("Total memory buffers reported "));
     }
 }

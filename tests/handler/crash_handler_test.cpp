@@ -32,12 +32,6 @@ static DWORD ExceptionCodeIn(const std::string& path) {
     return e ? e->ExceptionRecord.ExceptionCode : 0;
 }
 
-// The number after `key` in a host's output.
-static uint64_t Printed(const std::string& output, const std::string& key) {
-    const size_t at = output.find(key);
-    return at == std::string::npos ? 0 : strtoull(output.c_str() + at + key.size(), nullptr, 16);
-}
-
 TEST(CrashHandler, WritesTheDumpOfEveryHardCrash) {
     kvtest::KvdiagProcess handler(kHandler);
     ASSERT_TRUE(handler.ReadUntil("listens on"));
@@ -78,7 +72,7 @@ TEST(CrashHandler, WritesTheDumpOfEveryHardCrash) {
         ASSERT_NE(nullptr, e);
         EXPECT_EQ(c.code, e->ExceptionRecord.ExceptionCode);
         // The crashing function's own code: the crash's context reached the dump.
-        EXPECT_LT(e->ExceptionRecord.ExceptionAddress - Printed(result.output, "function="), 0x40u);
+        EXPECT_LT(e->ExceptionRecord.ExceptionAddress - kvtest::NumberAfter(result.output, "function=", 16), 0x40u);
         // Light dumps from outside list every module: both strengths walk their stacks.
         if (!c.inProcess) EXPECT_HAS(DumpInfo(h.File(dumpName)), overflow ? "!OverflowTheStack+" : "!CrashOnPurpose+");
         const std::string syslog = h.Log(syslogName);
@@ -129,20 +123,19 @@ TEST(CrashHandler, TwoClientsCrashingTogetherGetTwoCompleteDumps) {
 TEST(KvdiagDump, NamesBothThreadsOfADeadlock) {
     kvtest::ProductInstall install;
     kvtest::ChildHost host("crash_deadlock");
-    ASSERT_TRUE(host.Start({"deadlock"}));
+    ASSERT_TRUE(host.Start({"deadlock_ring", "2"}));
     ASSERT_TRUE(host.WaitForOutput("deadlocked"));
     const std::string ini = " --ini \"" + install.iniPath() + "\"";
     const auto light = kvtest::RunKvdiag("dump crash_deadlock" + ini);
     EXPECT_EQ(0u, light.exitCode) << light.output;
     const size_t from = light.output.find("light: ") + 7;
     const std::string path = light.output.substr(from, light.output.find(", ", from) - from);
-    const std::string pid = std::to_string(strtoul(light.output.c_str() + light.output.find("process ") + 8, nullptr, 10));
+    const std::string pid = std::to_string(kvtest::NumberAfter(light.output, "process "));
     EXPECT_EQ(0u, path.find(install.logDir() + "\\crash_deadlock." + pid + ".")) << path;
     // A second dump never replaces the first.
     EXPECT_HAS(kvtest::RunKvdiag("dump " + pid + " --out \"" + path + "\"").output, path.substr(0, path.size() - 4) + ".2.dmp, ");
     host.Wait(1);
     const std::string info = DumpInfo(path);
     EXPECT_HAS(info, "Exception:      none recorded");
-    EXPECT_HAS(info, "!DeadlockFirstThenSecond");
-    EXPECT_HAS(info, "!DeadlockSecondThenFirst");
+    EXPECT_EQ(2u, kvtest::Count(info, "!TakeNextLock+")) << info;  // each thread's stack
 }

@@ -1,6 +1,7 @@
 // Child-host scenarios of the crash handler: a host registers, then crashes
-// one of the hard ways; a host that deadlocks for kvdiag dump; a host that
-// only registers, a victim of forged registrations and a pipe squatter.
+// one of the hard ways; a host that only registers, a victim of forged
+// registrations and a pipe squatter. (kvdiag dump's deadlocked host is
+// deadlock_ring in dump_scenarios.cpp.)
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -73,17 +74,18 @@ static bool KillHandler() {
     return gone;
 }
 
-// INI_PATH KIND [kill-handler|together|in-process|renamed|overflow-caught]: registers with the
-// crash handler, then crashes: access_violation, stack_overflow (64 KB stack
-// guarantee), heap_locked (another thread holds the process heap's lock),
-// heap_damaged, two_threads. kill-handler first ends the handler; together
-// first waits for the test's event "Local\kvtest.crash.together"; in-process
-// does not register; renamed takes the component name "Renamed" after registering;
-// overflow-caught first raises a stack overflow that a handler of its own takes. Prints the address of the function that crashes.
+// INI_PATH KIND [kill-handler|together|renamed|overflow-caught]: registers
+// with the crash handler, then crashes: access_violation, stack_overflow
+// (64 KB stack guarantee), heap_locked (another thread holds the process
+// heap's lock), heap_damaged, two_threads. kill-handler first ends the
+// handler; together first waits for the test's event
+// "Local\kvtest.crash.together"; renamed takes the component name "Renamed"
+// after registering; overflow-caught first raises a stack overflow that a
+// handler of its own takes. Prints the address of the function that crashes.
 KV_INI_SCENARIO(handler_crash) {
     if (argc < 2) return 2;
     const std::string kind = argv[1], option = argc >= 3 ? argv[2] : "";
-    if (option != "in-process" && DbgHlpStartCrashHandler(nullptr) != 1) return 5;
+    if (DbgHlpStartCrashHandler(nullptr) != 1) return 5;
     if (option == "kill-handler" && !KillHandler()) return 6;
     if (option == "renamed") SetComponentName("Renamed");
     if (option == "overflow-caught") {
@@ -119,38 +121,6 @@ KV_INI_SCENARIO(handler_crash) {
         return 2;
     }
     CrashOnPurpose();
-    return 0;
-}
-
-static CRITICAL_SECTION first, second;
-
-__attribute__((noinline)) static DWORD WINAPI DeadlockFirstThenSecond(void* ready) {
-    EnterCriticalSection(&first);
-    SetEvent(ready);
-    Sleep(300);
-    EnterCriticalSection(&second);
-    return 0;
-}
-
-__attribute__((noinline)) static DWORD WINAPI DeadlockSecondThenFirst(void* ready) {
-    EnterCriticalSection(&second);
-    SetEvent(ready);
-    Sleep(300);
-    EnterCriticalSection(&first);
-    return 0;
-}
-
-// Two threads take two locks in opposite orders and wait on each other for good.
-KV_SCENARIO(deadlock) {
-    InitializeCriticalSection(&first);
-    InitializeCriticalSection(&second);
-    HANDLE ready[2] = {CreateEventA(nullptr, TRUE, FALSE, nullptr), CreateEventA(nullptr, TRUE, FALSE, nullptr)};
-    CreateThread(nullptr, 0, DeadlockFirstThenSecond, ready[0], 0, nullptr);
-    CreateThread(nullptr, 0, DeadlockSecondThenFirst, ready[1], 0, nullptr);
-    WaitForMultipleObjects(2, ready, TRUE, INFINITE);
-    Sleep(1000);
-    printf("deadlocked pid=%lu\n", GetCurrentProcessId());
-    Sleep(INFINITE);
     return 0;
 }
 

@@ -7,16 +7,8 @@
 #include "kvdiag_process.h"
 #include "kvdiag_runner.h"
 
-// The hang dumps in folder, by name.
-static std::vector<std::string> HangDumps(const std::string& folder) {
-    std::vector<std::string> found;
-    WIN32_FIND_DATAA entry;
-    HANDLE search = FindFirstFileA((folder + "\\*.hang.dmp").c_str(), &entry);
-    for (BOOL more = search != INVALID_HANDLE_VALUE; more; more = FindNextFileA(search, &entry))
-        found.push_back(folder + "\\" + entry.cFileName);
-    if (search != INVALID_HANDLE_VALUE) FindClose(search);
-    return found;
-}
+// The names of the hang dumps in folder.
+static std::vector<std::string> HangDumps(const std::string& folder) { return kvtest::ListFolder(folder, "*.hang.dmp"); }
 
 TEST(HangWatch, OneDumpPerHangNamingTheBlockedFunctionWhileTheProcessRunsOn) {
     kvtest::KvdiagProcess handler("crash-handler --idle-seconds 3");  // ends with the test, for the next
@@ -33,9 +25,9 @@ TEST(HangWatch, OneDumpPerHangNamingTheBlockedFunctionWhileTheProcessRunsOn) {
     EXPECT_EQ(0u, result.exitCode) << result.output;  // it ran on, and its watch ended cleanly
     const auto dumps = HangDumps(h.install.logDir());
     ASSERT_EQ(2u, dumps.size()) << "one per hang, armed again by the heartbeat";
-    const std::string pid = std::to_string(strtoul(result.output.c_str() + result.output.find("pid=") + 4, nullptr, 10));
-    EXPECT_EQ(0u, dumps[0].find(h.install.logDir() + "\\hang_watched." + pid + ".")) << dumps[0];
-    EXPECT_HAS(kvtest::RunKvdiag("dumpinfo --threads \"" + dumps[0] + "\"").output, "!BlockWithoutHeartbeat+");
+    const std::string pid = std::to_string(kvtest::NumberAfter(result.output, "pid="));
+    EXPECT_EQ(0u, dumps[0].find("hang_watched." + pid + ".")) << dumps[0];
+    EXPECT_HAS(kvtest::RunKvdiag("dumpinfo --threads \"" + h.File(dumps[0]) + "\"").output, "!BlockWithoutHeartbeat+");
     const std::string syslog = h.Log("syslog.dat");
     EXPECT_EQ(2u, kvtest::Count(syslog, "## HANG ## - Thread ")) << syslog;
     EXPECT_HAS(syslog, " of hang_watched.exe (process " + pid + ") has sent no heartbeat for ");
@@ -49,17 +41,17 @@ TEST(HangWatch, OneDumpPerHangNamingTheBlockedFunctionWhileTheProcessRunsOn) {
 TEST(KvdiagDump, AProcessThatEndsDuringTheDumpLeavesAnIncompleteDump) {
     kvtest::ProductInstall install;
     kvtest::ChildHost host("dump_ends");
-    ASSERT_TRUE(host.Start({"deadlock"}));
+    ASSERT_TRUE(host.Start({"deadlock_ring", "2"}));
     ASSERT_TRUE(host.WaitForOutput("deadlocked"));
     kvtest::KvdiagProcess dump("dump dump_ends heavy --ini \"" + install.iniPath() + "\"");
     std::vector<std::string> begun;
     for (int i = 0; i < 300 && (begun = HangDumps(install.logDir())).empty(); ++i) Sleep(100);
     ASSERT_EQ(1u, begun.size());
-    const char* pid = begun[0].c_str() + install.logDir().size() + strlen("\\dump_ends.");
-    HANDLE process = OpenProcess(PROCESS_TERMINATE, FALSE, strtoul(pid, nullptr, 10));
+    HANDLE process = OpenProcess(PROCESS_TERMINATE, FALSE, DWORD(kvtest::NumberAfter(begun[0], "dump_ends.")));
     ASSERT_TRUE(process && TerminateProcess(process, 3));
     CloseHandle(process);
     const auto result = dump.Finish(120000);
     EXPECT_EQ(1u, result.exitCode) << result.output;
-    EXPECT_HAS(result.output, "ended during the dump (exit code 0x00000003): \"" + begun[0] + "\" is incomplete");
+    EXPECT_HAS(result.output,
+               "ended during the dump (exit code 0x00000003): \"" + install.logDir() + "\\" + begun[0] + "\" is incomplete");
 }

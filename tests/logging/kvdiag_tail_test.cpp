@@ -3,6 +3,7 @@
 
 #include <map>
 
+#include "forward_station.h"
 #include "kvdiag_process.h"
 #include "kvdiag_runner.h"
 #include "log_test_util.h"
@@ -14,21 +15,15 @@ using logtest::MessageOf;
 // lines; every line must come out once, in each writer's order, across the rolls.
 TEST(KvdiagTail, FollowsTwoWritersAcrossRollsWithoutLossOrRepeat) {
     constexpr int kLines = 150;
-    kvtest::ProductInstall install;
+    kvtest::Station station;
+    const kvtest::ProductInstall& install = station.install;
     CreateDirectoryA(install.logDir().c_str(), nullptr);
-    kvtest::ChildHost writerA("kvtailwa"), writerB("kvtailwb");
-    for (kvtest::ChildHost* host : {&writerA, &writerB}) {
-        host->SetSetting("DebugLogSize", 1);
-        host->SetSetting("DebugLogHistoryFiles", 10);
-    }
     kvtest::KvdiagProcess tail("tail -f Follow -n 0 --count " + std::to_string(2 * kLines) + " --for 20 --ini \"" +
                                install.iniPath() + "\"");
     ASSERT_TRUE(tail.ReadUntil("== following")) << tail.Finish(0).output;
-    const std::string count = std::to_string(kLines);
-    ASSERT_TRUE(writerA.Start({"log_script", install.iniPath(), "comp=Follow", "numbered=A:" + count + ":5"}));
-    ASSERT_TRUE(writerB.Start({"log_script", install.iniPath(), "comp=Follow", "numbered=B:" + count + ":5"}));
-    EXPECT_EQ(0u, writerA.Wait(60000).exitCode);
-    EXPECT_EQ(0u, writerB.Wait(60000).exitCode);
+    for (const std::string tag : {"A", "B"})  // two writers rolling at 1 KB
+        station.Write({"comp=Follow", "numbered=" + tag + ":" + std::to_string(kLines) + ":5"}, 1);
+    station.WaitWriters();
     const kvtest::HostResult result = tail.Finish(90000);
     EXPECT_EQ(0u, result.exitCode) << result.output;
     EXPECT_FALSE(kvtest::OutputHas(result, "may be missing")) << result.output;

@@ -1,5 +1,6 @@
 // Logging scenarios: mostly a script of operations against the product
-// installation whose INI path comes first, so one process shows a fault and its recovery.
+// installation whose INI path comes first, so one process shows a fault and
+// its recovery (and writes what the forwarding tests' collectors must read).
 #include <windows.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -10,9 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "KvCallStack.h"
-#include "KvConfig.h"
-#include "KvLogging.h"
+#include "KvDebugHelp.h"
 #include "scenario.h"
 
 namespace {
@@ -102,6 +101,13 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
     } else if (name == "move") printf("moved=%d\n", MoveFileA(value.substr(0, value.find('|')).c_str(),
                                                                value.substr(value.find('|') + 1).c_str()) != 0);
     else if (name == "sleep") Sleep(DWORD(atoi(value.c_str())));
+    else if (name == "pid") printf("pid=%lu\n", GetCurrentProcessId());
+    else if (name == "kvexception") KvExceptionCreateDummyException(0);
+    else if (name == "memreport") {  // a memory report of COUNT instrumented allocations
+        EnableCallStackAndAllocationInstrumentation(0, 2, const_cast<char*>(""), 0);
+        for (int n = atoi(value.c_str()); n > 0; --n) osMemAlloc(16, 0);
+        DbgMemHeapReport(0, 0xFFFFFFFFu, 0);
+    }
     else if (name == "sys") DirectSyslogWrite("%s", value.c_str());
     else if (name == "sysw") DirectSyslogWriteW(L"%ls", wideValue.c_str());
     else if (name == "sysoff") DirectSyslogWriteEx(false, "%s", value.c_str());
@@ -123,6 +129,7 @@ bool RunOperation(const std::string& op, LogFile*& appLog) {
                          name == "open");
         printf("opened=%d\n", appLog != nullptr);
     } else if (name == "write") WriteLog(appLog, "%s\n", value.c_str());
+    else if (name == "part") WriteLog(appLog, "%s", value.c_str());  // without its line end
     else if (name == "route") SetApplicationSyslog(appLog);
     else if (name == "limit") SetSyslogSize(appLog, uint32_t(strtoul(value.c_str(), nullptr, 0)));
     else if (name == "close") {

@@ -27,6 +27,20 @@ inline Lines Messages(const std::string& path, char separator = ' ') {
     return messages;
 }
 
+// A rolling log's files in order: the live BASE.log when there is one (a
+// log rolls at once when a line fills it), then BASE.001, BASE.002, ... up to
+// the first number missing.
+inline Lines LogChain(const std::string& folder, const std::string& base) {
+    Lines files;
+    if (kvtest::FileExists(folder + "\\" + base + ".log")) files.push_back(base + ".log");
+    for (size_t n = 1;; ++n) {
+        char name[64];
+        snprintf(name, sizeof name, "%s.%03zu", base.c_str(), n);
+        if (!kvtest::FileExists(folder + "\\" + name)) return files;
+        files.push_back(name);
+    }
+}
+
 // A child host running log_script against its own installation. With
 // rollHistory >= 0 the debug log rolls at 1 KB, keeping that many history files.
 struct LogHost : kvtest::InstalledHost {

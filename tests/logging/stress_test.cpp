@@ -34,12 +34,7 @@ void ShareOneRollingLog(const int (&limitKb)[3]) {
     }
     const DWORD elapsed = GetTickCount() - start;
 
-    // The chain: debug.stress.log, then .001, .002, ... with no gap.
-    std::vector<std::string> files{"debug.stress.log"};
-    for (char name[32]; files.size() <= 10; files.push_back(name)) {
-        snprintf(name, sizeof name, "debug.stress.%03zu", files.size());
-        if (!kvtest::FileExists(install.logDir() + "\\" + name)) break;
-    }
+    const kvtest::Lines files = logtest::LogChain(install.logDir(), "debug.stress");
     EXPECT_EQ(files.size(), kvtest::ListFolder(install.logDir(), "debug.stress.*").size()) << "a hole in the chain";
 
     std::map<std::string, int> seen;  // message -> how often it arrived

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
 
 #include "kvdiag_runner.h"
 #include "temp_dir.h"
@@ -34,13 +33,11 @@ TEST(KvdiagMemReport, SummarisesTheLastReportBySiteWithOverwritesFirst) {
     const kvtest::HostResult r = RunKvdiag("memreport \"" + log + "\"");
     ASSERT_EQ(0u, r.exitCode) << r.output;
     const std::string out = kvtest::Squeezed(r.output);
-    EXPECT_HAS(out, "Memory Report: pump.exe PID 42 - CmdLine pump.exe /run");
-    EXPECT_LACKS(out, "stale.cpp");  // only the last report counts
-    EXPECT_LACKS(out, "another process");
-    EXPECT_HAS(out, "Overwritten blocks: 1");
-    EXPECT_HAS(out, "1 16 - (not instrumented)");
-    EXPECT_HAS(out, "maximum record count");
-    EXPECT_HAS(out, "\nTotal memory buffers reported 5, net byte total 1156");
+    for (const char* part : {"Memory Report: pump.exe PID 42 - CmdLine pump.exe /run", "Overwritten blocks: 1",
+                             "1 16 - (not instrumented)", "maximum record count",
+                             "\nTotal memory buffers reported 5, net byte total 1156"})
+        EXPECT_HAS(out, part);
+    for (const char* other : {"stale.cpp", "another process"}) EXPECT_LACKS(out, other);  // only the last report counts
     // In this order: overwritten blocks before the sites; the largest site first;
     // two blocks of one site with the older of their times; a file name that
     // holds ", " stays whole.
@@ -54,12 +51,8 @@ TEST(KvdiagMemReport, LogsWithoutAReportAndMissingLogsFail) {
     kvtest::TempDir dir("memreport");
     kvtest::WriteFileText(dir / "debug.log",
                           "2026-11-21 09:00:00 +01:00 Memory Report: cut.exe PID 1 - CmdLine cut\r\n");
-    for (const auto& c :
-         {std::make_pair("debug.log", "No memory report in "), std::make_pair("absent.log", "cannot read")}) {
-        const kvtest::HostResult r = RunKvdiag("memreport \"" + (dir / c.first) + "\"");
-        EXPECT_EQ(1u, r.exitCode) << r.output;
-        EXPECT_HAS(r.output, c.second);
-    }
+    kvtest::ExpectKvdiagRuns({{"memreport \"" + dir / "debug.log\"", 1, "No memory report in "},
+                              {"memreport \"" + dir / "absent.log\"", 1, "cannot read"}});
     // A table cut short (the process ended while writing it) still summarises.
     kvtest::WriteFileText(dir / "cut.log",
                           "Type, Timestamp, Bytes, PID, Pointer, Source, Content\r\n"

@@ -1,5 +1,5 @@
-// What the forwarding tests share: a station whose logs kvdiag forward
-// follows, and the messages as the collector received them.
+// What the tests of kvdiag's log followers share: a station whose logs kvdiag
+// forward (or tail -f) follows, and the messages as a collector received them.
 #pragma once
 
 #include <gtest/gtest.h>

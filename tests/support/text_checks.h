@@ -1,6 +1,8 @@
 // Checks on logs and program output; the whole text is shown on failure.
 #pragma once
 
+#include <stdlib.h>
+
 #include <string>
 #include <vector>
 
@@ -33,6 +35,13 @@ inline size_t Count(const std::string& text, const std::string& what) {
 inline std::string LineFrom(const std::string& text, const std::string& what) {
     const size_t at = text.find(what);
     return at == std::string::npos ? std::string() : text.substr(at, text.find_first_of("\r\n", at) - at);
+}
+
+// The number printed right after the first occurrence of key (0 when absent),
+// as a host or kvdiag prints a pid, a thread id or an address.
+inline unsigned long long NumberAfter(const std::string& text, const std::string& key, int base = 10) {
+    const size_t at = text.find(key);
+    return at == std::string::npos ? 0 : strtoull(text.c_str() + at + key.size(), nullptr, base);
 }
 
 // The text with every run of blanks cut to one, so checks on a tool's table

@@ -8,23 +8,6 @@
 #include "registry_keys.h"
 #include "temp_dir.h"
 
-namespace {
-
-struct Case {
-    const char* command;  // {ini}: the installation's INI file, {fresh}: a folder without one
-    DWORD exitCode;
-    const char* has;
-    const char* lacks;  // "" for nothing
-};
-
-std::string Expand(std::string text, const std::string& ini, const std::string& fresh) {
-    for (const auto& [key, value] : {std::pair<std::string, std::string>{"{ini}", ini}, {"{fresh}", fresh}})
-        for (size_t at; (at = text.find(key)) != std::string::npos;) text.replace(at, key.size(), value);
-    return text;
-}
-
-}  // namespace
-
 TEST(KvdiagCommands, ExitCodesAndOutputsAsAnEngineerReadsThem) {
     kvtest::ProductInstall install;
     kvtest::TempDir fresh("kvcmdfresh");
@@ -32,42 +15,34 @@ TEST(KvdiagCommands, ExitCodesAndOutputsAsAnEngineerReadsThem) {
     defaultIni.Remove();
     const kvtest::TestKey settings(HKEY_CURRENT_USER, "Software\\Korvan\\KvDebugHelp\\KvCmdTable");
     CreateDirectoryA(install.logDir().c_str(), nullptr);
-    const auto run = [&](std::initializer_list<Case> cases) {
-        for (const Case& c : cases) {
-            const std::string command = Expand(c.command, install.iniPath(), fresh.path());
-            const auto result = kvtest::RunKvdiag(command);
-            EXPECT_EQ(c.exitCode, result.exitCode) << command << "\n" << result.output;
-            EXPECT_HAS(result.output, Expand(c.has, install.iniPath(), fresh.path())) << command;
-            if (*c.lacks) EXPECT_LACKS(result.output, c.lacks) << command;
-        }
-    };
+    const std::string ini = " --ini \"" + install.iniPath() + "\"";
     // A fresh installation: nothing logged yet, no DefaultINIPath.
-    run({
-        {"syslog --ini \"{ini}\"", 1, "no system log in", "(no events)"},
-        {"tail --ini \"{ini}\"", 1, "no debug log in", ""},
-        {"tail", 1, "DefaultINIPath in HKEY_LOCAL_MACHINE\\Software\\Korvan", ""},
+    kvtest::ExpectKvdiagRuns({
+        {"syslog" + ini, 1, "no system log in", "(no events)"},
+        {"tail" + ini, 1, "no debug log in"},
+        {"tail", 1, "DefaultINIPath in HKEY_LOCAL_MACHINE\\Software\\Korvan"},
     });
     // A component's system log, as a product process leaves it.
     ASSERT_TRUE(kvtest::WriteFileText(install.logDir() + "\\syslog.TrialHost.dat",
                                       "2026-01-01 00:00:00.000\t+00:00 pump 6 stopped\r\n"
                                       "2026-01-01 00:00:01.000\t+00:00 pump 7 stopped\r\n"));
-    run({
-        {"log TrialHost \"50%% done\" --ini \"{ini}\"", 0, "1 line written", "did not"},
-        {"log TrialHost \"step\" -r 3 --numbered --ini \"{ini}\"", 0, "3 lines written", ""},
-        {"tail --ini \"{ini}\"", 0, "50% done", ""},
-        {"tail TrialHost -n 3 --ini \"{ini}\"", 0, "step (3/3)", "50% done"},
-        {"syslog --ini \"{ini}\"", 0, "syslog.TrialHost.dat", "\\syslog.dat"},
-        {"syslog TrialHost -n 1 --ini \"{ini}\"", 0, "pump 7 stopped", "pump 6"},
-        {"syslog Nobody --ini \"{ini}\"", 1, "syslog.Nobody.dat does not exist", ""},
-        {"syslog TrialHost --all", 2, "usage", ""},
+    kvtest::ExpectKvdiagRuns({
+        {"log TrialHost \"50%% done\"" + ini, 0, "1 line written", "did not"},
+        {"log TrialHost \"step\" -r 3 --numbered" + ini, 0, "3 lines written"},
+        {"tail" + ini, 0, "50% done"},
+        {"tail TrialHost -n 3" + ini, 0, "step (3/3)", "50% done"},
+        {"syslog" + ini, 0, "syslog.TrialHost.dat", "\\syslog.dat"},
+        {"syslog TrialHost -n 1" + ini, 0, "pump 7 stopped", "pump 6"},
+        {"syslog Nobody" + ini, 1, "syslog.Nobody.dat does not exist"},
+        {"syslog TrialHost --all", 2, "usage"},
         {"settings KvCmdTable DebugLogSize 999999", 2, "DebugLogSize must lie in 1..10240 (KB)", "Set "},
-        {"settings KvCmdTable HeapCheckInterval 4", 2, "5..300", ""},
-        {"settings KvCmdTable DebugLogSize 64", 0, "registry (64)", ""},
-        {"mail ops@plant.example \"{fresh}\\absent.log\"", 1, "does not exist; no mail sent", "accepted"},
-        {"symbolize \"{fresh}\\absent.log\"", 1, "cannot read", ""},
-        {"init --register", 2, "usage", ""},
-        {"init --ini \"{fresh}\\product.ini\" --register", 0, "DefaultINIPath (HKEY_LOCAL_MACHINE", ""},
-        {"paths", 0, "{fresh}\\product.ini", "--register --ini PATH sets it"},
-        {"init --ini \"{ini}\" --register", 1, "--force replaces it", ""},
+        {"settings KvCmdTable HeapCheckInterval 4", 2, "5..300"},
+        {"settings KvCmdTable DebugLogSize 64", 0, "registry (64)"},
+        {"mail ops@plant.example \"" + fresh / "absent.log\"", 1, "does not exist; no mail sent", "accepted"},
+        {"symbolize \"" + fresh / "absent.log\"", 1, "cannot read"},
+        {"init --register", 2, "usage"},
+        {"init --ini \"" + fresh / "product.ini\" --register", 0, "DefaultINIPath (HKEY_LOCAL_MACHINE"},
+        {"paths", 0, fresh / "product.ini", "--register --ini PATH sets it"},
+        {"init" + ini + " --register", 1, "--force replaces it"},
     });
 }

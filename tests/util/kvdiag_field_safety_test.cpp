@@ -22,7 +22,7 @@ TEST(KvdiagFieldSafety, RefusalsAndHelpAnswerWithExitCodeAndReasonAndLeaveThePla
     const HANDLE holder = CreateFileA(held.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     kvtest::TestKey settings(HKEY_CURRENT_USER, "Software\\Korvan\\KvDebugHelp\\kvrefusals");
     kvtest::TempDir state("kvstate");
-    const struct { std::string arguments; DWORD rc; std::string reason; } cases[] = {
+    kvtest::ExpectKvdiagRuns({
         {"collect \"" + live + "\"" + ini, 1, "exists already (--force replaces it)"},
         {"collect \"" + logs + "\\missing\\x.cab\"" + ini, 1, "cannot be written (error 3: "},
         {"log Pump/7 text" + ini, 2, "is not a component name"},
@@ -51,13 +51,7 @@ TEST(KvdiagFieldSafety, RefusalsAndHelpAnswerWithExitCodeAndReasonAndLeaveThePla
         {"tail --Bogus", 2, "usage: kvdiag tail"},
         {"forward --STATUS --State \"" + state.path() + "\"", 1, "no forwarder has run with the state folder"},
         {"SERVICE Install FORWARD --TO tcp://collector:0", 2, "does not name a host and a port"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.arguments);
-        const auto result = kvtest::RunKvdiag(c.arguments);
-        EXPECT_EQ(c.rc, result.exitCode) << result.output;
-        EXPECT_HAS(result.output, c.reason);
-    }
+    });
     CloseHandle(holder);
     EXPECT_EQ(liveBefore, kvtest::ReadFileText(live));
     EXPECT_EQ(iniBefore, kvtest::ReadFileText(install.iniPath()));

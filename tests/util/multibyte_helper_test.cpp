@@ -40,7 +40,9 @@ TEST(MultiByteHelper, TokenizeSkipsRunsAndEnds) {
     }
 }
 
+// A count whose byte size wraps around to a small number must be refused, not
+// served with a few bytes.
 TEST(MultiByteHelper, AllocatorRefusesImpossibleSizes) {
     Korvan::StringAllocator<wchar_t> alloc;
-    EXPECT_THROW(alloc.allocate(size_t(-1) / 2), std::bad_alloc);
+    EXPECT_THROW(alloc.allocate(size_t(-1) / sizeof(wchar_t) + 2), std::bad_alloc);
 }
