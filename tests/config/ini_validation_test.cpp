@@ -47,7 +47,7 @@ TEST(IniValidation, EachStepAnswersAsTheValidationStands) {
     // A name or extension longer than the runtime's 256-byte split buffers, in a
     // path within 259 characters, is shown whole (a tolerated missing file:
     // Unix file names stop at 255 bytes).
-    for (const std::string name : {std::string(256, 'n'), "." + std::string(255, 'e'), "n." + std::string(253, 'e')})
+    for (const std::string& name : {std::string(256, 'n'), "." + std::string(255, 'e'), "n." + std::string(253, 'e')})
         cases.push_back({"cfg_longname", {"tolerate", "set=C:\\" + name, "validate", "name"},
                          {"tolerate", "set 1", "validate 1 error 0", Shown("name", name)}});
     for (const Case& c : cases) EXPECT_EQ(c.expected, RunSteps(c.host, c.steps)) << c.steps[1];
