@@ -135,7 +135,7 @@ KV_SCENARIO(handler_victim) {
     memset(block, 0x5A, sizeof block);
     HANDLE request = CreateEventA(nullptr, FALSE, FALSE, "Local\\kvtest.victim.request");
     HANDLE check = CreateEventA(nullptr, TRUE, FALSE, "Local\\kvtest.victim.check");
-    printf("victim pid=%lu event=%llx block=%llx\n", GetCurrentProcessId(), uint64_t(request), uint64_t(block));
+    printf("victim pid=%lu event=%llx block=%llx ready\n", GetCurrentProcessId(), uint64_t(request), uint64_t(block));
     WaitForSingleObject(check, 60000);
     const bool intact = std::count(block, block + sizeof block, 0x5A) == sizeof block;
     printf(intact ? "block intact\n" : "block changed\n");

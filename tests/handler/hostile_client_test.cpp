@@ -76,7 +76,7 @@ TEST(HostileClients, AreRefusedOrContained) {
     ASSERT_TRUE(handler.ReadUntil("listens on"));
     // A process that never registered, whose event and data a forged registration names.
     kvtest::ChildHost victimHost("handler_victim");
-    ASSERT_TRUE(victimHost.Start({"handler_victim"}) && victimHost.WaitForOutput("block="));
+    ASSERT_TRUE(victimHost.Start({"handler_victim"}) && victimHost.WaitForOutput(" ready"));
     // Statics, for the table's plain functions; set anew each run.
     static unsigned long victim;
     static unsigned long long victimEvent, victimBlock;
