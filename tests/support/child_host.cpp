@@ -96,7 +96,10 @@ bool ChildHost::StartCommandLine(const std::string& arguments) {
     SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
     HANDLE writePipe;
     output_ = std::make_shared<Output>();
-    if (!CreatePipe(&output_->pipe, &writePipe, &inherit, 0)) return false;
+    if (!CreatePipe(&output_->pipe, &writePipe, &inherit, 0)) {
+        startError_ = GetLastError();
+        return false;
+    }
     SetHandleInformation(output_->pipe, HANDLE_FLAG_INHERIT, 0);
     STARTUPINFOA si{};
     si.cb = sizeof si;
@@ -110,6 +113,7 @@ bool ChildHost::StartCommandLine(const std::string& arguments) {
                                    workingDirectory_.c_str(), &si, &pi);
     CloseHandle(writePipe);
     if (!ok) {
+        startError_ = GetLastError();
         CloseHandle(output_->pipe);
         return false;
     }
@@ -138,7 +142,7 @@ std::string ChildHost::OutputSoFar() {
 }
 
 HostResult ChildHost::Wait(DWORD timeoutMs) {
-    if (!process_) return {DWORD(-1), exePath_ + " could not be started"};
+    if (!process_) return {DWORD(-1), exePath_ + " could not be started (error " + std::to_string(startError_) + ")"};
     HostResult result;
     if (WaitForSingleObject(process_, timeoutMs) == WAIT_TIMEOUT) {
         result.timedOut = true;

@@ -68,6 +68,7 @@ private:
     bool ownsCopy_ = true;
     std::map<std::string, std::string> env_;
     HANDLE process_ = nullptr;
+    DWORD startError_ = 0;  // why the last start failed
     struct Output;  // shared with the thread that reads the child's output
     std::shared_ptr<Output> output_;
     HANDLE readerThread_ = nullptr;
