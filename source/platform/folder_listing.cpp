@@ -3,13 +3,6 @@
 namespace kv {
 namespace platform {
 
-DWORD FindFirstMatch(const char* pattern, WIN32_FIND_DATAA& found) {
-    const HANDLE search = FindFirstFileA(pattern, &found);
-    if (search == INVALID_HANDLE_VALUE) return GetLastError();
-    FindClose(search);
-    return 0;
-}
-
 DWORD ListFolder(const std::string& folder, const char* pattern, std::vector<FolderEntry>& entries) {
     entries.clear();
     return VisitFolder(folder, pattern, [&](const WIN32_FIND_DATAA& found) {

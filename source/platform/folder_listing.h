@@ -52,12 +52,6 @@ DWORD VisitFolder(const std::string& folder, const char* pattern, Visit visit) {
     return error == ERROR_NO_MORE_FILES ? 0 : error;
 }
 
-// The first entry matching pattern (a path, wildcards allowed), "." and ".."
-// counted: whether a path exists as a directory search answers it, so that
-// "C:\\Data\\." and ".." exist. Returns 0 with found filled, ERROR_FILE_NOT_FOUND
-// when nothing matches, or the error that kept the search from running.
-DWORD FindFirstMatch(const char* pattern, WIN32_FIND_DATAA& found);
-
 // The matching entries of folder in the order the file system gives them
 // (sort them where order matters). Returns 0 or the error, as VisitFolder.
 DWORD ListFolder(const std::string& folder, const char* pattern, std::vector<FolderEntry>& entries);

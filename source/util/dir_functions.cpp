@@ -8,7 +8,6 @@
 #include <string.h>
 
 #include "KvUtil.h"
-#include "platform/folder_listing.h"
 #include "platform/owned_handle.h"
 #include "util/dir_helpers.h"
 
@@ -120,8 +119,12 @@ int CDirFunctions::GetWinDir(char*& out) {
 int CDirFunctions::FileExist(const char* path) {
     return Guarded([&] {
         if (!path) return 0;
-        // The member keeps the match's data: GetFileSize opens with its attributes.
-        return kv::platform::FindFirstMatch(path, findData) == 0 ? 1 : 0;
+        // Raw on purpose: the exported class keeps the last find's handle
+        // value (closed) and data in its members, which its callers may read.
+        findHandle = FindFirstFileA(path, &findData);
+        if (findHandle == INVALID_HANDLE_VALUE) return 0;
+        FindClose(findHandle);
+        return 1;
     });
 }
 
